@@ -1,0 +1,26 @@
+# Shared compile settings for every Corvane target.
+
+add_library(corv_warnings INTERFACE)
+target_compile_options(corv_warnings INTERFACE
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic -Wno-unused-parameter>)
+target_compile_definitions(corv_warnings INTERFACE
+    QT_NO_CAST_FROM_BYTEARRAY
+    QT_NO_URL_CAST_FROM_STRING
+    QT_DISABLE_DEPRECATED_UP_TO=0x060400)
+# Every header is found from the repository root: #include "model/value.h".
+target_include_directories(corv_warnings INTERFACE ${PROJECT_SOURCE_DIR})
+
+if(CORV_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+# corv_add_library(NAME folder-library SOURCES ... LIBS ...)
+# One static library per folder; position-independent so the executable can
+# export the SDK symbols it contains.
+function(corv_add_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_link_libraries(${name} PUBLIC corv_warnings ${ARG_LIBS})
+endfunction()

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "model/value.h"
+
+#include <QHash>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+namespace corv::model {
+
+// An observable holder of one value. Setting an equal value (by the exact
+// equality of Value) does nothing; any real change emits value_changed().
+class Property : public QObject
+{
+    Q_OBJECT
+public:
+    explicit Property(QObject *parent = nullptr);
+    ~Property() override;
+
+    const Value &value() const { return m_value; }
+    void set(const Value &value);
+
+Q_SIGNALS:
+    void value_changed();
+
+private:
+    Value m_value;
+};
+
+// Owns properties by full key. Properties live as long as the collection.
+// The key list keeps every key once, at the position it was first set, which is
+// the order the writer uses.
+class PropertyCollection
+{
+public:
+    PropertyCollection();
+    ~PropertyCollection();
+    PropertyCollection(const PropertyCollection &) = delete;
+    PropertyCollection &operator=(const PropertyCollection &) = delete;
+
+    Property *find(const QString &full_key) const;
+    Property *find_or_create(const QString &full_key);
+
+    // Records a full key as set; a key already listed keeps its first position.
+    void append_key(const QString &full_key);
+    const QStringList &keys() const { return m_keys; }
+    qsizetype size() const { return m_properties.size(); }
+
+    // Every property, in no particular order.
+    QList<QString> all_keys() const { return m_properties.keys(); }
+
+private:
+    QHash<QString, Property *> m_properties;
+    QStringList m_keys;
+    QSet<QString> m_listed;
+};
+
+// A property collection seen through a key prefix (a node type id followed by
+// "." for node stores; empty for preferences) and an optional parent view.
+//
+// Key rule: a non-empty local key not starting with "!" is stored under
+// prefix + key; a key starting with "!" is absolute and stored as it stands.
+class StoreView
+{
+public:
+    StoreView() = default;
+    StoreView(PropertyCollection *collection, QString prefix, const StoreView *parent = nullptr)
+        : m_collection(collection), m_prefix(std::move(prefix)), m_parent(parent)
+    {
+    }
+
+    PropertyCollection *collection() const { return m_collection; }
+    const QString &prefix() const { return m_prefix; }
+    const StoreView *parent() const { return m_parent; }
+
+    QString full_key(const QString &local_key) const;
+
+    // Reading resolution: the full key; then "!key" for a plain key, or
+    // prefix + key-without-"!" for an absolute one; then the parent view.
+    Property *resolve(const QString &local_key) const;
+
+    bool has(const QString &local_key, ValueType type) const;
+    // The resolved value, or None when absent.
+    Value get(const QString &local_key) const;
+
+    // Writing: full key, then key list, then find-or-create and set. Never
+    // falls back to "!" forms or to the parent.
+    void set(const QString &local_key, const Value &value) const;
+
+private:
+    PropertyCollection *m_collection = nullptr;
+    QString m_prefix;
+    const StoreView *m_parent = nullptr;
+};
+
+} // namespace corv::model
