@@ -121,11 +121,20 @@ QString Project::new_rack_name() const
             taken.insert(rack->name());
     }
     const RackNameSource &source = rack_name_source();
-    for (int n = 1;; ++n) {
-        const QString name = source ? source(n) : QStringLiteral("Rack %1").arg(n);
+    const auto name_for = [&source](int n) {
+        return source ? source(n) : QStringLiteral("Rack %1").arg(n);
+    };
+    // A source that gives each n its own name finds a free one within
+    // taken.size() + 1 tries. One that repeats itself (a translation without
+    // %1) may never do so; then the last try is proposed, duplicate or not,
+    // rather than looping for ever.
+    const int last = int(taken.size()) + 1;
+    for (int n = 1; n < last; ++n) {
+        const QString name = name_for(n);
         if (!taken.contains(name))
             return name;
     }
+    return name_for(last);
 }
 
 } // namespace corv::model

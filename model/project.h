@@ -88,8 +88,8 @@ public:
     const QHash<QUuid, Rack *> &racks() const { return m_racks; }
     const QHash<QUuid, Node *> &nodes() const { return m_nodes; }
 
-    // Takes ownership. Returns false (and deletes nothing, keeps nothing) when
-    // the id is null or already used.
+    // Takes ownership. Returns false when the id is null or already used; the
+    // refused item is then destroyed and the table is left as it was.
     bool add_rack(const QUuid &id, std::unique_ptr<Rack> rack);
     bool add_node(const QUuid &id, std::unique_ptr<Node> node);
     // Hands the item back to the caller (so an undo can restore it), or null.

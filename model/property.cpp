@@ -59,8 +59,10 @@ Property *StoreView::resolve(const QString &local_key) const
         if (local_key.startsWith(u'!')) {
             if (Property *p = view->m_collection->find(view->m_prefix + local_key.mid(1)))
                 return p;
-        } else if (Property *p = view->m_collection->find(u'!' + local_key)) {
-            return p;
+        } else if (!local_key.isNull()) {
+            // A null key (a null C string from a plugin) has no "!" form.
+            if (Property *p = view->m_collection->find(u'!' + local_key))
+                return p;
         }
     }
     return nullptr;
