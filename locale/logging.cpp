@@ -1,0 +1,5 @@
+#include "locale/logging.h"
+
+namespace corv::locale {
+Q_LOGGING_CATEGORY(lc, "corv.locale")
+} // namespace corv::locale
