@@ -1,0 +1,23 @@
+#include "app/application.h"
+#include "app/logging.h"
+#include "app/paths.h"
+
+// Start-up and shutdown in order; each step is described where it is defined.
+int main(int argc, char *argv[])
+{
+    corv::set_identity();
+    corv::prefer_unix_event_dispatcher();
+    const corv::StartOptions options = corv::read_command_line(argc, argv);
+
+    corv::install_logging(corv::paths::log_folder());
+    corv::log_banner();
+
+    int exit_code = 0;
+    {
+        corv::Application application(argc, argv, options);
+        exit_code = application.exec();
+    }
+
+    qInfo("Shutting down with exit code %i, call again soon!", exit_code);
+    return exit_code;
+}
