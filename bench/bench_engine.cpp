@@ -1,0 +1,276 @@
+// Event hop cost of the engine against a bare posted QEvent, under both event
+// dispatchers, and the time to build the runtime of a large project.
+//
+// Run without arguments: the program runs itself once with QT_NO_GLIB=1 (Qt's
+// own Unix dispatcher) and once without it (the glib dispatcher), and prints
+// one figure per line as "name: value unit".
+
+#include "engine/children_router.h"
+#include "engine/event.h"
+#include "engine/handles.h"
+#include "engine/node_instance.h"
+#include "engine/node_registry.h"
+#include "engine/project_runtime.h"
+#include "engine/rack_manager.h"
+#include "model/project.h"
+
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+using namespace corv;
+using namespace corv::engine;
+
+namespace {
+
+constexpr int chain_length = 1000;
+constexpr int events_in_flight = 10000;
+
+// --- a bare posted QEvent through a chain of plain QObjects -----------------
+
+class HopEvent : public QEvent
+{
+public:
+    explicit HopEvent(int remaining) : QEvent(QEvent::User), remaining(remaining) {}
+    int remaining;
+};
+
+class ChainLink : public QObject
+{
+public:
+    ChainLink *next = nullptr;
+    int *finished = nullptr;
+
+    bool event(QEvent *event) override
+    {
+        if (event->type() != QEvent::User)
+            return QObject::event(event);
+        const int remaining = static_cast<HopEvent *>(event)->remaining - 1;
+        if (remaining > 0)
+            QCoreApplication::postEvent(next, new HopEvent(remaining));
+        else if (++*finished == events_in_flight)
+            QCoreApplication::quit();
+        return true;
+    }
+};
+
+// Seconds per delivery: every event makes chain_length hops.
+double run_bare_chain()
+{
+    std::vector<ChainLink> links(chain_length);
+    int finished = 0;
+    for (int i = 0; i < chain_length; ++i) {
+        links[std::size_t(i)].next = &links[std::size_t((i + 1) % chain_length)];
+        links[std::size_t(i)].finished = &finished;
+    }
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < events_in_flight; ++i)
+        QCoreApplication::postEvent(&links[0], new HopEvent(chain_length));
+    QCoreApplication::exec();
+    const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    return seconds / (double(events_in_flight) * chain_length);
+}
+
+// --- the engine: a rack of pass-on nodes -------------------------------------
+
+long long hops = 0;
+
+void *pass_create(corv_node *node)
+{
+    return node;
+}
+
+void pass_on_event(void *data, corv_event *event)
+{
+    // What corv_event_post(corv_node_parent_sink(node), event) and
+    // corv_event_destroy(event) do.
+    ++hops;
+    EventSink::post(handles::node(static_cast<corv_node *>(data))->parent_sink(),
+                    *handles::event(event));
+    handles::release_event(event);
+}
+
+void load_nothing(void *, corv_store *) {}
+
+struct Types {
+    PluginIdentity plugin{QStringLiteral("bench"), QStringLiteral("Bench"), {}};
+    NodeRegistry registry;
+
+    Types()
+    {
+        NodeRegistration registration(registry, plugin);
+        corv_node_type pass{};
+        pass.id = "bench.pass";
+        pass.name = "Pass on";
+        pass.create = pass_create;
+        pass.on_event = pass_on_event;
+        pass.load = load_nothing;
+        registration.register_node(&pass);
+        registration.commit();
+    }
+};
+
+QUuid add_node(model::Project &project, model::Children *list, const char *type)
+{
+    const QUuid id = QUuid::createUuid();
+    auto node = std::make_unique<model::Node>();
+    node->set_impl_id(QString::fromLatin1(type));
+    project.add_node(id, std::move(node));
+    list->insert(list->count(), id);
+    return id;
+}
+
+QUuid add_rack(model::Project &project, int index)
+{
+    const QUuid id = QUuid::createUuid();
+    auto rack = std::make_unique<model::Rack>();
+    rack->set_name(QStringLiteral("Rack %1").arg(index));
+    project.add_rack(id, std::move(rack));
+    project.profile()->insert(project.profile()->count(), id);
+    return id;
+}
+
+// Seconds per hop: every event passes all chain_length nodes.
+double run_engine_chain(Types &types)
+{
+    model::Project project;
+    const QUuid rack_id = add_rack(project, 1);
+    model::Rack *rack = project.find_rack(rack_id);
+    for (int i = 0; i < chain_length; ++i)
+        add_node(project, rack->top_level(), "bench.pass");
+
+    ProjectRuntime runtime(project, types.registry);
+    runtime.open();
+    RackManager *rack_manager = runtime.find_rack_manager(rack_id);
+    int finished = 0;
+    QObject::connect(rack_manager->top_router(), &ChildrenEventRouter::event_returned,
+                     [&finished](const EventScope &) {
+                         if (++finished == events_in_flight)
+                             QCoreApplication::quit();
+                     });
+
+    hops = 0;
+    EventScope event;
+    event.set("key", "value");
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < events_in_flight; ++i)
+        EventSink::post(rack_manager->sink(), event);
+    QCoreApplication::exec();
+    const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    if (hops != qint64(events_in_flight) * chain_length)
+        std::fprintf(stderr, "unexpected hop count %lld\n", hops);
+    return seconds / (double(events_in_flight) * chain_length);
+}
+
+// Milliseconds to build managers, routers and instances of a project with
+// racks x nodes_per_rack nodes (a fifth of each rack's nodes at the top level,
+// each with four children), and to tear them down again.
+std::pair<double, double> run_runtime_build(Types &types, int racks, int nodes_per_rack)
+{
+    model::Project project;
+    for (int r = 0; r < racks; ++r) {
+        model::Rack *rack = project.find_rack(add_rack(project, r + 1));
+        for (int n = 0; n < nodes_per_rack; n += 5) {
+            const QUuid parent = add_node(project, rack->top_level(), "bench.pass");
+            model::Children *children = project.find_node(parent)->children();
+            for (int c = 1; c < 5 && n + c < nodes_per_rack; ++c)
+                add_node(project, children, "bench.pass");
+        }
+    }
+    QElapsedTimer timer;
+    timer.start();
+    auto runtime = std::make_unique<ProjectRuntime>(project, types.registry);
+    runtime->open();
+    const double build_ms = double(timer.nsecsElapsed()) / 1e6;
+    if (runtime->node_managers().size() != racks * nodes_per_rack)
+        std::fprintf(stderr, "unexpected node count %lld\n",
+                     static_cast<long long>(runtime->node_managers().size()));
+    timer.restart();
+    runtime.reset();
+    const double teardown_ms = double(timer.nsecsElapsed()) / 1e6;
+    return {build_ms, teardown_ms};
+}
+
+int run_measurements(int argc, char **argv, int rounds)
+{
+    QCoreApplication app(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("corv.engine.info=false"));
+    const QByteArray dispatcher =
+        QAbstractEventDispatcher::instance()->metaObject()->className();
+    const char *name = dispatcher.contains("Glib") ? "glib" : "unix";
+    std::printf("dispatcher_%s: %s\n", name, dispatcher.constData());
+
+    Types types;
+    double bare = 1e9;
+    double hop = 1e9;
+    for (int round = 0; round < rounds; ++round) {
+        bare = std::min(bare, run_bare_chain());
+        hop = std::min(hop, run_engine_chain(types));
+    }
+    std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
+    std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
+    std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
+    if (!dispatcher.contains("Glib")) {
+        double build = 1e9;
+        double teardown = 1e9;
+        for (int round = 0; round < rounds; ++round) {
+            const auto [built, torn_down] = run_runtime_build(types, 100, 100);
+            build = std::min(build, built);
+            teardown = std::min(teardown, torn_down);
+        }
+        std::printf("runtime_build_10000_nodes_100_racks: %.1f ms\n", build);
+        std::printf("runtime_teardown_10000_nodes_100_racks: %.1f ms\n", teardown);
+    }
+    std::fflush(stdout);
+    return 0;
+}
+
+int run_both(const QString &program, const QStringList &extra)
+{
+    int status = 0;
+    for (const bool glib : {false, true}) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        if (glib)
+            environment.remove(QStringLiteral("QT_NO_GLIB"));
+        else
+            environment.insert(QStringLiteral("QT_NO_GLIB"), QStringLiteral("1"));
+        QProcess child;
+        child.setProcessEnvironment(environment);
+        child.setProcessChannelMode(QProcess::ForwardedChannels);
+        child.start(program, QStringList{QStringLiteral("--measure")} + extra);
+        if (!child.waitForFinished(-1) || child.exitCode() != 0)
+            status = 1;
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // bench_engine [--measure] [--rounds N]
+    bool measure = false;
+    int rounds = 3;
+    QStringList extra;
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray arg(argv[i]);
+        if (arg == "--measure") {
+            measure = true;
+        } else if (arg == "--rounds" && i + 1 < argc) {
+            rounds = std::max(1, QByteArray(argv[++i]).toInt());
+            extra << QStringLiteral("--rounds") << QString::number(rounds);
+        }
+    }
+    if (measure)
+        return run_measurements(argc, argv, rounds);
+    return run_both(QString::fromLocal8Bit(argv[0]), extra);
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QUuid>
+
+#include <functional>
+
+namespace corv::model {
+class Project;
+class Rack;
+} // namespace corv::model
+
+namespace corv::engine {
+
+class ChildrenEventRouter;
+class NodeManager;
+class NodeRegistry;
+class PropertySurface;
+class RackManager;
+
+// The engine registry of one open project: a RackManager per rack and a
+// NodeManager per node, made when the project opens and kept in step with
+// the project's additions and removals. Destroy it before the project.
+class ProjectRuntime : public QObject
+{
+    Q_OBJECT
+public:
+    // Makes the property panel of a node; called for every new node manager.
+    using SurfaceFactory = std::function<PropertySurface *(NodeManager &manager)>;
+
+    ProjectRuntime(model::Project &project, NodeRegistry &registry, QObject *parent = nullptr);
+    // Deletes every manager: instances are destroyed (destroy, no unload).
+    ~ProjectRuntime() override;
+
+    void set_surface_factory(SurfaceFactory factory);
+
+    // Builds the runtime of the project as it stands, in two passes over the
+    // racks in profile order: first every rack manager, node manager, sink and
+    // router; then every instance, with load, the last node of each rack
+    // first. Afterwards follows the project's signals.
+    void open();
+    bool is_open() const { return m_open; }
+
+    RackManager *find_rack_manager(const QUuid &id) const { return m_racks.value(id, nullptr); }
+    NodeManager *find_node_manager(const QUuid &id) const { return m_nodes.value(id, nullptr); }
+    const QHash<QUuid, RackManager *> &rack_managers() const { return m_racks; }
+    const QHash<QUuid, NodeManager *> &node_managers() const { return m_nodes; }
+
+    model::Project &project() const { return *m_project; }
+    NodeRegistry &registry() const { return *m_registry; }
+
+    // A rack's nodes in tree order: each top-level node followed by its
+    // descendants, depth first; every node once.
+    QList<QUuid> rack_nodes(const model::Rack &rack) const;
+
+Q_SIGNALS:
+    void rack_added(const QUuid &id);
+    void rack_removed(const QUuid &id);
+    void node_added(const QUuid &id);
+    void node_removed(const QUuid &id);
+
+private:
+    friend class ChildrenEventRouter;
+
+    void on_rack_added(const QUuid &id);
+    void on_rack_removed(const QUuid &id);
+    void on_node_added(const QUuid &id);
+    void on_node_removed(const QUuid &id);
+    RackManager *make_rack_manager(const QUuid &id, model::Rack &rack);
+    NodeManager *make_node_manager(const QUuid &id);
+
+    model::Project *m_project;
+    NodeRegistry *m_registry;
+    SurfaceFactory m_surface_factory;
+    QHash<QUuid, RackManager *> m_racks;
+    QHash<QUuid, NodeManager *> m_nodes;
+    // Children that stand in a running list but have no node manager yet.
+    QHash<QUuid, ChildrenEventRouter *> m_waiting;
+    bool m_open = false;
+};
+
+} // namespace corv::engine

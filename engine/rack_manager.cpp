@@ -1,0 +1,78 @@
+#include "engine/rack_manager.h"
+
+#include "engine/children_router.h"
+#include "engine/event.h"
+#include "model/project.h"
+
+namespace corv::engine {
+
+class RackManager::Impl : public QObject
+{
+public:
+    Impl(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
+        : rack(&rack), id(id), runtime(&runtime),
+          top_router(rack.top_level(), runtime, &running)
+    {
+        connect(&rack, &model::Rack::name_changed, this,
+                [this](const QString &name) { name_utf8 = name.toUtf8(); });
+        connect(&rack, &model::Rack::is_enabled_changed, this,
+                [this](bool enabled) { running = enabled; });
+        connect(&sink, &EventSink::event_received, this,
+                [this](const EventScope &event) { top_router.route(0, event); });
+        name_utf8 = rack.name().toUtf8();
+        running = rack.is_enabled();
+    }
+
+    model::Rack *rack;
+    QUuid id;
+    ProjectRuntime *runtime;
+    EventSink sink;
+    bool running = false;
+    ChildrenEventRouter top_router;
+    QByteArray name_utf8;
+};
+
+RackManager::RackManager(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime,
+                         QObject *parent)
+    : QObject(parent), d(std::make_unique<Impl>(rack, id, runtime))
+{
+}
+
+RackManager::~RackManager() = default;
+
+void RackManager::build_router()
+{
+    d->top_router.build();
+}
+
+const QUuid &RackManager::id() const
+{
+    return d->id;
+}
+
+model::Rack &RackManager::rack() const
+{
+    return *d->rack;
+}
+
+EventSink *RackManager::sink() const
+{
+    return &d->sink;
+}
+
+bool RackManager::is_running() const
+{
+    return d->running;
+}
+
+const QByteArray &RackManager::name_utf8() const
+{
+    return d->name_utf8;
+}
+
+ChildrenEventRouter *RackManager::top_router() const
+{
+    return &d->top_router;
+}
+
+} // namespace corv::engine
