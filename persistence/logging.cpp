@@ -1,0 +1,7 @@
+#include "persistence/logging.h"
+
+namespace corv::engine {
+
+Q_LOGGING_CATEGORY(lc_persistence, "corv.persistence")
+
+} // namespace corv::engine
