@@ -1,10 +1,14 @@
 #include "app/application.h"
 
+#include "app/builtin_plugin.h"
 #include "app/identity.h"
+#include "app/paths.h"
 #include "app/shutdown_signals.h"
 
+#include "engine/node_registry.h"
 #include "locale/translate.h"
 #include "model/project.h"
+#include "sdk/plugin_list.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -118,6 +122,8 @@ struct Application::Impl {
     // Declared in construction order; members are destroyed bottom-up.
     std::unique_ptr<QCoreApplication> qt;
     std::unique_ptr<ShutdownSignals> shutdown_signals;
+    std::unique_ptr<engine::PluginList> plugins;
+    std::unique_ptr<engine::NodeRegistry> registry;
     std::unique_ptr<QMainWindow> main_window;
 
     void create_application_object(int &argc, char **argv)
@@ -157,6 +163,19 @@ struct Application::Impl {
         model::set_rack_name_source(&locale::rack_name);
     }
 
+    // The plugin list with the executable's own node set first, then one
+    // plugin per folder of the "plugins" folder; the node registry; and the
+    // three initialisation passes (preferences, load, postload).
+    void load_plugins()
+    {
+        plugins = std::make_unique<engine::PluginList>();
+        plugins->add_builtin(builtin_plugin_entry_points(), paths::application_folder());
+        plugins->scan(paths::plugins_folder());
+        registry = std::make_unique<engine::NodeRegistry>();
+        // The project engine joins here once projects are opened.
+        plugins->initialize(*registry);
+    }
+
     void create_main_window()
     {
         if (options.headless)
@@ -174,14 +193,17 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
     d->read_final_command_line();
     d->watch_shutdown_signals();
     d->install_translation();
-    // The plugin list, node registry, project engine and the plugins'
-    // initialisation passes are made here, before the main window.
+    d->load_plugins();
     d->create_main_window();
 }
 
 Application::~Application()
 {
     d->main_window.reset();
+    // The registry goes before the plugins whose callbacks it holds; the
+    // plugins are unloaded here.
+    d->registry.reset();
+    d->plugins.reset();
     d->shutdown_signals.reset();
     d->qt.reset();
 }
