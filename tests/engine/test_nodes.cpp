@@ -25,89 +25,78 @@ struct Data {
     QString label;
 };
 
-NodeManager *manager_of(const NodeInstance *instance)
+Data &data_of(void *data)
 {
-    if (!current || !current->runtime)
-        return nullptr;
-    for (NodeManager *manager : current->runtime->node_managers()) {
-        if (manager->parent_sink() == instance->parent_sink())
-            return manager;
-    }
-    return nullptr;
-}
-
-NodeInstance *node_of(void *data)
-{
-    return static_cast<Data *>(data)->node;
+    return *static_cast<Data *>(data);
 }
 
 void post_parent(void *data, corv_event *event)
 {
-    EventSink::post(node_of(data)->parent_sink(), *handles::event(event));
+    EventSink::post(data_of(data).node->parent_sink(), *handles::event(event));
     handles::release_event(event);
 }
 
 void post_children(void *data, corv_event *event)
 {
-    EventSink::post(node_of(data)->child_sink(), *handles::event(event));
+    EventSink::post(data_of(data).node->child_sink(), *handles::event(event));
     handles::release_event(event);
 }
 
 void *create(corv_node *node)
 {
     NodeInstance *instance = handles::node(node);
-    auto *data = new Data{instance, manager_of(instance), label_of(instance)};
-    lifecycle << QStringLiteral("create ") + data->label;
-    return data;
+    NodeManager *manager = nullptr;
+    for (NodeManager *candidate : current->runtime->node_managers())
+        if (candidate->parent_sink() == instance->parent_sink())
+            manager = candidate;
+    const QByteArray label = manager ? manager->store().get(QStringLiteral("!label")).to_string() : "?";
+    lifecycle << "create " + QString::fromUtf8(label);
+    return new Data{instance, manager, QString::fromUtf8(label)};
 }
 
 void destroy(void *data)
 {
-    lifecycle << QStringLiteral("destroy ") + static_cast<Data *>(data)->label;
-    delete static_cast<Data *>(data);
+    lifecycle << "destroy " + data_of(data).label;
+    delete &data_of(data);
 }
 
 void load(void *, corv_store *store)
 {
-    const QString label = QString::fromUtf8(handles::store(store)->get(QStringLiteral("!label")).to_string());
-    lifecycle << QStringLiteral("load ") + label;
+    lifecycle << "load " + QString::fromUtf8(handles::store(store)->get(QStringLiteral("!label")).to_string());
 }
 
 void unload(void *data, corv_store *)
 {
-    lifecycle << QStringLiteral("unload ") + static_cast<Data *>(data)->label;
+    lifecycle << "unload " + data_of(data).label;
 }
 
-void pass_on_event(void *data, corv_event *event)
+void pass(void *data, corv_event *event)
 {
     ++on_event_calls;
     post_parent(data, event);
 }
 
-void runner_on_event(void *data, corv_event *event)
+void run_children(void *data, corv_event *event)
 {
     ++on_event_calls;
     post_children(data, event);
 }
 
-void mark_on_event(void *data, corv_event *event)
+void mark(void *data, corv_event *event)
 {
-    ++on_event_calls;
     EventScope *scope = handles::event(event);
-    scope->set("path", scope->value("path") + static_cast<Data *>(data)->label.toUtf8() + ',');
-    post_parent(data, event);
+    scope->set("path", scope->value("path") + data_of(data).label.toUtf8() + ',');
+    pass(data, event);
 }
 
-void fork_on_event(void *data, corv_event *event)
+void fork(void *data, corv_event *event)
 {
-    ++on_event_calls;
-    corv_event *clone = handles::new_event(*handles::event(event));
-    post_children(data, clone);
+    post_children(data, handles::new_event(*handles::event(event)));
     handles::event(event)->set("forked", "yes");
-    post_parent(data, event);
+    pass(data, event);
 }
 
-void drop_event(void *, corv_event *event)
+void drop(void *, corv_event *event)
 {
     ++on_event_calls;
     handles::release_event(event);
@@ -115,9 +104,7 @@ void drop_event(void *, corv_event *event)
 
 void named_instance_name(void *data, char *buffer)
 {
-    // Whatever the node's "!name" holds, cut to the buffer.
-    const QByteArray text =
-        static_cast<Data *>(data)->manager->store().get(QStringLiteral("!name")).to_string();
+    const QByteArray text = data_of(data).manager->store().get(QStringLiteral("!name")).to_string();
     const std::size_t length = std::min<std::size_t>(std::size_t(text.size()), 255);
     std::memcpy(buffer, text.constData(), length);
     buffer[length] = '\0';
@@ -125,73 +112,35 @@ void named_instance_name(void *data, char *buffer)
 
 uint32_t named_decoration(void *data)
 {
-    const model::Value value =
-        static_cast<Data *>(data)->manager->store().get(QStringLiteral("!decoration"));
-    return uint32_t(value.to_int());
-}
-
-corv_node_type type(const char *id)
-{
-    corv_node_type type{};
-    type.id = id;
-    type.name = id;
-    type.create = create;
-    type.destroy = destroy;
-    type.load = load;
-    type.unload = unload;
-    return type;
+    return uint32_t(data_of(data).manager->store().get(QStringLiteral("!decoration")).to_int());
 }
 
 } // namespace
-
-QString label_of(const NodeInstance *instance)
-{
-    const NodeManager *manager = manager_of(instance);
-    return manager ? QString::fromUtf8(manager->store().get(QStringLiteral("!label")).to_string())
-                   : QStringLiteral("?");
-}
 
 Fixture::Fixture()
 {
     current = this;
     lifecycle.clear();
     on_event_calls = 0;
+    QLoggingCategory::setFilterRules(QStringLiteral("corv.engine.info=false"));
     NodeRegistration registration(registry, plugin);
-
-    corv_node_type t = type(pass_type);
-    t.on_event = pass_on_event;
-    t.on_children_returned = post_parent;
-    registration.register_node(&t);
-
-    t = type(runner_type);
-    t.on_event = runner_on_event;
-    t.on_children_returned = post_parent;
-    registration.register_node(&t);
-
-    t = type(mark_type);
-    t.on_event = mark_on_event;
-    t.on_children_returned = post_parent;
-    registration.register_node(&t);
-
-    t = type(fork_type);
-    t.on_event = fork_on_event;
-    t.on_children_returned = drop_event;
-    registration.register_node(&t);
-
-    t = type(silent_type);
-    registration.register_node(&t);
-
-    t = type(drop_type);
-    t.on_event = drop_event;
-    t.on_children_returned = drop_event;
-    registration.register_node(&t);
-
-    t = type(named_type);
-    t.on_event = pass_on_event;
-    t.get_instance_name = named_instance_name;
-    t.get_decoration = named_decoration;
-    registration.register_node(&t);
-
+    const auto add = [&](const char *id, corv_node_on_event_fn on_event, corv_node_on_children_returned_fn back,
+                         bool named = false) {
+        corv_node_type t{id, id, nullptr, nullptr, create, destroy, nullptr, nullptr, nullptr, on_event, back,
+                         load, unload};
+        if (named) {
+            t.get_instance_name = named_instance_name;
+            t.get_decoration = named_decoration;
+        }
+        registration.register_node(&t);
+    };
+    add(pass_type, pass, post_parent);
+    add(runner_type, run_children, post_parent);
+    add(mark_type, mark, post_parent);
+    add(fork_type, fork, drop);
+    add("test.silent", nullptr, nullptr);
+    add(drop_type, drop, drop);
+    add(named_type, pass, nullptr, true);
     registration.commit();
 }
 

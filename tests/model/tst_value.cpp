@@ -1,23 +1,31 @@
-#include "model/value.h"
+// Values, observable properties, and store views with their key rule.
+
+#include "model/property.h"
 
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QTest>
 
-#include <cmath>
 #include <limits>
 
-using corv::model::Color;
-using corv::model::Value;
-using corv::model::ValueType;
-using corv::model::Vec2;
-using corv::model::Vec3;
+using namespace corv::model;
 
 namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-QByteArray bytes(const char *data, qsizetype size)
+// Each typed getter of v, rebuilt into a value of that getter's type.
+QList<Value> through_getters(const Value &v)
 {
-    return QByteArray(data, size);
+    return {Value::string(v.to_string()), Value::boolean(v.to_bool()), Value::integer(v.to_int()),
+            Value::floating(v.to_float()), Value::vec2(v.to_vec2()), Value::vec3(v.to_vec3()),
+            Value::color(v.to_color()), Value::buffer(v.to_buffer()), Value::rack(v.to_rack())};
+}
+
+// Every listed full key holds a String of its own key, so a lookup shows what it found.
+void fill(PropertyCollection &c, const QStringList &keys)
+{
+    for (const QString &key : keys)
+        c.find_or_create(key)->set(Value::string(key.toUtf8()));
 }
 } // namespace
 
@@ -33,69 +41,28 @@ private Q_SLOTS:
         QTest::addColumn<Value>("a");
         QTest::addColumn<Value>("b");
         QTest::addColumn<bool>("equal");
-
-        const QUuid id1 = QUuid::createUuid();
-        const QUuid id2 = QUuid::createUuid();
-
-        QTest::newRow("none/none") << Value() << Value() << true;
-        QTest::newRow("none/int 0") << Value() << Value::integer(0) << false;
-        QTest::newRow("none/empty string") << Value() << Value::string({}) << false;
-        QTest::newRow("none/null rack") << Value() << Value::rack(QUuid()) << false;
-
-        QTest::newRow("bool false/int 0") << Value::boolean(false) << Value::integer(0) << false;
-        QTest::newRow("bool true/int 1") << Value::boolean(true) << Value::integer(1) << false;
-        QTest::newRow("int 1/float 1") << Value::integer(1) << Value::floating(1.0) << false;
-        QTest::newRow("vec3/color same parts")
-            << Value::vec3({1, 2, 3}) << Value::color({1, 2, 3}) << false;
-        QTest::newRow("vec2/vec3 zero") << Value::vec2({}) << Value::vec3({}) << false;
-
-        QTest::newRow("string/buffer same bytes")
-            << Value::string("abc") << Value::buffer("abc") << false;
-        QTest::newRow("string same") << Value::string("abc") << Value::string("abc") << true;
-        QTest::newRow("string case") << Value::string("A") << Value::string("a") << false;
-        QTest::newRow("string null/empty")
-            << Value::string(QByteArray()) << Value::string(QByteArray("")) << true;
-        QTest::newRow("string differs after NUL")
-            << Value::string(bytes("a\0b", 3)) << Value::string(bytes("a\0c", 3)) << false;
-        QTest::newRow("string prefix up to NUL")
-            << Value::string(bytes("a\0b", 3)) << Value::string("a") << false;
-        QTest::newRow("string utf8 vs latin1")
-            << Value::string("\xc3\xa9") << Value::string("\xe9") << false;
-        QTest::newRow("buffer same binary")
-            << Value::buffer(bytes("\0\xff\x01", 3)) << Value::buffer(bytes("\0\xff\x01", 3))
-            << true;
-        QTest::newRow("buffer trailing NUL")
-            << Value::buffer(bytes("ab\0", 3)) << Value::buffer("ab") << false;
-
-        QTest::newRow("bool same") << Value::boolean(true) << Value::boolean(true) << true;
-        QTest::newRow("bool differ") << Value::boolean(true) << Value::boolean(false) << false;
-        QTest::newRow("int min") << Value::integer(std::numeric_limits<qint32>::min())
-                                 << Value::integer(std::numeric_limits<qint32>::min()) << true;
-        QTest::newRow("int sign") << Value::integer(-1) << Value::integer(1) << false;
-
-        QTest::newRow("float NaN") << Value::floating(kNaN) << Value::floating(kNaN) << false;
-        QTest::newRow("float -0/+0") << Value::floating(-0.0) << Value::floating(0.0) << true;
-        QTest::newRow("float no tolerance")
-            << Value::floating(0.1 + 0.2) << Value::floating(0.3) << false;
-        QTest::newRow("float inf") << Value::floating(INFINITY) << Value::floating(INFINITY)
-                                   << true;
-        QTest::newRow("vec2 swapped") << Value::vec2({1, 2}) << Value::vec2({2, 1}) << false;
-        QTest::newRow("vec2 NaN y") << Value::vec2({1, kNaN}) << Value::vec2({1, kNaN}) << false;
-        QTest::newRow("vec2 signed zeros")
-            << Value::vec2({-0.0, 0.0}) << Value::vec2({0.0, -0.0}) << true;
-        QTest::newRow("vec3 differs in z")
-            << Value::vec3({1, 2, 3}) << Value::vec3({1, 2, 4}) << false;
-        QTest::newRow("vec3 same") << Value::vec3({1, 2, 3}) << Value::vec3({1, 2, 3}) << true;
-        QTest::newRow("color differs in blue")
-            << Value::color({0.5, 0.5, 0.5}) << Value::color({0.5, 0.5, 0.25}) << false;
-        QTest::newRow("color NaN blue")
-            << Value::color({0, 0, kNaN}) << Value::color({0, 0, kNaN}) << false;
-        QTest::newRow("color out of range kept")
-            << Value::color({-2, 300, 1e9}) << Value::color({-2, 300, 1e9}) << true;
-
-        QTest::newRow("rack same") << Value::rack(id1) << Value::rack(id1) << true;
-        QTest::newRow("rack differ") << Value::rack(id1) << Value::rack(id2) << false;
-        QTest::newRow("rack null") << Value::rack(QUuid()) << Value::rack(QUuid()) << true;
+        const QUuid id = QUuid::createUuid();
+        const auto row = [](const char *name, const Value &a, const Value &b, bool equal) {
+            QTest::newRow(name) << a << b << equal;
+        };
+        row("none/int 0", Value(), Value::integer(0), false);
+        row("bool false/int 0", Value::boolean(false), Value::integer(0), false);
+        row("int 1/float 1", Value::integer(1), Value::floating(1.0), false);
+        row("vec3/color same parts", Value::vec3({1, 2, 3}), Value::color({1, 2, 3}), false);
+        row("string/buffer same bytes", Value::string("abc"), Value::buffer("abc"), false);
+        row("string differs after NUL", Value::string(QByteArray("a\0b", 3)),
+            Value::string(QByteArray("a\0c", 3)), false);
+        row("buffer trailing NUL", Value::buffer(QByteArray("ab\0", 3)), Value::buffer("ab"), false);
+        row("float NaN", Value::floating(kNaN), Value::floating(kNaN), false);
+        row("float -0/+0", Value::floating(-0.0), Value::floating(0.0), true);
+        row("float no tolerance", Value::floating(0.1 + 0.2), Value::floating(0.3), false);
+        row("vec2 NaN y", Value::vec2({1, kNaN}), Value::vec2({1, kNaN}), false);
+        row("vec2 signed zeros", Value::vec2({-0.0, 0.0}), Value::vec2({0.0, -0.0}), true);
+        row("vec3 differs in z", Value::vec3({1, 2, 3}), Value::vec3({1, 2, 4}), false);
+        row("color NaN blue", Value::color({0, 0, kNaN}), Value::color({0, 0, kNaN}), false);
+        row("color differs in blue", Value::color({1, 1, 1}), Value::color({1, 1, 0.5}), false);
+        row("rack same", Value::rack(id), Value::rack(id), true);
+        row("rack differ", Value::rack(id), Value::rack(QUuid::createUuid()), false);
     }
 
     void equality()
@@ -106,136 +73,163 @@ private Q_SLOTS:
         QCOMPARE(a == b, equal);
         QCOMPARE(b == a, equal);
         QCOMPARE(a != b, !equal);
+        const Value nan = Value::vec3({0, kNaN, 0});
+        QVERIFY(!(nan == nan)); // no shortcut on identity
     }
 
-    void nan_unequal_to_itself()
+    // Getters never convert: any but the held type's gives its zero value.
+    void getters_never_convert()
     {
-        const Value v = Value::vec3({0, kNaN, 0});
-        QVERIFY(!(v == v));
-        const Value copy = v;
-        QVERIFY(copy != v);
-    }
-
-    // Asking for another type than the tag gives that type's zero value, never
-    // a conversion.
-    void getters_zero_on_mismatch_data()
-    {
-        QTest::addColumn<Value>("value");
-        QTest::newRow("none") << Value();
-        QTest::newRow("string") << Value::string("7");
-        QTest::newRow("bool") << Value::boolean(true);
-        QTest::newRow("int") << Value::integer(7);
-        QTest::newRow("float") << Value::floating(7.5);
-        QTest::newRow("vec2") << Value::vec2({7, 8});
-        QTest::newRow("vec3") << Value::vec3({7, 8, 9});
-        QTest::newRow("color") << Value::color({7, 8, 9});
-        QTest::newRow("buffer") << Value::buffer("7");
-        QTest::newRow("rack") << Value::rack(QUuid::createUuid());
-    }
-
-    void getters_zero_on_mismatch()
-    {
-        QFETCH(Value, value);
-        const ValueType t = value.type();
-        if (t != ValueType::String)
-            QVERIFY(value.to_string().isEmpty());
-        if (t != ValueType::Bool)
-            QCOMPARE(value.to_bool(), false);
-        if (t != ValueType::Int)
-            QCOMPARE(value.to_int(), 0);
-        if (t != ValueType::Float)
-            QCOMPARE(value.to_float(), 0.0);
-        if (t != ValueType::Vec2) {
-            QCOMPARE(value.to_vec2().x, 0.0);
-            QCOMPARE(value.to_vec2().y, 0.0);
+        const QList<Value> values{Value(), Value::string(QByteArray("7\0x", 3)),
+                                  Value::boolean(true), Value::integer(INT_MIN),
+                                  Value::floating(-7.5), Value::vec2({7, 8}),
+                                  Value::vec3({7, 8, 9}), Value::color({0.25, 0.5, 0.75}),
+                                  Value::buffer(QByteArray("\0\xff", 2)), Value::rack(QUuid::createUuid())};
+        const QList<Value> zero = through_getters(Value());
+        for (const Value &value : values) {
+            const QList<Value> got = through_getters(value);
+            for (int i = 0; i < got.size(); ++i) {
+                if (int(value.type()) != i + 1)
+                    QVERIFY(got[i] == zero[i]);
+            }
+            if (value.type() != ValueType::String && value.type() != ValueType::Buffer)
+                QVERIFY(value.bytes().isEmpty());
         }
-        if (t != ValueType::Vec3) {
-            const Vec3 v = value.to_vec3();
-            QVERIFY(v.x == 0 && v.y == 0 && v.z == 0);
-        }
-        if (t != ValueType::Color) {
-            const Color c = value.to_color();
-            QVERIFY(c.red == 0 && c.green == 0 && c.blue == 0);
-        }
-        if (t != ValueType::Buffer)
-            QVERIFY(value.to_buffer().isEmpty());
-        if (t != ValueType::Rack)
-            QVERIFY(value.to_rack().isNull());
-        if (t != ValueType::String && t != ValueType::Buffer)
-            QVERIFY(value.bytes().isEmpty());
     }
 
-    void getters_return_payload()
+    void change_notification_data()
     {
-        QCOMPARE(Value::string(bytes("a\0b", 3)).to_string(), bytes("a\0b", 3));
-        QCOMPARE(Value::buffer(bytes("\0\1", 2)).to_buffer(), bytes("\0\1", 2));
-        QCOMPARE(Value::boolean(true).to_bool(), true);
-        QCOMPARE(Value::integer(-42).to_int(), -42);
-        QCOMPARE(Value::floating(-2.5).to_float(), -2.5);
-        const Vec3 v = Value::vec3({1, 2, 3}).to_vec3();
-        QVERIFY(v.x == 1 && v.y == 2 && v.z == 3);
-        const Color c = Value::color({0.25, 0.5, 0.75}).to_color();
-        QVERIFY(c.red == 0.25 && c.green == 0.5 && c.blue == 0.75);
-        const Vec2 w = Value::vec2({-1, 1}).to_vec2();
-        QVERIFY(w.x == -1 && w.y == 1);
-        const QUuid id = QUuid::createUuid();
-        QCOMPARE(Value::rack(id).to_rack(), id);
+        QTest::addColumn<Value>("initial");
+        QTest::addColumn<Value>("next");
+        QTest::addColumn<int>("emits");
+        QTest::newRow("none to none") << Value() << Value() << 0;
+        QTest::newRow("none to int 0") << Value() << Value::integer(0) << 1;
+        QTest::newRow("int same") << Value::integer(5) << Value::integer(5) << 0;
+        QTest::newRow("int to float same number") << Value::integer(5) << Value::floating(5) << 1;
+        QTest::newRow("float NaN again") << Value::floating(kNaN) << Value::floating(kNaN) << 1;
+        QTest::newRow("float +0 to -0") << Value::floating(0.0) << Value::floating(-0.0) << 0;
+        QTest::newRow("string to buffer") << Value::string("a") << Value::buffer("a") << 1;
+        QTest::newRow("int to none") << Value::integer(1) << Value() << 1;
     }
 
-    void default_is_none()
+    void change_notification()
     {
-        const Value v;
-        QVERIFY(v.is_none());
-        QCOMPARE(v.type(), ValueType::None);
+        QFETCH(Value, initial);
+        QFETCH(Value, next);
+        QFETCH(int, emits);
+        Property p;
+        p.set(initial);
+        QList<ValueType> seen; // the value is stored before the signal
+        connect(&p, &Property::value_changed, this, [&] { seen << p.value().type(); });
+        p.set(next);
+        QCOMPARE(seen, emits ? QList<ValueType>{next.type()} : QList<ValueType>{});
+        QCOMPARE(p.value().type(), emits ? next.type() : initial.type());
     }
 
-    // Changing the caller's bytes afterwards must not reach into the value.
-    void bytes_are_not_shared_with_caller()
+    // Keys are listed once, at the first set, before the value changes; a
+    // find_or_create is no set. Full keys: prefix + key, or a "!" key as it stands.
+    void key_list_and_full_keys()
     {
-        QByteArray source("abc");
-        const Value v = Value::string(source);
-        source[0] = 'x';
-        QCOMPARE(v.to_string(), QByteArray("abc"));
+        PropertyCollection c;
+        QVERIFY(!c.find("a.b.x"));
+        Property *p = c.find_or_create("a.b.x");
+        QVERIFY(c.find_or_create("a.b.x") == p && c.find("a.b.x") == p && c.keys().isEmpty());
+        bool listed = false;
+        connect(p, &Property::value_changed, this, [&] { listed = c.keys().contains("a.b.x"); });
+        const StoreView v(&c, QStringLiteral("a.b."));
+        v.set("x", Value::integer(1));
+        QVERIFY(listed);
+        for (const char *key : {"y", "x", "!z", "y"})
+            v.set(key, Value());
+        QCOMPARE(c.keys(), (QStringList{"a.b.x", "a.b.y", "!z"}));
+        QCOMPARE(c.size(), 3);
+        const QList<std::pair<const char *, const char *>> keys{
+            {"ms", "a.b.ms"}, {"!s", "!s"}, {"!", "!"}, {"", ""}, {"x!y", "a.b.x!y"}, {" !x", "a.b. !x"}};
+        for (const auto &[local, full] : keys)
+            QCOMPARE(v.full_key(local), QString::fromLatin1(full));
+        QCOMPARE(StoreView(&c, QString()).full_key("language"), QStringLiteral("language"));
 
-        Value copy = v;
-        copy = Value::buffer("zzz");
-        QCOMPARE(v.to_string(), QByteArray("abc"));
+        const StoreView detached; // no collection: reads and writes do nothing
+        detached.set("x", Value::integer(1));
+        QVERIFY(detached.get("x").is_none());
     }
 
-    // The type names are the file format's; the tag numbers are the SDK's.
-    void type_names_data()
+    // Two node types on one collection meet only at "!" keys.
+    void absolute_keys_shared_between_prefixes()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("tag");
-        QTest::newRow("string") << QStringLiteral("string") << 1;
-        QTest::newRow("bool") << QStringLiteral("bool") << 2;
-        QTest::newRow("int") << QStringLiteral("int") << 3;
-        QTest::newRow("float") << QStringLiteral("float") << 4;
-        QTest::newRow("vec2") << QStringLiteral("vec2") << 5;
-        QTest::newRow("vec3") << QStringLiteral("vec3") << 6;
-        QTest::newRow("color") << QStringLiteral("color") << 7;
-        QTest::newRow("buffer") << QStringLiteral("buffer") << 8;
-        QTest::newRow("rack") << QStringLiteral("rack") << 9;
+        PropertyCollection c;
+        const StoreView one(&c, QStringLiteral("t.one."));
+        const StoreView two(&c, QStringLiteral("t.two."));
+        one.set("!shared", Value::integer(1));
+        QCOMPARE(two.resolve("!shared"), one.resolve("!shared"));
+        QSignalSpy spy(c.find("!shared"), &Property::value_changed);
+        two.set("!shared", Value::integer(2));
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(one.get("!shared").to_int(), 2);
+        one.set("x", Value::integer(10));
+        QVERIFY(!two.has("x", ValueType::Int));
+        QCOMPARE(c.size(), 2);
     }
 
-    void type_names()
+    // Own full key; then "!key" for a plain key, or prefix + key-without-"!"
+    // for an absolute one; then the parent view (with its own prefix).
+    void resolution_data()
     {
-        QFETCH(QString, name);
-        QFETCH(int, tag);
-        const ValueType type = corv::model::type_from_name(name);
-        QCOMPARE(int(type), tag);
-        QCOMPARE(QString(corv::model::type_name(type)), name);
+        QTest::addColumn<QStringList>("child_keys");
+        QTest::addColumn<QStringList>("parent_keys");
+        QTest::addColumn<QString>("local");
+        QTest::addColumn<QString>("expected"); // "-": nothing found
+        const QStringList none;
+        QTest::newRow("own before bang") << QStringList{"c.x", "!x"} << none << "x" << "c.x";
+        QTest::newRow("plain falls back to bang") << QStringList{"!x"} << none << "x" << "!x";
+        QTest::newRow("bang before prefixed") << QStringList{"!x", "c.x"} << none << "!x" << "!x";
+        QTest::newRow("bang falls back to prefixed") << QStringList{"c.x"} << none << "!x" << "c.x";
+        QTest::newRow("other prefix not seen") << QStringList{"d.x"} << none << "x" << "-";
+        QTest::newRow("parent prefixed") << none << QStringList{"p.x"} << "x" << "p.x";
+        QTest::newRow("parent for absolute") << none << QStringList{"p.x"} << "!x" << "p.x";
+        QTest::newRow("child fallback first") << QStringList{"!x"} << QStringList{"p.x"} << "x" << "!x";
+        QTest::newRow("parent uses own prefix") << none << QStringList{"c.x"} << "x" << "-";
+        QTest::newRow("empty key, bang form") << QStringList{"!"} << none << "" << "!";
+        QTest::newRow("null key has no bang form") << QStringList{"!"} << none << QString() << "-";
     }
 
-    void unknown_type_names()
+    void resolution()
     {
-        using corv::model::type_from_name;
-        QCOMPARE(type_from_name(u""), ValueType::None);
-        QCOMPARE(type_from_name(u"Int"), ValueType::None);
-        QCOMPARE(type_from_name(u"none"), ValueType::None);
-        QCOMPARE(type_from_name(u"integer"), ValueType::None);
-        QVERIFY(corv::model::type_name(ValueType::None).isEmpty());
-        QVERIFY(corv::model::type_name(static_cast<ValueType>(200)).isEmpty());
+        QFETCH(QStringList, child_keys);
+        QFETCH(QStringList, parent_keys);
+        QFETCH(QString, local);
+        QFETCH(QString, expected);
+        PropertyCollection child_store;
+        PropertyCollection parent_store;
+        fill(child_store, child_keys);
+        fill(parent_store, parent_keys);
+        const StoreView parent(&parent_store, QStringLiteral("p."));
+        const StoreView child(&child_store, QStringLiteral("c."), &parent);
+        const Property *p = child.resolve(local);
+        QCOMPARE(p ? QString::fromUtf8(p->value().to_string()) : QStringLiteral("-"), expected);
+        QCOMPARE(child.has(local, ValueType::String), p != nullptr);
+        QVERIFY(!child.has(local, ValueType::Int)); // typed access never converts
+        QCOMPARE(child.get(local).is_none(), p == nullptr);
+    }
+
+    // Writing forms the full key only: no fallback to "!" forms or the parent.
+    void set_never_falls_back()
+    {
+        PropertyCollection parent_store;
+        PropertyCollection child_store;
+        fill(parent_store, {"p.x"});
+        fill(child_store, {"!y", "c.z"});
+        const StoreView parent(&parent_store, QStringLiteral("p."));
+        const StoreView child(&child_store, QStringLiteral("c."), &parent);
+        child.set("x", Value::integer(1));
+        child.set("y", Value::integer(2));
+        child.set("!z", Value::integer(3));
+        for (const char *key : {"!y", "c.z"})
+            QCOMPARE(child_store.find(key)->value().to_string(), QByteArray(key));
+        QCOMPARE(child_store.keys(), (QStringList{"c.x", "c.y", "!z"}));
+        QCOMPARE(child_store.find("!z")->value().to_int(), 3);
+        QVERIFY(parent_store.keys().isEmpty());
+        QCOMPARE(parent_store.find("p.x")->value().type(), ValueType::String);
     }
 };
 

@@ -1,0 +1,412 @@
+// The command manager's history, and the model commands undone and redone.
+
+#include "fixtures.h"
+#include "persistence/command_manager.h"
+#include "persistence/model_commands.h"
+#include "persistence/property_commands.h"
+
+#include <QLoggingCategory>
+#include <QRandomGenerator>
+#include <QSignalSpy>
+
+#include <functional>
+
+using namespace fixtures;
+using engine::NodePlace;
+
+namespace {
+
+// Appends its word to state and trace; its inverse takes the word off again,
+// tracing "-word". during runs inside the first apply only.
+class Word : public engine::Command
+{
+public:
+    Word(QStringList &state, QStringList &trace, QString word, std::function<void()> during = {}, bool undo = false)
+        : m_state(state), m_trace(trace), m_word(std::move(word)), m_during(std::move(during)), m_undo(undo)
+    {
+    }
+    engine::CommandPtr apply() override
+    {
+        if (m_undo)
+            m_state.removeLast();
+        else
+            m_state << m_word;
+        m_trace << (m_undo ? u'-' + m_word : m_word);
+        if (m_during)
+            m_during();
+        return std::make_unique<Word>(m_state, m_trace, m_word, nullptr, !m_undo);
+    }
+
+private:
+    QStringList &m_state;
+    QStringList &m_trace;
+    QString m_word;
+    std::function<void()> m_during;
+    bool m_undo;
+};
+
+// Runs a function while applied; the edits it executes make up the step.
+class Batch : public engine::Command
+{
+public:
+    explicit Batch(std::function<void()> body) : m_body(std::move(body)) {}
+    engine::CommandPtr apply() override
+    {
+        m_body();
+        return nullptr;
+    }
+
+private:
+    std::function<void()> m_body;
+};
+
+QStringList rack_names(const model::Project &project)
+{
+    QStringList names;
+    for (const QUuid &id : project.profile()->ids())
+        names.append(project.find_rack(id)->name());
+    return names;
+}
+
+// One random edit of any kind through the manager; returns true for a merged
+// property write, which may change the state without a new history entry.
+bool random_edit(model::Project &project, engine::CommandManager &manager, QRandomGenerator &random, int kind)
+{
+    const auto pick = [&](auto n) { return decltype(n)(random.bounded(quint32(n))); };
+    model::Project *p = &project;
+    const std::size_t racks = project.profile()->count();
+    const QUuid rack = racks ? project.profile()->at(pick(racks)) : QUuid();
+    // Every children list of the racks' trees, and those that hold a node.
+    QList<NodePlace> lists;
+    QList<NodePlace> occupied;
+    for (const QUuid &r : project.profile()->ids()) {
+        lists.append({r, QUuid(), 0});
+        for (const QUuid &node : engine::subtree_ids(project, project.find_rack(r)->top_level()->ids()))
+            lists.append({r, node, 0});
+    }
+    const auto size = [&](const NodePlace &place) { return project.children_of(place.rack, place.parent)->count(); };
+    for (const NodePlace &place : std::as_const(lists))
+        if (size(place))
+            occupied.append(place);
+    const auto somewhere = [&](const QList<NodePlace> &places, std::size_t extra) {
+        NodePlace place = places.at(pick(places.size()));
+        place.index = pick(size(place) + extra);
+        return place;
+    };
+    if (kind >= 6 && occupied.isEmpty())
+        return false;
+    switch (kind) {
+    case 0:
+        manager.execute(std::make_unique<engine::AddRackCommand>(p, pick(racks + 1), QString::number(pick(100))));
+        break;
+    case 1:
+        manager.execute(std::make_unique<engine::RemoveRackCommand>(p, rack));
+        break;
+    case 2: {
+        std::vector<engine::Move> moves;
+        for (int i = pick(3); i >= 0 && racks; --i)
+            moves.push_back({pick(racks), pick(racks + 1)});
+        manager.execute(std::make_unique<engine::MoveRacksCommand>(p, std::move(moves)));
+        break;
+    }
+    case 3:
+        manager.execute(std::make_unique<engine::RenameRackCommand>(p, rack, QString::number(pick(5))));
+        break;
+    case 4:
+        manager.execute(std::make_unique<engine::SetRackEnabledCommand>(p, rack, pick(2)));
+        break;
+    case 5:
+        if (!lists.isEmpty()) {
+            auto node = std::make_unique<model::Node>();
+            node->set_impl_id("u");
+            set(node.get(), "!origin", model::Value::integer(pick(100)));
+            manager.execute(std::make_unique<engine::AddNodeCommand>(p, somewhere(lists, 1), QUuid::createUuid(),
+                                                                     std::move(node), engine::NodeTable()));
+        }
+        break;
+    case 6:
+        manager.execute(std::make_unique<engine::RemoveNodeCommand>(p, somewhere(occupied, 0)));
+        break;
+    case 7: { // there and back and there within one list
+        const NodePlace from = somewhere(occupied, 0);
+        NodePlace to = from;
+        to.index = pick(size(to) + 1);
+        manager.execute(std::make_unique<engine::MoveNodesCommand>(
+            p, std::vector<engine::NodeMove>{{from, to}, {to, from}, {from, to}}));
+        break;
+    }
+    case 8: // to any list, its own subtree included (that move is refused)
+        manager.execute(std::make_unique<engine::MoveNodesCommand>(
+            p, std::vector<engine::NodeMove>{{somewhere(occupied, 0), somewhere(lists, 1)}}));
+        break;
+    default: {
+        // A key that exists: undoing the first write of a key would leave it
+        // listed, holding None.
+        const NodePlace place = somewhere(occupied, 0);
+        const QUuid id = project.children_of(place.rack, place.parent)->at(place.index);
+        const QStringList keys = project.find_node(id)->properties().keys();
+        model::Value value = pick(2) ? model::Value::integer(pick(1000)) : model::Value::floating(pick(1000) / 7.0);
+        auto command = std::make_unique<engine::SetNodePropertyCommand>(p, id, keys.at(pick(keys.size())), value);
+        if (kind == 10 && !manager.is_recording()) {
+            manager.execute_merged(std::move(command));
+            return true;
+        }
+        manager.execute(std::move(command));
+    }
+    }
+    return false;
+}
+
+} // namespace
+
+class tst_Commands : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { QLoggingCategory::setFilterRules(QStringLiteral("corv.persistence.debug=false")); }
+    void init() { fail_on_warnings(); }
+
+    // A new edit drops the redo tail; undo and redo at the ends do nothing
+    // and announce nothing.
+    void history()
+    {
+        QStringList state, trace;
+        engine::CommandManager manager;
+        QSignalSpy changed(&manager, &engine::CommandManager::changed);
+        manager.undo();
+        manager.redo();
+        QCOMPARE(changed.count(), 0);
+        manager.execute(std::make_unique<Word>(state, trace, "first"));
+        manager.redo();
+        QCOMPARE(changed.count(), 1);
+        manager.execute(std::make_unique<Word>(state, trace, "second"));
+        manager.undo();
+        QVERIFY(manager.can_redo());
+        manager.execute(std::make_unique<Word>(state, trace, "third"));
+        QCOMPARE(manager.history_size(), std::size_t(2));
+        QVERIFY(!manager.can_redo());
+        for (int i = 0; i < 3; ++i)
+            manager.undo();
+        QVERIFY(state.isEmpty());
+        QCOMPARE(manager.index(), std::size_t(0));
+        QCOMPARE(changed.count(), 6);
+        manager.redo();
+        manager.redo();
+        QCOMPARE(state, (QStringList{"first", "third"}));
+        QCOMPARE(trace, (QStringList{"first", "second", "-second", "third", "-third", "-first", "first", "third"}));
+    }
+
+    // Undone last-first, redone in the original order, without running the
+    // outer command's nested executes a second time.
+    void nested_commands_are_one_step()
+    {
+        QStringList state, trace;
+        engine::CommandManager manager;
+        manager.execute(std::make_unique<Word>(state, trace, "outer", [&] {
+            QVERIFY(manager.is_recording());
+            manager.execute(std::make_unique<Word>(state, trace, "inner1"));
+            manager.execute(std::make_unique<Batch>([] {})); // changes nothing
+            manager.execute(std::make_unique<Word>(state, trace, "inner2"));
+        }));
+        QVERIFY(!manager.is_recording());
+        QCOMPARE(manager.history_size(), std::size_t(1));
+        manager.undo();
+        QVERIFY(state.isEmpty());
+        manager.redo();
+        QCOMPARE(state, (QStringList{"outer", "inner1", "inner2"}));
+        QCOMPARE(trace.mid(3), (QStringList{"-inner2", "-inner1", "-outer", "outer", "inner1", "inner2"}));
+        QCOMPARE(manager.history_size(), std::size_t(1));
+    }
+
+    // Merged writes to one key are one step; the run ends with a commit,
+    // another key, an unmerged write and an undo. A merged write that changes
+    // nothing starts no run.
+    void merged_runs()
+    {
+        model::PropertyCollection prefs;
+        model::StoreView(&prefs, QString()).set("a", model::Value::integer(0));
+        engine::PreferencesCommandManager manager(&prefs);
+        const auto write = [&](const char *key, int v, bool merged = true) {
+            manager.set_value(key, model::Value::integer(v), merged);
+        };
+        const auto value = [&](const char *key) { return prefs.find(key)->value().to_int(); };
+        write("a", 0);
+        QVERIFY(!manager.has_pending());
+        QSignalSpy changed(&manager, &engine::CommandManager::changed);
+        for (int v : {1, 2, 3})
+            write("a", v);
+        QCOMPARE(manager.history_size(), std::size_t(1));
+        QVERIFY(manager.has_pending());
+        QCOMPARE(changed.count(), 3);
+        manager.commit_pending();
+        write("a", 4); // a new run
+        write("b", 1); // another key ends the run
+        write("a", 5);
+        write("a", 6, false); // an unmerged write is its own step
+        write("a", 7);
+        QCOMPARE(manager.history_size(), std::size_t(6));
+        manager.undo(); // 7 -> 6, and the run is over
+        QVERIFY(!manager.has_pending());
+        write("a", 8);
+        QCOMPARE(manager.history_size(), std::size_t(6));
+        QVERIFY(!manager.can_redo());
+        manager.undo();
+        QCOMPARE(value("a"), 6);
+        while (manager.can_undo())
+            manager.undo();
+        QCOMPARE(value("a"), 0);
+        QVERIFY(prefs.find("b")->value().is_none());
+        while (manager.can_redo())
+            manager.redo();
+        QCOMPARE(value("a"), 8);
+        QCOMPARE(value("b"), 1);
+    }
+
+    // The very node objects come back, each announced once.
+    void removed_subtree_is_restored_whole()
+    {
+        model::Project project;
+        fill(project);
+        const Snapshot before = snapshot(project);
+        const model::Node *node13 = project.find_node(make_id(13));
+        engine::CommandManager manager;
+        manager.execute(std::make_unique<engine::RemoveNodeCommand>(&project, NodePlace{make_id(1), make_id(10), 1}));
+        for (int n : {12, 13, 14})
+            QVERIFY(!project.find_node(make_id(n)));
+        QCOMPARE(project.find_node(make_id(10))->children()->ids(), QList<QUuid>{make_id(11)});
+        QSignalSpy added(&project, &model::Project::node_added);
+        manager.undo();
+        QCOMPARE(snapshot(project), before);
+        QCOMPARE(project.find_node(make_id(13)), node13);
+        QCOMPARE(added.count(), 3);
+        manager.redo();
+        QVERIFY(!project.find_node(make_id(14)));
+        manager.undo();
+        QCOMPARE(snapshot(project), before);
+
+        manager.execute(std::make_unique<engine::RemoveRackCommand>(&project, make_id(1)));
+        QCOMPARE(rack_names(project), (QStringList{"B", "C"}));
+        QCOMPARE(project.nodes().size(), 2);
+        manager.undo();
+        QCOMPARE(snapshot(project), before);
+    }
+
+    // Moves apply in order and are undone in reverse (the list semantics are
+    // the model test's).
+    void rack_moves_data()
+    {
+        QTest::addColumn<QList<int>>("moves"); // pairs from, to
+        QTest::addColumn<QString>("order");
+        QTest::newRow("0 to 2 leaves it at 1") << QList<int>{0, 2} << "BACD";
+        QTest::newRow("two moves") << QList<int>{0, 2, 3, 0} << "DBAC";
+        QTest::newRow("three moves") << QList<int>{0, 4, 0, 4, 2, 0} << "ACDB";
+        QTest::newRow("out of range skipped") << QList<int>{7, 0, 3, 1} << "ADBC";
+    }
+
+    void rack_moves()
+    {
+        QFETCH(QList<int>, moves);
+        QFETCH(QString, order);
+        model::Project project;
+        for (QChar name : QStringLiteral("ABCD"))
+            add_rack(project, name.unicode(), name);
+        std::vector<engine::Move> list;
+        for (qsizetype i = 0; i + 1 < moves.size(); i += 2)
+            list.push_back({std::size_t(moves[i]), std::size_t(moves[i + 1])});
+        engine::CommandManager manager;
+        manager.execute(std::make_unique<engine::MoveRacksCommand>(&project, list));
+        QCOMPARE(rack_names(project).join(QString()), order);
+        manager.undo();
+        QCOMPARE(rack_names(project).join(QString()), QStringLiteral("ABCD"));
+        manager.redo();
+        QCOMPARE(rack_names(project).join(QString()), order);
+    }
+
+    // Between lists a node moves as an external move, back too; into its own
+    // subtree it does not move at all.
+    void node_moves()
+    {
+        model::Project project;
+        fill(project);
+        const Snapshot before = snapshot(project);
+        model::Children *source = project.find_node(make_id(12))->children();
+        model::Children *dest = project.find_rack(make_id(2))->top_level();
+        QSignalSpy emitted(source, &model::Children::external_move_emitted);
+        QSignalSpy received(dest, &model::Children::external_move_received);
+        QSignalSpy back_emitted(dest, &model::Children::external_move_emitted);
+        engine::CommandManager manager;
+        manager.execute(std::make_unique<engine::MoveNodesCommand>(
+            &project, std::vector<engine::NodeMove>{{{make_id(1), make_id(12), 1}, {make_id(2), QUuid(), 0}}}));
+        QCOMPARE(dest->ids(), (QList<QUuid>{make_id(14), make_id(30)}));
+        QCOMPARE(source->ids(), QList<QUuid>{make_id(13)});
+        QCOMPARE(emitted.count() + received.count(), 2);
+        manager.undo();
+        QCOMPARE(snapshot(project), before);
+        QCOMPARE(back_emitted.count(), 1);
+        QCOMPARE(back_emitted.at(0).at(1).value<model::Children *>(), source);
+
+        manager.execute(std::make_unique<engine::MoveNodesCommand>(
+            &project, std::vector<engine::NodeMove>{{{make_id(1), QUuid(), 0}, {make_id(1), make_id(12), 0}}}));
+        QCOMPARE(snapshot(project), before);
+        QVERIFY(!manager.can_redo() && manager.index() == 0);
+    }
+
+    // Random edits, undos and redos; after each step the state equals the one
+    // recorded for its history index, and undoing and redoing everything
+    // lands on the first and last states.
+    void random_edit_sequences_data()
+    {
+        QTest::addColumn<quint32>("seed");
+        QTest::newRow("seed 1") << 1u;
+        QTest::newRow("seed 7") << 7u;
+        QTest::newRow("seed 2024") << 2024u;
+    }
+
+    void random_edit_sequences()
+    {
+        QFETCH(quint32, seed);
+        model::Project project;
+        fill(project);
+        engine::CommandManager manager;
+        QRandomGenerator random(seed);
+        QList<Snapshot> states{snapshot(project)}; // states[i]: i history entries applied
+        for (int i = 0; i < 500; ++i) {
+            const int roll = int(random.bounded(14u));
+            bool merged = false;
+            if (roll == 12 && manager.can_undo()) {
+                manager.undo();
+            } else if (roll == 13 && manager.can_redo()) {
+                manager.redo();
+            } else if (roll < 12) {
+                const std::size_t index = manager.index();
+                if (roll == 0) {
+                    manager.execute(std::make_unique<Batch>([&] {
+                        for (int k = 0; k < 2; ++k)
+                            random_edit(project, manager, random, int(random.bounded(10u)));
+                    }));
+                } else {
+                    merged = random_edit(project, manager, random, roll - 1);
+                }
+                // An edit drops the redo tail (one that found no target keeps it).
+                states.resize(qsizetype(manager.history_size()) + 1);
+                if (manager.index() > index || merged)
+                    states[qsizetype(manager.index())] = snapshot(project);
+            }
+            QVERIFY2(snapshot(project) == states.at(qsizetype(manager.index())), qPrintable(QString::number(i)));
+        }
+        QVERIFY(manager.history_size() > 150);
+        while (manager.can_redo())
+            manager.redo();
+        QCOMPARE(snapshot(project), states.last());
+        while (manager.can_undo())
+            manager.undo();
+        QCOMPARE(snapshot(project), states.first());
+        while (manager.can_redo())
+            manager.redo();
+        QCOMPARE(snapshot(project), states.last());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Commands)
+#include "tst_commands.moc"
