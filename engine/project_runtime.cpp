@@ -33,6 +33,19 @@ void ProjectRuntime::set_surface_factory(SurfaceFactory factory)
     m_surface_factory = std::move(factory);
 }
 
+namespace {
+ProjectRuntime::DefaultSurfaceFactory &default_surface_factory()
+{
+    static ProjectRuntime::DefaultSurfaceFactory factory;
+    return factory;
+}
+} // namespace
+
+void ProjectRuntime::set_default_surface_factory(DefaultSurfaceFactory factory)
+{
+    default_surface_factory() = std::move(factory);
+}
+
 QList<QUuid> ProjectRuntime::rack_nodes(const model::Rack &rack) const
 {
     QList<QUuid> order;
@@ -129,10 +142,13 @@ NodeManager *ProjectRuntime::make_node_manager(const QUuid &id)
 {
     auto *manager = new NodeManager(*m_project->find_node(id), id, *this);
     m_nodes.insert(id, manager);
-    if (m_surface_factory) {
-        if (PropertySurface *surface = m_surface_factory(*manager))
-            manager->set_surface(surface);
-    }
+    PropertySurface *surface = nullptr;
+    if (m_surface_factory)
+        surface = m_surface_factory(*manager);
+    else if (default_surface_factory())
+        surface = default_surface_factory()(*this, *manager);
+    if (surface)
+        manager->set_surface(surface);
     return manager;
 }
 

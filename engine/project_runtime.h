@@ -36,6 +36,12 @@ public:
 
     void set_surface_factory(SurfaceFactory factory);
 
+    // The factory of every runtime that was given none of its own: the
+    // declarative UI installs one at start-up, so each node gets its panel.
+    using DefaultSurfaceFactory =
+        std::function<PropertySurface *(ProjectRuntime &runtime, NodeManager &manager)>;
+    static void set_default_surface_factory(DefaultSurfaceFactory factory);
+
     // Builds the runtime of the project as it stands, in two passes over the
     // racks in profile order: first every rack manager, node manager, sink and
     // router; then every instance, with load, the last node of each rack
