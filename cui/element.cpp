@@ -8,6 +8,7 @@
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QScopedValueRollback>
 #include <QLabel>
 
 namespace corv::cui {
@@ -243,11 +244,7 @@ void Field::on_store_changed()
 {
     HandlerScope scope(surface());
     value_updated();
-    if (widget()) {
-        m_updating = true;
-        update_widget();
-        m_updating = false;
-    }
+    refresh_widget();
     fire(TriggerValueChanged, value_changed_mode());
 }
 
@@ -260,9 +257,15 @@ void Field::watch_focus(QWidget *editor)
 void Field::widget_created()
 {
     widget()->setEnabled(m_enabled);
-    m_updating = true;
+    refresh_widget();
+}
+
+void Field::refresh_widget()
+{
+    if (!widget())
+        return;
+    const QScopedValueRollback guard(m_updating, true);
     update_widget();
-    m_updating = false;
 }
 
 // ---------------------------------------------------------------------------

@@ -173,6 +173,8 @@ protected:
     // Reports focus changes of `editor` (the widget or a part of it).
     void watch_focus(QWidget *editor);
     void widget_created() override;
+    // Runs update_widget() with m_updating set, when there is a widget.
+    void refresh_widget();
 
     // Guards a widget refresh, so the field ignores the signals it causes.
     bool m_updating = false;

@@ -450,11 +450,7 @@ engine::RackManager *SelectRackField::rack_manager() const
 void SelectRackField::refresh_current()
 {
     m_current = m_model->row_of(rack());
-    if (m_combo) {
-        m_updating = true;
-        update_widget();
-        m_updating = false;
-    }
+    refresh_widget();
 }
 
 void SelectRackField::choose_row(int row)
@@ -658,11 +654,7 @@ void IntField::set_range(qint32 min, qint32 max)
         return;
     m_min = min;
     m_max = max;
-    if (widget()) {
-        m_updating = true;
-        update_widget();
-        m_updating = false;
-    }
+    refresh_widget();
 }
 
 QWidget *IntField::create_widget(QObject *link)
@@ -692,11 +684,7 @@ void FloatField::set_range(double min, double max)
         return;
     m_min = min;
     m_max = max;
-    if (widget()) {
-        m_updating = true;
-        update_widget();
-        m_updating = false;
-    }
+    refresh_widget();
 }
 
 QWidget *FloatField::create_widget(QObject *link)
