@@ -61,75 +61,45 @@ public:
     {
         if (!read_root(root) || (versioned && !read_version()))
             return false;
-        for (;;) {
-            switch (next_child()) {
-            case Next::Failed:
-                return false;
-            case Next::End:
-                return finish_document();
-            case Next::Child:
-                break;
-            }
-            const QStringView name = m_xml.qualifiedName();
-            if (name == kRack) {
-                if (!read_rack(project))
-                    return false;
-            } else if (name == kNode) {
-                if (!read_node_definition(project))
-                    return false;
-            } else {
-                return parse_error(expected(kRack, kNode, name));
-            }
-        }
+        return read_children([&](QStringView name) {
+                   if (name == kRack)
+                       return read_rack(project);
+                   if (name == kNode)
+                       return read_node_definition(project);
+                   return parse_error(expected(kRack, kNode, name));
+               }) &&
+               finish_document();
     }
 
     bool read_nodes_document(model::Project &project, QList<QUuid> *top_nodes)
     {
         if (!read_root(QStringLiteral("nodes")))
             return false;
-        for (;;) {
-            switch (next_child()) {
-            case Next::Failed:
-                return false;
-            case Next::End:
-                return finish_document();
-            case Next::Child:
-                break;
-            }
-            const QStringView name = m_xml.qualifiedName();
-            if (name == kDefinitions) {
-                if (!read_definitions(project))
-                    return false;
-            } else if (name == kNode) {
-                QUuid id;
-                if (!read_reference(id))
-                    return false;
-                if (top_nodes)
-                    top_nodes->append(id);
-            } else {
-                return parse_error(expected(kDefinitions, kNode, name));
-            }
-        }
+        return read_children([&](QStringView name) {
+                   if (name == kDefinitions)
+                       return read_definitions(project);
+                   if (name != kNode)
+                       return parse_error(expected(kDefinitions, kNode, name));
+                   QUuid id;
+                   if (!read_reference(id))
+                       return false;
+                   if (top_nodes)
+                       top_nodes->append(id);
+                   return true;
+               }) &&
+               finish_document();
     }
 
     bool read_preferences_document(model::PropertyCollection &collection)
     {
         if (!read_root(QStringLiteral("preferences")) || !read_version())
             return false;
-        for (;;) {
-            switch (next_child()) {
-            case Next::Failed:
-                return false;
-            case Next::End:
-                return finish_document();
-            case Next::Child:
-                break;
-            }
-            if (m_xml.qualifiedName() != kProp)
-                return parse_error(expected(kProp, m_xml.qualifiedName()));
-            if (!read_prop(collection, QString()))
-                return false;
-        }
+        return read_children([&](QStringView name) {
+                   if (name != kProp)
+                       return parse_error(expected(kProp, name));
+                   return read_prop(collection, QString());
+               }) &&
+               finish_document();
     }
 
 private:
@@ -226,6 +196,25 @@ private:
         }
     }
 
+    // Calls `child` with the name of each child element of the current
+    // element, up to its end tag; stops at the first failure.
+    template <typename ChildReader>
+    bool read_children(ChildReader &&child)
+    {
+        for (;;) {
+            switch (next_child()) {
+            case Next::Failed:
+                return false;
+            case Next::End:
+                return true;
+            case Next::Child:
+                break;
+            }
+            if (!child(m_xml.qualifiedName()))
+                return false;
+        }
+    }
+
     // The text of the current element up to its end tag; an element inside
     // it is "unexpected text".
     bool read_text(QString &text)
@@ -283,19 +272,17 @@ private:
         rack->set_enabled(attributes.value(QLatin1StringView("disabled")).isEmpty());
 
         model::Children *top_level = rack->top_level();
-        for (;;) {
-            const Next next = next_child();
-            if (next == Next::Failed)
-                return false;
-            if (next == Next::End)
-                break;
-            if (m_xml.qualifiedName() != kNode)
-                return parse_error(expected(kNode, m_xml.qualifiedName()));
+        const bool read = read_children([&](QStringView name) {
+            if (name != kNode)
+                return parse_error(expected(kNode, name));
             QUuid child;
             if (!read_reference(child))
                 return false;
             top_level->insert(top_level->count(), child);
-        }
+            return true;
+        });
+        if (!read)
+            return false;
 
         if (project.find_rack(id))
             return fail(ReadResult::LoadError,
@@ -307,20 +294,11 @@ private:
 
     bool read_definitions(model::Project &project)
     {
-        for (;;) {
-            switch (next_child()) {
-            case Next::Failed:
-                return false;
-            case Next::End:
-                return true;
-            case Next::Child:
-                break;
-            }
-            if (m_xml.qualifiedName() != kNode)
-                return parse_error(expected(kNode, m_xml.qualifiedName()));
-            if (!read_node_definition(project))
-                return false;
-        }
+        return read_children([&](QStringView name) {
+            if (name != kNode)
+                return parse_error(expected(kNode, name));
+            return read_node_definition(project);
+        });
     }
 
     bool read_node_definition(model::Project &project)
@@ -339,25 +317,19 @@ private:
         const QString prefix = node->key_prefix();
 
         model::Children *children = node->children();
-        for (;;) {
-            const Next next = next_child();
-            if (next == Next::Failed)
-                return false;
-            if (next == Next::End)
-                break;
-            const QStringView name = m_xml.qualifiedName();
-            if (name == kProp) {
-                if (!read_prop(node->properties(), prefix))
-                    return false;
-            } else if (name == kNode) {
-                QUuid child;
-                if (!read_reference(child))
-                    return false;
-                children->insert(children->count(), child);
-            } else {
+        const bool read = read_children([&](QStringView name) {
+            if (name == kProp)
+                return read_prop(node->properties(), prefix);
+            if (name != kNode)
                 return parse_error(expected(kProp, kNode, name));
-            }
-        }
+            QUuid child;
+            if (!read_reference(child))
+                return false;
+            children->insert(children->count(), child);
+            return true;
+        });
+        if (!read)
+            return false;
 
         if (project.find_node(id))
             return fail(ReadResult::LoadError,
