@@ -229,6 +229,15 @@ void Field::fire(std::uint32_t trigger, InvalidateMode mode)
     surface().notify_invalidated(mode);
 }
 
+void Field::rebuild_now()
+{
+    if (!m_armed)
+        return;
+    m_did_invalidate = true;
+    HandlerScope scope(surface());
+    surface().notify_invalidated(Immediate);
+}
+
 void Field::set_editing(bool editing)
 {
     if (editing == m_editing)

@@ -158,6 +158,9 @@ public:
     void arm();
     // Asks for a rebuild when armed and `trigger` is in the field's set.
     void fire(std::uint32_t trigger, InvalidateMode mode = Deferred);
+    // Rebuilds the surface at once when armed, whatever the triggers: for
+    // changes that would leave a handle from the last build dangling.
+    void rebuild_now();
     // The editor gained or lost focus; losing it ends an editing run.
     void set_editing(bool editing);
 

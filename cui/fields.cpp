@@ -442,9 +442,13 @@ SelectRackField::~SelectRackField() = default;
 
 engine::RackManager *SelectRackField::rack_manager() const
 {
+    // A rack that has left the profile is on its way out of the runtime too:
+    // it is no longer handed out, so no build keeps a handle to it.
     engine::ProjectRuntime *runtime = surface().runtime.data();
     const QUuid id = rack();
-    return runtime && !id.isNull() ? runtime->find_rack_manager(id) : nullptr;
+    if (!runtime || m_model->row_of(id) == 0)
+        return nullptr;
+    return runtime->find_rack_manager(id);
 }
 
 void SelectRackField::refresh_current()
@@ -466,7 +470,14 @@ void SelectRackField::on_rows_changed()
     // The selected rack appearing or going away changes the rack itself.
     const bool had_rack = m_current > 0;
     refresh_current();
-    if (!rack().isNull() && had_rack != (m_current > 0))
+    if (rack().isNull() || had_rack == (m_current > 0))
+        return;
+    // The selected rack left the project: its rack manager is deleted right
+    // after this, so the handle an earlier build returned must be replaced
+    // now, whatever the field's triggers, not on the next loop turn.
+    if (had_rack)
+        rebuild_now();
+    else
         fire(TriggerSelectedRack);
 }
 
