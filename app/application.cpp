@@ -14,6 +14,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
+#include <QIcon>
 #include <QLoggingCategory>
 #include <QMainWindow>
 #include <QProxyStyle>
@@ -133,6 +134,7 @@ struct Application::Impl {
             return;
         }
         auto gui = std::make_unique<QApplication>(argc, argv);
+        gui->setWindowIcon(QIcon(QStringLiteral(":/corv/icons/corvane.png")));
         apply_style_sheet(*gui);
         qt = std::move(gui);
     }
@@ -168,6 +170,7 @@ struct Application::Impl {
     // three initialisation passes (preferences, load, postload).
     void load_plugins()
     {
+        install_builtin_nodes();
         plugins = std::make_unique<engine::PluginList>();
         plugins->add_builtin(builtin_plugin_entry_points(), paths::application_folder());
         plugins->scan(paths::plugins_folder());

@@ -16,6 +16,11 @@ using BuiltinNodeRegistrar = void (*)(corv_registration *registration);
 // starts with none: no built-in node types).
 void set_builtin_node_registrar(BuiltinNodeRegistrar registrar);
 
+// Installs the registrar of the built-in node set (nodes/), which the
+// built-in plugin's load then calls with its registration context. Does
+// nothing in a build without the node set.
+void install_builtin_nodes();
+
 // The built-in plugin's entry points: the executable's exported
 // cplugin_sdk_version and cplugin_set_handle, and the application's own.
 engine::PluginEntryPoints builtin_plugin_entry_points();

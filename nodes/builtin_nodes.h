@@ -1,0 +1,31 @@
+#pragma once
+
+#include "sdk/include/corvane/corvane_sdk.h"
+
+#include <cstdint>
+#include <span>
+
+// The node types that ship with the program, registered through the SDK
+// exactly as a plugin registers its own.
+namespace corv::nodes {
+
+// One row of the registration table.
+struct BuiltinNodeRow {
+    const char *id;
+    const char *name_key;     // translated into the type's name
+    const char *category_key; // translated into its category
+    const char *icon;         // Qt resource path of a PNG
+    corv_node_get_decoration_fn decoration; // used when the callbacks bring none
+    const corv_node_type *callbacks;        // null: a type that is not built yet
+};
+
+// Every built-in type in registration order.
+std::span<const BuiltinNodeRow> builtin_node_table();
+
+// The built-in plugin's load: registers the table's types (rows without
+// callbacks are skipped) and the migrations of the retired types
+// "io.marrowfield.ratelimit" and "io.marrowfield.count". The plugin handle
+// is kept for the nodes' translations.
+void register_builtin_nodes(corv_plugin *plugin, corv_registration *registration);
+
+} // namespace corv::nodes

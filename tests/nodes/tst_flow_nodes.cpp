@@ -1,0 +1,353 @@
+// Fork, forward, loop, stop, send, receive and on-custom in real racks, and
+// the registration of the built-in set.
+
+#include "engine/node_instance.h"
+#include "engine/node_manager.h"
+#include "engine/handles.h"
+#include "nodes/builtin_nodes.h"
+#include "nodes/count.h"
+#include "nodes/flow.h"
+#include "nodes/mailbox.h"
+#include "node_rig.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <functional>
+
+using model::Value;
+
+namespace {
+
+Value text(const char *s)
+{
+    return Value::string(s);
+}
+
+} // namespace
+
+class TstFlowNodes : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { fail_on_warnings(); }
+
+    // The registry holds the built types in table order, each named,
+    // categorised, with an icon and the table's decoration.
+    void registration()
+    {
+        Rig rig;
+        QStringList ids;
+        for (const engine::NodeDefinition *definition : rig.registry.definitions())
+            if (definition->id.startsWith(u"io.marrowfield."))
+                ids << definition->id;
+        QStringList expected;
+        for (const corv::nodes::BuiltinNodeRow &row : corv::nodes::builtin_node_table())
+            if (row.callbacks)
+                expected << QString::fromLatin1(row.id);
+        QCOMPARE(ids, expected);
+        QCOMPARE(ids.size(), 13);
+        QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.ratelimit")));
+        QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.count")));
+
+        const engine::NodeDefinition *delay = rig.registry.find(QStringLiteral("io.marrowfield.delay"));
+        QCOMPARE(delay->name, QStringLiteral("Delay"));
+        QCOMPARE(delay->category, QStringLiteral("Queues"));
+
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        QHash<QUuid, quint32> expected_flags;
+        for (const corv::nodes::BuiltinNodeRow &row : corv::nodes::builtin_node_table()) {
+            if (!row.callbacks)
+                continue;
+            QVERIFY2(!rig.registry.find(QString::fromLatin1(row.id))->icon.isNull(), row.id);
+            expected_flags.insert(rig.add_node(rack, row.id), row.decoration(nullptr));
+        }
+        rig.open();
+        for (auto it = expected_flags.cbegin(); it != expected_flags.cend(); ++it)
+            QCOMPARE(rig.decoration(it.key()), it.value());
+    }
+
+    // Both children and the sibling see the event; what the children hand
+    // back does not come out of the fork.
+    void fork_runs_children_beside_the_sequence()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid fork = rig.add_node(rack, "io.marrowfield.fork", {{"name", text("Split")}});
+        rig.add_probe(fork, QStringLiteral("c1"));
+        rig.add_probe(fork, QStringLiteral("c2"));
+        rig.add_probe(rack, QStringLiteral("after"));
+        rig.open();
+        QCOMPARE(rig.name(fork), QStringLiteral("Split"));
+        rig.post(rack, "1");
+        rig.turns(20);
+        QCOMPARE(rig.seen("c1"), QList<QByteArray>{"1"});
+        QCOMPARE(rig.seen("c2"), QList<QByteArray>{"1"});
+        QCOMPARE(rig.seen("after"), QList<QByteArray>{"1"});
+    }
+
+    // A stop among a sequential node's children: only the first event ever
+    // enters, the rest wait for good.
+    void stop_blocks_a_sequential_node()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid sequential = rig.add_node(rack, "io.marrowfield.sequential");
+        rig.add_probe(sequential, QStringLiteral("inside"));
+        const QUuid stop = rig.add_node(sequential, "io.marrowfield.stop");
+        rig.add_probe(rack, QStringLiteral("after"));
+        rig.open();
+        QCOMPARE(rig.name(stop), QStringLiteral("Stop"));
+        for (const QByteArray id : {"1", "2", "3"})
+            rig.post(rack, id);
+        rig.turns(30);
+        QCOMPARE(rig.seen("inside"), QList<QByteArray>{"1"});
+        QVERIFY(rig.seen("after").isEmpty());
+    }
+
+    // An event circles through the children and is handed on every round;
+    // "stop next" ends it after the round in progress.
+    void loop_circles_until_stopped()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid loop = rig.add_node(rack, "io.marrowfield.loop");
+        rig.add_probe(loop, QStringLiteral("inside"));
+        rig.add_probe(rack, QStringLiteral("after"));
+        rig.open();
+        QSignalSpy names(rig.runtime->find_node_manager(loop)->instance(),
+                         &engine::NodeInstance::instance_name_changed);
+        rig.post(rack, "1");
+        QTRY_VERIFY(rig.seen("after").size() >= 5);
+        QVERIFY(qAbs(rig.seen("inside").size() - rig.seen("after").size()) <= 1);
+
+        rig.click(loop); // "Stop After This Round"
+        rig.turns(30);
+        const qsizetype rounds = rig.seen("inside").size();
+        rig.turns(30);
+        QCOMPARE(rig.seen("inside").size(), rounds);
+        QCOMPARE(rig.seen("after").size(), rounds);
+        QCOMPARE(names.size(), 2);
+        QCOMPARE(names[0][0].toString(), QStringLiteral("Loop (stopping)"));
+        QCOMPARE(names[1][0].toString(), QStringLiteral("Loop"));
+    }
+
+    // The panel offers "stop next" and, while it is set, "keep looping".
+    void loop_panel_toggles_stop_next()
+    {
+        Rig rig;
+        const QUuid loop = rig.add_node(rig.add_rack(QStringLiteral("R")), "io.marrowfield.loop");
+        rig.open();
+        rig.click(loop);
+        QTRY_COMPARE(rig.name(loop), QStringLiteral("Loop (stopping)"));
+        rig.turns(2);
+        rig.click(loop); // the label before it is no button
+        QTRY_COMPARE(rig.name(loop), QStringLiteral("Loop"));
+    }
+
+    // Two events back in the same turn: only the first goes round again.
+    void loop_latches_once_per_turn()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid loop = rig.add_node(rack, "io.marrowfield.loop");
+        rig.add_probe(loop, QStringLiteral("inside"));
+        rig.add_probe(rack, QStringLiteral("after"));
+        rig.open();
+        rig.post(rack, "1");
+        rig.post(rack, "2");
+        QTRY_VERIFY(rig.seen("inside").count("1") >= 4);
+        QCOMPARE(rig.seen("inside").count("2"), 1);
+        QCOMPARE(rig.seen("after").count("2"), 1);
+    }
+
+    // Receivers get a send in subscription order, across racks; the sender
+    // passes its own event on.
+    void send_reaches_receivers_in_order()
+    {
+        Rig rig;
+        const QUuid a = rig.add_rack(QStringLiteral("A"));
+        const QUuid send = rig.add_node(a, "io.marrowfield.send", {{"!mailbox", text("box")}});
+        rig.add_probe(a, QStringLiteral("after send"));
+        const QUuid b = rig.add_rack(QStringLiteral("B"));
+        const QUuid first = rig.add_node(b, "io.marrowfield.receive");
+        rig.add_probe(first, QStringLiteral("first"));
+        const QUuid second = rig.add_node(b, "io.marrowfield.receive");
+        rig.add_probe(second, QStringLiteral("second"));
+        const QUuid other = rig.add_node(a, "io.marrowfield.receive", {{"!mailbox", text("Box")}});
+        rig.add_probe(other, QStringLiteral("other"));
+        rig.open();
+        QCOMPARE(rig.name(send), QStringLiteral("Send to “box”"));
+        QCOMPARE(rig.name(first), QStringLiteral("Receive"));
+        // "second" joins first.
+        rig.set(second, QStringLiteral("!mailbox"), text("box"));
+        rig.turns(2);
+        rig.set(first, QStringLiteral("!mailbox"), text("box"));
+        rig.turns(2);
+        QCOMPARE(rig.name(first), QStringLiteral("Receive from “box”"));
+
+        rig.post(a, "1");
+        rig.turns(20);
+        QStringList order;
+        for (const Hit &hit : rig.hits())
+            order << hit.at;
+        // Delivery runs inside the send, before it passes its own event on.
+        QCOMPARE(order, (QStringList{"second", "first", "after send"}));
+    }
+
+    void count_migration_data()
+    {
+        QTest::addColumn<Value>("mode");
+        QTest::addColumn<QString>("type");
+        QTest::newRow("missing") << Value() << "io.marrowfield.countblock";
+        QTest::newRow("rolling") << Value::integer(2) << "io.marrowfield.countrollingtime";
+        QTest::newRow("child reset") << Value::integer(3) << "io.marrowfield.countchildreset";
+        QTest::newRow("unknown") << Value::integer(4) << "";
+    }
+
+    // Retired counts map by mode and keep their settings under "!" keys.
+    void count_migration()
+    {
+        QFETCH(Value, mode);
+        QFETCH(QString, type);
+        model::PropertyCollection properties;
+        const model::StoreView store(&properties, QString());
+        if (!mode.is_none())
+            store.set(QStringLiteral("io.marrowfield.count.mode"), mode);
+        store.set(QStringLiteral("io.marrowfield.count.size"), Value::integer(5));
+        char out[CORV_TEXT_SIZE] = {};
+        const bool mapped = corv::nodes::migrate_count(nullptr, engine::handles::to_handle(&store), out);
+        QCOMPARE(mapped ? QString::fromUtf8(out) : QString(), type);
+        if (mapped)
+            QCOMPARE(store.get(QStringLiteral("!size")), Value::integer(5));
+    }
+
+    // A receiver that changes mailbox during a delivery: nobody else is
+    // skipped or reached twice, and the blanked entry goes afterwards.
+    void mailbox_changes_during_delivery_data()
+    {
+        QTest::addColumn<int>("actor");  // whose handler acts (0, 1, 2)
+        QTest::addColumn<int>("target"); // whose subscription it moves
+        QTest::addColumn<QByteArray>("to");
+        QTest::addColumn<QList<int>>("deliveries");
+        QTest::addColumn<int>("entries_after");
+        QTest::newRow("first leaves itself") << 0 << 0 << QByteArray("b") << QList<int>{1, 1, 1} << 2;
+        QTest::newRow("middle leaves itself") << 1 << 1 << QByteArray("b") << QList<int>{1, 1, 1} << 2;
+        QTest::newRow("first moves the middle") << 0 << 1 << QByteArray("b") << QList<int>{1, 0, 1} << 2;
+        QTest::newRow("first moves the last") << 0 << 2 << QByteArray("") << QList<int>{1, 1, 0} << 2;
+        QTest::newRow("last leaves and rejoins")
+            << 2 << 2 << QByteArray("a") << QList<int>{1, 1, 1} << 3;
+    }
+
+    void mailbox_changes_during_delivery()
+    {
+        QFETCH(int, actor);
+        QFETCH(int, target);
+        QFETCH(QByteArray, to);
+        QFETCH(QList<int>, deliveries);
+        QFETCH(int, entries_after);
+        using corv::nodes::MailboxRegistry;
+        MailboxRegistry registry;
+        struct Receiver {
+            MailboxRegistry *registry;
+            MailboxRegistry::Subscription subscription;
+            int count = 0;
+            std::function<void()> act;
+        };
+        Receiver receivers[3];
+        const auto deliver = [](void *subscriber, corv_event *) {
+            auto *receiver = static_cast<Receiver *>(subscriber);
+            ++receiver->count;
+            if (receiver->act)
+                std::exchange(receiver->act, nullptr)();
+        };
+        for (Receiver &receiver : receivers)
+            registry.subscribe(receiver.subscription, "a", &receiver, deliver);
+        Receiver &moved = receivers[target];
+        receivers[actor].act = [&] {
+            if (to == "a") // leave and come back: joins at the end
+                registry.unsubscribe(moved.subscription);
+            registry.subscribe(moved.subscription, to, &moved, deliver);
+            QCOMPARE(registry.delivering(), QByteArray("a"));
+        };
+        registry.deliver("a", nullptr);
+        QCOMPARE((QList<int>{receivers[0].count, receivers[1].count, receivers[2].count}), deliveries);
+        QCOMPARE(registry.entry_count("a"), entries_after);
+        QVERIFY(registry.delivering().isEmpty());
+        for (Receiver &receiver : receivers)
+            registry.unsubscribe(receiver.subscription);
+        QCOMPARE(registry.entry_count("a"), 0);
+    }
+
+    void custom_scope_data()
+    {
+        QTest::addColumn<QByteArray>("scope");
+        QTest::addColumn<QList<QByteArray>>("pairs"); // key, value, key, value ...
+        QTest::newRow("blanks, no colon, tight")
+            << QByteArray("  level : 3  \nno colon here\nname:x") << QList<QByteArray>{"level", "3", "name", "x"};
+        QTest::newRow("later line wins in place")
+            << QByteArray("a: 1\nb: 2\na: 3\n") << QList<QByteArray>{"a", "3", "b", "2"};
+        QTest::newRow("value keeps later colons")
+            << QByteArray("url: http://x:80/") << QList<QByteArray>{"url", "http://x:80/"};
+        QTest::newRow("only spaces are blanks") << QByteArray("\tk:\tv ") << QList<QByteArray>{"\tk", "\tv"};
+        QTest::newRow("empty value") << QByteArray("k:   ") << QList<QByteArray>{"k", ""};
+        QTest::newRow("empty") << QByteArray() << QList<QByteArray>{};
+    }
+
+    void custom_scope()
+    {
+        QFETCH(QByteArray, scope);
+        QFETCH(QList<QByteArray>, pairs);
+        corv_event *event = corv_event_create();
+        corv::nodes::apply_scope(event, scope.constData());
+        QList<QByteArray> got;
+        for (uint64_t i = 0; i < corv_event_count(event); ++i) {
+            const char *key = corv_event_get_key(event, i);
+            got << key << corv_event_get(event, key);
+        }
+        corv_event_destroy(event);
+        QCOMPARE(got, pairs);
+    }
+
+    // The trigger button fires the scope into the children.
+    void custom_fires_from_its_panel()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid custom = rig.add_node(rack, "io.marrowfield.custom",
+                                          {{"!name", text("Ping")}, {"!scope", text("id: 7\nx: y")}});
+        rig.add_probe(custom, QStringLiteral("inside"));
+        rig.open();
+        QCOMPARE(rig.name(custom), QStringLiteral("Custom Event: Ping"));
+        rig.click(custom);
+        QTRY_COMPARE(rig.seen("inside"), QList<QByteArray>{"7"});
+        rig.set(custom, QStringLiteral("!name"), text(""));
+        QTRY_COMPARE(rig.name(custom), QString());
+    }
+
+    // Forward starts the event again in the target rack and passes it on;
+    // its name follows the rack's.
+    void forward_to_another_rack()
+    {
+        Rig rig;
+        const QUuid a = rig.add_rack(QStringLiteral("A"));
+        const QUuid b = rig.add_rack(QStringLiteral("B"));
+        const QUuid forward = rig.add_node(a, "io.marrowfield.forward", {{"!rack", Value::rack(b)}});
+        const QUuid idle = rig.add_node(a, "io.marrowfield.forward");
+        rig.add_probe(a, QStringLiteral("after"));
+        rig.add_probe(b, QStringLiteral("in B"));
+        rig.open();
+        QCOMPARE(rig.name(forward), QStringLiteral("B"));
+        QCOMPARE(rig.name(idle), QStringLiteral("Forward (no rack chosen)"));
+        rig.post(a, "1");
+        rig.turns(20);
+        QCOMPARE(rig.seen("in B"), QList<QByteArray>{"1"});
+        QCOMPARE(rig.seen("after"), QList<QByteArray>{"1"});
+        rig.project.find_rack(b)->set_name(QStringLiteral("Target"));
+        QTRY_COMPARE(rig.name(forward), QStringLiteral("Target"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstFlowNodes)
+#include "tst_flow_nodes.moc"
