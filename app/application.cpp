@@ -2,6 +2,7 @@
 
 #include "app/builtin_plugin.h"
 #include "app/identity.h"
+#include "app/project_session.h"
 #include "app/paths.h"
 #include "app/shutdown_signals.h"
 
@@ -125,6 +126,7 @@ struct Application::Impl {
     std::unique_ptr<ShutdownSignals> shutdown_signals;
     std::unique_ptr<engine::PluginList> plugins;
     std::unique_ptr<engine::NodeRegistry> registry;
+    std::unique_ptr<ProjectSession> session;
     std::unique_ptr<QMainWindow> main_window;
 
     void create_application_object(int &argc, char **argv)
@@ -179,6 +181,13 @@ struct Application::Impl {
         plugins->initialize(*registry);
     }
 
+    // The project named on the command line, running from the start.
+    void open_project()
+    {
+        if (!options.project_path.isEmpty())
+            session = ProjectSession::open(options.project_path, *registry);
+    }
+
     void create_main_window()
     {
         if (options.headless)
@@ -197,12 +206,14 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
     d->watch_shutdown_signals();
     d->install_translation();
     d->load_plugins();
+    d->open_project();
     d->create_main_window();
 }
 
 Application::~Application()
 {
     d->main_window.reset();
+    d->session.reset();
     // The registry goes before the plugins whose callbacks it holds; the
     // plugins are unloaded here.
     d->registry.reset();

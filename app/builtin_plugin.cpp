@@ -2,10 +2,7 @@
 
 #include "app/identity.h"
 #include "locale/translate.h"
-#ifdef CORV_WITH_BUILTIN_NODES
 #include "nodes/builtin_nodes.h"
-#endif
-
 
 namespace corv {
 
@@ -69,12 +66,10 @@ void set_builtin_node_registrar(BuiltinNodeRegistrar registrar)
 
 void install_builtin_nodes()
 {
-#ifdef CORV_WITH_BUILTIN_NODES
     set_builtin_node_registrar([](corv_registration *registration) {
         engine::Plugin *plugin = engine::builtin_plugin();
         nodes::register_builtin_nodes(plugin ? plugin->handle() : nullptr, registration);
     });
-#endif
 }
 
 engine::PluginEntryPoints builtin_plugin_entry_points()

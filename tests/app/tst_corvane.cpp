@@ -89,12 +89,20 @@ private slots:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("signal_number");
         QTest::addColumn<QString>("platform");
+        QTest::addColumn<QString>("seen"); // a line the console must show
         // xcb without a display: creating a QGuiApplication would abort the run.
         QTest::newRow("headless, SIGTERM, no display") << QStringList{"--headless"} << int(SIGTERM)
-                                                       << "xcb";
+                                                       << "xcb" << "";
         QTest::newRow("headless, SIGINT, no display") << QStringList{"--headless"} << int(SIGINT)
-                                                      << "xcb";
-        QTest::newRow("window, SIGTERM") << QStringList{} << int(SIGTERM) << "offscreen";
+                                                      << "xcb" << "";
+        QTest::newRow("window, SIGTERM") << QStringList{} << int(SIGTERM) << "offscreen" << "";
+        // A project named on the command line runs from the start; one that
+        // can't be read is reported and the program runs on without it.
+        QTest::newRow("headless, demo project") << QStringList{"--headless", "@demo"} << int(SIGTERM)
+                                                << "xcb" << "Opened project ";
+        QTest::newRow("headless, damaged project")
+            << QStringList{"--headless", "@damaged"} << int(SIGTERM) << "xcb"
+            << "WARNING Couldn't Open Project: The file is not a Corvane project, or it is damaged.";
     }
 
     void stops_cleanly_on_signal()
@@ -102,6 +110,17 @@ private slots:
         QFETCH(QStringList, arguments);
         QFETCH(int, signal_number);
         QFETCH(QString, platform);
+        QFETCH(QString, seen);
+        for (QString &argument : arguments) {
+            if (argument == QLatin1String("@demo")) {
+                argument = qEnvironmentVariable("CORV_SOURCE_DIR") + QStringLiteral("/examples/demo.corv");
+            } else if (argument == QLatin1String("@damaged")) {
+                argument = m_home->filePath(QStringLiteral("damaged.corv"));
+                QFile damaged(argument);
+                QVERIFY(damaged.open(QIODevice::WriteOnly));
+                damaged.write("<project version=\"1\"><rack id=\"not-an-id\"/></project>");
+            }
+        }
         QProcess process;
         start(process, arguments, platform);
         QVERIFY(process.waitForStarted(kTimeoutMs));
@@ -122,6 +141,7 @@ private slots:
         QCOMPARE(process.exitCode(), 0);
         QVERIFY2(console.contains("Shutting down with exit code 0, call again soon!"),
              console.constData());
+        QVERIFY2(console.contains(seen.toUtf8()), console.constData());
 
         // One log file holding the whole run except the debug lines.
         const QStringList files = QDir(logs()).entryList(QDir::Files);
