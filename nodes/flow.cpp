@@ -30,16 +30,6 @@ struct Fork : NodeState {
     QByteArray name;
 };
 
-void *fork_create(corv_node *node)
-{
-    return to_data(new Fork(node));
-}
-
-void fork_destroy(void *data)
-{
-    delete state_of<Fork>(data);
-}
-
 void fork_name(void *data, char *buffer)
 {
     write_name(buffer, state_of<Fork>(data)->name);
@@ -70,16 +60,6 @@ struct Forward : NodeState {
     using NodeState::NodeState;
     corv_rack *rack = nullptr;
 };
-
-void *forward_create(corv_node *node)
-{
-    return to_data(new Forward(node));
-}
-
-void forward_destroy(void *data)
-{
-    delete state_of<Forward>(data);
-}
 
 void forward_name(void *data, char *buffer)
 {
@@ -120,16 +100,6 @@ struct Loop : NodeState {
     QTimer latch; // running: an event already went round in this turn
     bool stop_next = false;
 };
-
-void *loop_create(corv_node *node)
-{
-    return to_data(new Loop(node));
-}
-
-void loop_destroy(void *data)
-{
-    delete state_of<Loop>(data);
-}
 
 void loop_name(void *data, char *buffer)
 {
@@ -176,16 +146,6 @@ void loop_on_children_returned(void *data, corv_event *event)
 
 // --- Stop -------------------------------------------------------------------
 
-void *stop_create(corv_node *node)
-{
-    return to_data(new NodeState(node));
-}
-
-void stop_destroy(void *data)
-{
-    delete static_cast<NodeState *>(data);
-}
-
 void stop_name(void *, char *buffer)
 {
     write_name(buffer, corv_plugin_tr(plugin(), "StopNode.Name"));
@@ -198,24 +158,15 @@ struct Send : NodeState {
     QByteArray mailbox;
 };
 
-void *send_create(corv_node *node)
-{
-    return to_data(new Send(node));
-}
-
-void send_destroy(void *data)
-{
-    delete state_of<Send>(data);
-}
-
 void send_name(void *data, char *buffer)
 {
     const QByteArray &mailbox = state_of<Send>(data)->mailbox;
     if (mailbox.isEmpty())
         write_name(buffer, corv_plugin_tr(plugin(), "SendNode.Name"));
     else
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "SendNode.Name.%1"), mailbox.constData()),
-                        buffer);
+        corv_tr_end_str(
+            corv_tr_str(corv_plugin_tr_arg(plugin(), "SendNode.Name.%1"), mailbox.constData()),
+            buffer);
 }
 
 void send_build(void *data, cui_generate_context *context)
@@ -245,11 +196,6 @@ void receive_deliver(void *subscriber, corv_event *event)
     corv_event_post(corv_node_child_sink(static_cast<Receive *>(subscriber)->node), event);
 }
 
-void *receive_create(corv_node *node)
-{
-    return to_data(new Receive(node));
-}
-
 void receive_destroy(void *data)
 {
     Receive *receive = state_of<Receive>(data);
@@ -264,7 +210,8 @@ void receive_name(void *data, char *buffer)
         write_name(buffer, corv_plugin_tr(plugin(), "ReceiveNode.Name"));
     else
         corv_tr_end_str(
-            corv_tr_str(corv_plugin_tr_arg(plugin(), "ReceiveNode.Name.%1"), mailbox.constData()), buffer);
+            corv_tr_str(corv_plugin_tr_arg(plugin(), "ReceiveNode.Name.%1"), mailbox.constData()),
+            buffer);
 }
 
 void receive_build(void *data, cui_generate_context *context)
@@ -286,34 +233,26 @@ struct OnCustom : NodeState {
     QByteArray name;
 };
 
-void *on_custom_create(corv_node *node)
-{
-    return to_data(new OnCustom(node));
-}
-
-void on_custom_destroy(void *data)
-{
-    delete state_of<OnCustom>(data);
-}
-
 void on_custom_name(void *data, char *buffer)
 {
     const QByteArray &name = state_of<OnCustom>(data)->name;
     if (name.isEmpty())
         write_name(buffer, "");
     else
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnCustomNode.Name.%1"), name.constData()),
-                        buffer);
+        corv_tr_end_str(
+            corv_tr_str(corv_plugin_tr_arg(plugin(), "OnCustomNode.Name.%1"), name.constData()),
+            buffer);
 }
 
 void on_custom_build(void *data, cui_generate_context *context)
 {
     OnCustom *custom = state_of<OnCustom>(data);
-    if (take_text(custom->name, cui_text(context, "!name", corv_plugin_tr(plugin(), "OnCustomNode.NameField"),
-                                         corv_plugin_tr(plugin(), "OnCustomNode.DefaultName"))))
+    if (take_text(custom->name,
+                  cui_text(context, "!name", corv_plugin_tr(plugin(), "OnCustomNode.NameField"),
+                           corv_plugin_tr(plugin(), "OnCustomNode.DefaultName"))))
         corv_node_invalidate_name(custom->node);
-    const QByteArray scope =
-        owned(cui_text_area(context, "!scope", "", corv_plugin_tr(plugin(), "OnCustomNode.DefaultScope")));
+    const QByteArray scope = owned(cui_text_area(
+        context, "!scope", "", corv_plugin_tr(plugin(), "OnCustomNode.DefaultScope")));
     if (cui_button(context, "", corv_plugin_tr(plugin(), "OnCustomNode.Trigger"))) {
         corv_event *event = corv_event_create();
         apply_scope(event, scope.constData());
@@ -359,36 +298,84 @@ void apply_scope(corv_event *event, const char *scope)
     }
 }
 
-const corv_node_type fork_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    fork_create, fork_destroy, fork_name, nullptr, fork_build, fork_on_event, drop, nullptr, nullptr};
+const corv_node_type fork_node = {nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  create_state<Fork>,
+                                  destroy_state<Fork>,
+                                  fork_name,
+                                  nullptr,
+                                  fork_build,
+                                  fork_on_event,
+                                  drop,
+                                  nullptr,
+                                  nullptr};
 
-const corv_node_type forward_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    forward_create, forward_destroy, forward_name, nullptr, forward_build, forward_on_event, pass_on,
-    nullptr, nullptr};
+const corv_node_type forward_node = {nullptr,
+                                     nullptr,
+                                     nullptr,
+                                     nullptr,
+                                     create_state<Forward>,
+                                     destroy_state<Forward>,
+                                     forward_name,
+                                     nullptr,
+                                     forward_build,
+                                     forward_on_event,
+                                     pass_on,
+                                     nullptr,
+                                     nullptr};
 
 const corv_node_type loop_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    loop_create, loop_destroy, loop_name, nullptr, loop_build, loop_on_event, loop_on_children_returned,
-    nullptr, nullptr};
+    nullptr,   nullptr, nullptr,    nullptr,       create_state<Loop>,        destroy_state<Loop>,
+    loop_name, nullptr, loop_build, loop_on_event, loop_on_children_returned, nullptr,
+    nullptr};
 
-const corv_node_type stop_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    stop_create, stop_destroy, stop_name, nullptr, nullptr, drop, drop, nullptr, nullptr};
+const corv_node_type stop_node = {nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  create_state<NodeState>,
+                                  destroy_state<NodeState>,
+                                  stop_name,
+                                  nullptr,
+                                  nullptr,
+                                  drop,
+                                  drop,
+                                  nullptr,
+                                  nullptr};
 
-const corv_node_type send_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    send_create, send_destroy, send_name, nullptr, send_build, send_on_event, pass_on, nullptr, nullptr};
+const corv_node_type send_node = {nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  create_state<Send>,
+                                  destroy_state<Send>,
+                                  send_name,
+                                  nullptr,
+                                  send_build,
+                                  send_on_event,
+                                  pass_on,
+                                  nullptr,
+                                  nullptr};
 
 const corv_node_type receive_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    receive_create, receive_destroy, receive_name, nullptr, receive_build, pass_on, pass_on,
-    nullptr, nullptr};
+    nullptr,         nullptr,      nullptr, nullptr,       create_state<Receive>,
+    receive_destroy, receive_name, nullptr, receive_build, pass_on,
+    pass_on,         nullptr,      nullptr};
 
-const corv_node_type on_custom_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    on_custom_create, on_custom_destroy, on_custom_name, nullptr, on_custom_build, pass_on, pass_on,
-    nullptr, nullptr};
+const corv_node_type on_custom_node = {nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       create_state<OnCustom>,
+                                       destroy_state<OnCustom>,
+                                       on_custom_name,
+                                       nullptr,
+                                       on_custom_build,
+                                       pass_on,
+                                       pass_on,
+                                       nullptr,
+                                       nullptr};
 
 } // namespace corv::nodes

@@ -28,10 +28,20 @@ inline void *to_data(NodeState *state)
     return state;
 }
 
-template <typename T>
-T *state_of(void *data)
+template <typename T> T *state_of(void *data)
 {
     return static_cast<T *>(static_cast<NodeState *>(data));
+}
+
+// The create and destroy callbacks of a node type whose instance data is a T.
+template <typename T> void *create_state(corv_node *node)
+{
+    return to_data(new T(node));
+}
+
+template <typename T> void destroy_state(void *data)
+{
+    delete state_of<T>(data);
 }
 
 inline corv_node *node_of(void *data)

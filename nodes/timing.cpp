@@ -4,8 +4,8 @@
 
 #include <QDeadlineTimer>
 #include <QHash>
-#include <QSet>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <algorithm>
@@ -177,16 +177,6 @@ void Delay::release(DelayRecord *record)
     delete record;
 }
 
-void *delay_create(corv_node *node)
-{
-    return to_data(new Delay(node));
-}
-
-void delay_destroy(void *data)
-{
-    delete state_of<Delay>(data);
-}
-
 void delay_name(void *data, char *buffer)
 {
     const Delay *delay = state_of<Delay>(data);
@@ -264,9 +254,9 @@ int read_int(corv_store *store, const char *absolute, const char *stem)
 
 bool has_parts(corv_store *store)
 {
-    return corv_store_has_float(store, "!seconds") || corv_store_has_float(store, "seconds")
-           || corv_store_has_int(store, "!minutes") || corv_store_has_int(store, "minutes")
-           || corv_store_has_int(store, "!hours") || corv_store_has_int(store, "hours");
+    return corv_store_has_float(store, "!seconds") || corv_store_has_float(store, "seconds") ||
+           corv_store_has_int(store, "!minutes") || corv_store_has_int(store, "minutes") ||
+           corv_store_has_int(store, "!hours") || corv_store_has_int(store, "hours");
 }
 
 void total_from_parts(corv_store *store)
@@ -321,16 +311,6 @@ struct Debounce : NodeState {
     QTimer timer;
     corv_event *held = nullptr;
 };
-
-void *debounce_create(corv_node *node)
-{
-    return to_data(new Debounce(node));
-}
-
-void debounce_destroy(void *data)
-{
-    delete state_of<Debounce>(data);
-}
 
 void debounce_name(void *data, char *buffer)
 {
@@ -438,8 +418,8 @@ void rate_limit_name(void *data, char *buffer)
 void rate_limit_build(void *data, cui_generate_context *context)
 {
     RateLimit *limit = state_of<RateLimit>(data);
-    limit->delay = cui_float(context, "!delay", corv_plugin_tr(plugin(), "RateLimit.Delay"), limit->delay,
-                             0.0, kUnbounded);
+    limit->delay = cui_float(context, "!delay", corv_plugin_tr(plugin(), "RateLimit.Delay"),
+                             limit->delay, 0.0, kUnbounded);
     const int interval = to_milliseconds(limit->delay);
     // Setting a running timer's interval restarts it; only a change may.
     if (limit->timer.interval() != interval)
@@ -490,16 +470,6 @@ struct Sequential : NodeState {
     std::deque<corv_event *> waiting;
 };
 
-void *sequential_create(corv_node *node)
-{
-    return to_data(new Sequential(node));
-}
-
-void sequential_destroy(void *data)
-{
-    delete state_of<Sequential>(data);
-}
-
 void sequential_name(void *, char *buffer)
 {
     write_name(buffer, corv_plugin_tr(plugin(), "SequentialNode.Name"));
@@ -533,9 +503,11 @@ void sequential_on_children_returned(void *data, corv_event *event)
 
 bool migrate_rate_limit(void *, corv_store *store, char *out_id)
 {
-    corv_store_set_float(store, "!delay", corv_store_get_float(store, "io.marrowfield.ratelimit.delay"));
+    corv_store_set_float(store, "!delay",
+                         corv_store_get_float(store, "io.marrowfield.ratelimit.delay"));
     const char *mode_key = "io.marrowfield.ratelimit.mode";
-    const std::int32_t mode = corv_store_has_int(store, mode_key) ? corv_store_get_int(store, mode_key) : 0;
+    const std::int32_t mode =
+        corv_store_has_int(store, mode_key) ? corv_store_get_int(store, mode_key) : 0;
     switch (mode) {
     case Queue:
         write_name(out_id, "io.marrowfield.ratelimitqueue");
@@ -551,34 +523,88 @@ bool migrate_rate_limit(void *, corv_store *store, char *out_id)
     }
 }
 
-const corv_node_type delay_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    delay_create, delay_destroy, delay_name, nullptr, delay_build, delay_on_event, drop,
-    delay_load, delay_unload};
+const corv_node_type delay_node = {nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   create_state<Delay>,
+                                   destroy_state<Delay>,
+                                   delay_name,
+                                   nullptr,
+                                   delay_build,
+                                   delay_on_event,
+                                   drop,
+                                   delay_load,
+                                   delay_unload};
 
-const corv_node_type debounce_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    debounce_create, debounce_destroy, debounce_name, nullptr, debounce_build, debounce_on_event, drop,
-    nullptr, nullptr};
+const corv_node_type debounce_node = {nullptr,
+                                      nullptr,
+                                      nullptr,
+                                      nullptr,
+                                      create_state<Debounce>,
+                                      destroy_state<Debounce>,
+                                      debounce_name,
+                                      nullptr,
+                                      debounce_build,
+                                      debounce_on_event,
+                                      drop,
+                                      nullptr,
+                                      nullptr};
 
-const corv_node_type rate_limit_queue_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    rate_limit_queue_create, rate_limit_destroy, rate_limit_name, nullptr, rate_limit_build,
-    rate_limit_on_event, drop, nullptr, nullptr};
+const corv_node_type rate_limit_queue_node = {nullptr,
+                                              nullptr,
+                                              nullptr,
+                                              nullptr,
+                                              rate_limit_queue_create,
+                                              rate_limit_destroy,
+                                              rate_limit_name,
+                                              nullptr,
+                                              rate_limit_build,
+                                              rate_limit_on_event,
+                                              drop,
+                                              nullptr,
+                                              nullptr};
 
-const corv_node_type rate_limit_earliest_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    rate_limit_earliest_create, rate_limit_destroy, rate_limit_name, nullptr, rate_limit_build,
-    rate_limit_on_event, drop, nullptr, nullptr};
+const corv_node_type rate_limit_earliest_node = {nullptr,
+                                                 nullptr,
+                                                 nullptr,
+                                                 nullptr,
+                                                 rate_limit_earliest_create,
+                                                 rate_limit_destroy,
+                                                 rate_limit_name,
+                                                 nullptr,
+                                                 rate_limit_build,
+                                                 rate_limit_on_event,
+                                                 drop,
+                                                 nullptr,
+                                                 nullptr};
 
-const corv_node_type rate_limit_latest_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    rate_limit_latest_create, rate_limit_destroy, rate_limit_name, nullptr, rate_limit_build,
-    rate_limit_on_event, drop, nullptr, nullptr};
+const corv_node_type rate_limit_latest_node = {nullptr,
+                                               nullptr,
+                                               nullptr,
+                                               nullptr,
+                                               rate_limit_latest_create,
+                                               rate_limit_destroy,
+                                               rate_limit_name,
+                                               nullptr,
+                                               rate_limit_build,
+                                               rate_limit_on_event,
+                                               drop,
+                                               nullptr,
+                                               nullptr};
 
-const corv_node_type sequential_node = {
-    nullptr, nullptr, nullptr, nullptr,
-    sequential_create, sequential_destroy, sequential_name, nullptr, nullptr, sequential_on_event,
-    sequential_on_children_returned, nullptr, nullptr};
+const corv_node_type sequential_node = {nullptr,
+                                        nullptr,
+                                        nullptr,
+                                        nullptr,
+                                        create_state<Sequential>,
+                                        destroy_state<Sequential>,
+                                        sequential_name,
+                                        nullptr,
+                                        nullptr,
+                                        sequential_on_event,
+                                        sequential_on_children_returned,
+                                        nullptr,
+                                        nullptr};
 
 } // namespace corv::nodes
