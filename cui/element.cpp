@@ -222,20 +222,22 @@ void Field::arm()
 
 void Field::fire(std::uint32_t trigger, InvalidateMode mode)
 {
-    if (!m_armed || !(m_triggers & trigger))
-        return;
-    m_did_invalidate = true;
-    HandlerScope scope(surface());
-    surface().notify_invalidated(mode);
+    if (m_triggers & trigger)
+        invalidate_surface(mode);
 }
 
 void Field::rebuild_now()
+{
+    invalidate_surface(Immediate);
+}
+
+void Field::invalidate_surface(InvalidateMode mode)
 {
     if (!m_armed)
         return;
     m_did_invalidate = true;
     HandlerScope scope(surface());
-    surface().notify_invalidated(Immediate);
+    surface().notify_invalidated(mode);
 }
 
 void Field::set_editing(bool editing)

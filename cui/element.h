@@ -184,6 +184,8 @@ protected:
 
 private:
     void on_store_changed();
+    // Marks this field as the cause and asks the surface to rebuild, when armed.
+    void invalidate_surface(InvalidateMode mode);
 
     model::Property *m_property = nullptr;
     QMetaObject::Connection m_connection;
