@@ -14,6 +14,13 @@
 #include "engine/rack_manager.h"
 #include "model/project.h"
 
+#ifdef CORV_BENCH_BUILTIN_NODES
+#include "app/builtin_plugin.h"
+#include "cui/property_surface.h"
+#include "locale/translate.h"
+#include "sdk/plugin_list.h"
+#endif
+
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -23,6 +30,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 using namespace corv;
@@ -174,21 +182,28 @@ double run_engine_chain(Types &types)
 // Milliseconds to build managers, routers and instances of a project with
 // racks x nodes_per_rack nodes (a fifth of each rack's nodes at the top level,
 // each with four children), and to tear them down again.
-std::pair<double, double> run_runtime_build(Types &types, int racks, int nodes_per_rack)
+// With several types, the n-th node of a rack takes type n modulo their count.
+// `prepare` runs on the runtime before it opens.
+std::pair<double, double> run_runtime_build(NodeRegistry &registry, int racks, int nodes_per_rack,
+                                            const std::vector<const char *> &types,
+                                            const std::function<void(ProjectRuntime &)> &prepare = {})
 {
     model::Project project;
+    const auto type_of = [&](int n) { return types[std::size_t(n) % types.size()]; };
     for (int r = 0; r < racks; ++r) {
         model::Rack *rack = project.find_rack(add_rack(project, r + 1));
         for (int n = 0; n < nodes_per_rack; n += 5) {
-            const QUuid parent = add_node(project, rack->top_level(), "bench.pass");
+            const QUuid parent = add_node(project, rack->top_level(), type_of(n));
             model::Children *children = project.find_node(parent)->children();
             for (int c = 1; c < 5 && n + c < nodes_per_rack; ++c)
-                add_node(project, children, "bench.pass");
+                add_node(project, children, type_of(n + c));
         }
     }
     QElapsedTimer timer;
     timer.start();
-    auto runtime = std::make_unique<ProjectRuntime>(project, types.registry);
+    auto runtime = std::make_unique<ProjectRuntime>(project, registry);
+    if (prepare)
+        prepare(*runtime);
     runtime->open();
     const double build_ms = double(timer.nsecsElapsed()) / 1e6;
     if (runtime->node_managers().size() != racks * nodes_per_rack)
@@ -200,10 +215,38 @@ std::pair<double, double> run_runtime_build(Types &types, int racks, int nodes_p
     return {build_ms, teardown_ms};
 }
 
+#ifdef CORV_BENCH_BUILTIN_NODES
+// The same project made of built-in node types, each with its property
+// panel as the program gives it: delay, fork, sequential, debounce, on-custom.
+void run_builtin_build(int rounds)
+{
+    locale::install_application_translator();
+    install_builtin_nodes();
+    PluginList plugins;
+    plugins.add_builtin(builtin_plugin_entry_points(), QCoreApplication::applicationDirPath());
+    NodeRegistry registry;
+    plugins.initialize(registry);
+    const std::vector<const char *> types{"io.marrowfield.delay", "io.marrowfield.fork",
+                                          "io.marrowfield.sequential", "io.marrowfield.debounce",
+                                          "io.marrowfield.custom"};
+    double build = 1e9;
+    double teardown = 1e9;
+    for (int round = 0; round < rounds; ++round) {
+        const auto [built, torn_down] = run_runtime_build(
+            registry, 100, 100, types,
+            [](ProjectRuntime &runtime) { cui::install_node_surfaces(runtime, nullptr); });
+        build = std::min(build, built);
+        teardown = std::min(teardown, torn_down);
+    }
+    std::printf("runtime_build_builtin_10000_nodes_100_racks: %.1f ms\n", build);
+    std::printf("runtime_teardown_builtin_10000_nodes_100_racks: %.1f ms\n", teardown);
+}
+#endif
+
 int run_measurements(int argc, char **argv, int rounds)
 {
     QCoreApplication app(argc, argv);
-    QLoggingCategory::setFilterRules(QStringLiteral("corv.engine.info=false"));
+    QLoggingCategory::setFilterRules(QStringLiteral("corv.*.info=false\ncorv.*.debug=false"));
     const QByteArray dispatcher =
         QAbstractEventDispatcher::instance()->metaObject()->className();
     const char *name = dispatcher.contains("Glib") ? "glib" : "unix";
@@ -223,12 +266,15 @@ int run_measurements(int argc, char **argv, int rounds)
         double build = 1e9;
         double teardown = 1e9;
         for (int round = 0; round < rounds; ++round) {
-            const auto [built, torn_down] = run_runtime_build(types, 100, 100);
+            const auto [built, torn_down] = run_runtime_build(types.registry, 100, 100, {"bench.pass"});
             build = std::min(build, built);
             teardown = std::min(teardown, torn_down);
         }
         std::printf("runtime_build_10000_nodes_100_racks: %.1f ms\n", build);
         std::printf("runtime_teardown_10000_nodes_100_racks: %.1f ms\n", teardown);
+#ifdef CORV_BENCH_BUILTIN_NODES
+        run_builtin_build(rounds);
+#endif
     }
     std::fflush(stdout);
     return 0;

@@ -1,0 +1,296 @@
+// Opening, holding and closing a generated 10,000-node, 100-rack project the
+// way the headless program does: the built-in node set loaded through the
+// plugin list, the file opened by ProjectSession::open (read, runtime,
+// instances, first builds, names), a SIGTERM handled by the shutdown signals,
+// then the teardown in the program's order.
+//
+// Each round runs in a fresh child process, so memory figures are that
+// process's own. Printed, best of the rounds:
+//   open_ratio     the open against one bare QXmlStreamReader pass over the
+//                  same bytes, both measured in the child
+//   peak_rss_mb    the child's peak resident memory once the project is open
+//   steady_rss_mb  its resident memory after the open has settled
+//   close_ms       SIGTERM to the end of the teardown
+//
+//   bench_open [--rounds N] [--racks R] [--nodes-per-rack N] [--chain DEPTH]
+//
+// --chain builds one rack holding a single chain DEPTH nodes deep instead.
+
+#include "app/builtin_plugin.h"
+#include "app/project_session.h"
+#include "app/shutdown_signals.h"
+#include "engine/node_registry.h"
+#include "locale/translate.h"
+#include "model/project.h"
+#include "persistence/writer.h"
+#include "sdk/plugin_list.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QXmlStreamReader>
+
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <unistd.h>
+
+using namespace corv;
+
+namespace {
+
+// The node types of the generated project, in turn, with the settings each
+// keeps.
+void fill_node(model::Node &node, int n)
+{
+    static const char *const types[] = {"io.marrowfield.delay", "io.marrowfield.fork",
+                                        "io.marrowfield.sequential", "io.marrowfield.debounce",
+                                        "io.marrowfield.custom"};
+    const int kind = n % 5;
+    node.set_impl_id(QString::fromLatin1(types[kind]));
+    const model::StoreView store(&node.properties(), node.key_prefix());
+    switch (kind) {
+    case 0:
+        store.set(QStringLiteral("!delay"), model::Value::floating(1.5 + n));
+        break;
+    case 1:
+        store.set(QStringLiteral("name"), model::Value::string("fork " + QByteArray::number(n)));
+        break;
+    case 3:
+        store.set(QStringLiteral("!delay"), model::Value::floating(0.25));
+        break;
+    case 4:
+        store.set(QStringLiteral("!name"), model::Value::string("custom " + QByteArray::number(n)));
+        store.set(QStringLiteral("!scope"), model::Value::string("{\n  \"key\": \"value\"\n}"));
+        break;
+    default:
+        break;
+    }
+    store.set(QStringLiteral("!note"), model::Value::string("node " + QByteArray::number(n)));
+    store.set(QStringLiteral("count"), model::Value::integer(n));
+}
+
+QUuid add_rack(model::Project &project, int index)
+{
+    const QUuid id = QUuid::createUuid();
+    auto rack = std::make_unique<model::Rack>();
+    rack->set_name(QStringLiteral("Rack %1").arg(index));
+    project.add_rack(id, std::move(rack));
+    project.profile()->insert(project.profile()->count(), id);
+    return id;
+}
+
+QUuid add_node(model::Project &project, model::Children *list, int n)
+{
+    const QUuid id = QUuid::createUuid();
+    auto node = std::make_unique<model::Node>();
+    fill_node(*node, n);
+    project.add_node(id, std::move(node));
+    list->insert(list->count(), id);
+    return id;
+}
+
+// Racks whose top-level nodes hold four children each.
+QByteArray generate_racks(int racks, int nodes_per_rack)
+{
+    model::Project project;
+    for (int r = 0; r < racks; ++r) {
+        model::Children *top = project.find_rack(add_rack(project, r + 1))->top_level();
+        model::Children *children = top;
+        for (int n = 0; n < nodes_per_rack; ++n) {
+            const QUuid id = add_node(project, n % 5 == 0 ? top : children, n);
+            if (n % 5 == 0)
+                children = project.find_node(id)->children();
+        }
+    }
+    return engine::write_project(project);
+}
+
+QByteArray generate_chain(int depth)
+{
+    model::Project project;
+    model::Children *list = project.find_rack(add_rack(project, 1))->top_level();
+    for (int n = 0; n < depth; ++n)
+        list = project.find_node(add_node(project, list, n))->children();
+    return engine::write_project(project);
+}
+
+qint64 bare_read(const QByteArray &document)
+{
+    QXmlStreamReader xml(document);
+    qint64 seen = 0;
+    while (!xml.atEnd()) {
+        if (xml.readNext() == QXmlStreamReader::StartElement)
+            seen += 1 + xml.attributes().size();
+    }
+    return seen;
+}
+
+// VmHWM or VmRSS of this process, in MB.
+double status_mb(const char *field)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith(field))
+            return line.mid(qsizetype(std::strlen(field))).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    }
+    return -1;
+}
+
+double ms_since(const QElapsedTimer &timer)
+{
+    return double(timer.nsecsElapsed()) / 1e6;
+}
+
+// One round, in a process of its own, as the headless program runs.
+int run_child(int argc, char **argv, const QString &path)
+{
+    qputenv("QT_NO_GLIB", "1");
+    QCoreApplication::setApplicationName(QStringLiteral("Corvane"));
+    QCoreApplication app(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("corv.*.debug=false\ncorv.*.info=false"));
+    auto shutdown = std::make_unique<ShutdownSignals>();
+    QObject::connect(shutdown.get(), &ShutdownSignals::requested, &app,
+                     [] { QCoreApplication::exit(0); });
+    locale::install_application_translator();
+    model::set_rack_name_source(&locale::rack_name);
+
+    install_builtin_nodes();
+    auto plugins = std::make_unique<engine::PluginList>();
+    plugins->add_builtin(builtin_plugin_entry_points(), QCoreApplication::applicationDirPath());
+    auto registry = std::make_unique<engine::NodeRegistry>();
+    plugins->initialize(*registry);
+
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 2;
+    const QByteArray document = file.readAll();
+    file.close();
+    double bare_ms = 1e18;
+    for (int i = 0; i < 3; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        bare_read(document);
+        bare_ms = std::min(bare_ms, ms_since(timer));
+    }
+
+    QElapsedTimer timer;
+    timer.start();
+    std::unique_ptr<ProjectSession> session = ProjectSession::open(path, *registry);
+    const double open_ms = ms_since(timer);
+    if (!session)
+        return 3;
+
+    // Let what the open scheduled run, then stop the way a user does.
+    double steady_mb = 0;
+    double peak_mb = 0;
+    QElapsedTimer close_timer;
+    QTimer::singleShot(500, &app, [&] {
+        steady_mb = status_mb("VmRSS:");
+        peak_mb = status_mb("VmHWM:");
+        close_timer.start();
+        ::kill(::getpid(), SIGTERM);
+    });
+    QCoreApplication::exec();
+    session.reset();
+    registry.reset();
+    plugins.reset();
+    shutdown.reset();
+    const double close_ms = ms_since(close_timer);
+
+    std::printf("bare_read_ms: %.2f\n", bare_ms);
+    std::printf("open_ms: %.2f\n", open_ms);
+    std::printf("open_ratio: %.3f\n", open_ms / bare_ms);
+    std::printf("peak_rss_mb: %.1f\n", peak_mb);
+    std::printf("steady_rss_mb: %.1f\n", steady_mb);
+    std::printf("close_ms: %.2f\n", close_ms);
+    std::fflush(stdout);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    int rounds = 5;
+    int racks = 100;
+    int nodes_per_rack = 100;
+    int chain = 0;
+    for (int i = 1; i + 1 < argc; ++i) {
+        const QByteArray arg(argv[i]);
+        if (arg == "--child")
+            return run_child(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
+        const int value = QByteArray(argv[i + 1]).toInt();
+        if (arg == "--rounds")
+            rounds = std::max(1, value);
+        else if (arg == "--racks")
+            racks = value;
+        else if (arg == "--nodes-per-rack")
+            nodes_per_rack = value;
+        else if (arg == "--chain")
+            chain = value;
+        else
+            continue;
+        ++i;
+    }
+
+    QCoreApplication app(argc, argv);
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("generated.corv"));
+    {
+        const QByteArray document =
+            chain > 0 ? generate_chain(chain) : generate_racks(racks, nodes_per_rack);
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(document) != document.size())
+            return 1;
+        std::printf("project_bytes: %lld\n", static_cast<long long>(document.size()));
+    }
+
+    // Private application data, so the child touches nothing of the user's.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
+        const QString sub = folder.filePath(QString::fromLatin1(name));
+        QDir().mkpath(sub);
+        environment.insert(QString::fromLatin1(name), sub);
+    }
+
+    std::map<QByteArray, double> best;
+    std::vector<QByteArray> order;
+    for (int round = 0; round < rounds; ++round) {
+        QProcess child;
+        child.setProcessEnvironment(environment);
+        child.setProcessChannelMode(QProcess::SeparateChannels);
+        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--child"), path});
+        if (!child.waitForFinished(-1) || child.exitStatus() != QProcess::NormalExit
+            || child.exitCode() != 0) {
+            std::fprintf(stderr, "round %d failed (exit %d):\n%s\n", round, child.exitCode(),
+                         child.readAllStandardError().constData());
+            return 1;
+        }
+        for (const QByteArray &line : child.readAllStandardOutput().split('\n')) {
+            const qsizetype colon = line.indexOf(':');
+            if (colon < 0)
+                continue;
+            const QByteArray name = line.left(colon);
+            const double value = line.mid(colon + 1).trimmed().toDouble();
+            auto it = best.find(name);
+            if (it == best.end()) {
+                best.emplace(name, value);
+                order.push_back(name);
+            } else {
+                it->second = std::min(it->second, value);
+            }
+        }
+    }
+    for (const QByteArray &name : order)
+        std::printf("%s: %.2f\n", name.constData(), best[name]);
+    return 0;
+}
