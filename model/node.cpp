@@ -10,6 +10,8 @@ void Children::insert(std::size_t index, const QUuid &id)
 {
     Q_EMIT before_added(id, index);
     m_ids.insert(qsizetype(index), id);
+    if (m_observer)
+        m_observer->child_added(this, id, index);
     Q_EMIT added(id, index);
 }
 
@@ -18,6 +20,8 @@ void Children::remove(std::size_t index)
     const QUuid id = m_ids.at(qsizetype(index));
     Q_EMIT before_removed(id, index);
     m_ids.removeAt(qsizetype(index));
+    if (m_observer)
+        m_observer->child_removed(this, id, index);
     Q_EMIT removed(id, index);
 }
 
@@ -57,7 +61,9 @@ void Node::set_impl_id(const QString &impl_id)
 {
     if (m_impl_id == impl_id)
         return;
-    m_impl_id = impl_id;
+    m_impl_id = shared_key(impl_id);
+    if (m_observer)
+        m_observer->impl_id_changed(this);
     Q_EMIT impl_id_changed();
 }
 

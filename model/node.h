@@ -10,6 +10,33 @@
 
 namespace corv::model {
 
+class Children;
+class Node;
+
+// The one listener a children list tells about insertions and removals
+// without a signal connection: the engine, which follows every list of an
+// open project (connections would cost each list far more than it holds).
+// Called after the change, before the signal.
+class ChildrenObserver
+{
+public:
+    virtual void child_added(Children *list, const QUuid &id, std::size_t index) = 0;
+    virtual void child_removed(Children *list, const QUuid &id, std::size_t index) = 0;
+
+protected:
+    ~ChildrenObserver() = default;
+};
+
+// The same for a node's type id.
+class NodeObserver
+{
+public:
+    virtual void impl_id_changed(Node *node) = 0;
+
+protected:
+    ~NodeObserver() = default;
+};
+
 // An ordered list of node ids: a rack's top-level list or a node's children.
 // Indexes are the caller's to keep in range.
 class Children : public QObject
@@ -35,6 +62,9 @@ public:
     // on both lists around the plain remove and insert.
     void move_to(std::size_t src_index, Children *dest, std::size_t dest_index);
 
+    ChildrenObserver *observer() const { return m_observer; }
+    void set_observer(ChildrenObserver *observer) { m_observer = observer; }
+
 Q_SIGNALS:
     void before_added(const QUuid &id, std::size_t index);
     void added(const QUuid &id, std::size_t index);
@@ -49,6 +79,7 @@ Q_SIGNALS:
 
 private:
     QList<QUuid> m_ids;
+    ChildrenObserver *m_observer = nullptr;
 };
 
 // The position a move leaves an element at, and the move that undoes it.
@@ -76,6 +107,9 @@ public:
     // The store prefix of this node's own keys: impl_id followed by ".".
     QString key_prefix() const { return m_impl_id + u'.'; }
 
+    NodeObserver *observer() const { return m_observer; }
+    void set_observer(NodeObserver *observer) { m_observer = observer; }
+
 Q_SIGNALS:
     void impl_id_changed();
 
@@ -83,6 +117,7 @@ private:
     QString m_impl_id;
     PropertyCollection m_properties;
     Children m_children;
+    NodeObserver *m_observer = nullptr;
 };
 
 } // namespace corv::model

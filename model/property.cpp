@@ -1,45 +1,153 @@
 #include "model/property.h"
 
+#include <QMutex>
+
 namespace corv::model {
 
 Property::Property(QObject *parent) : QObject(parent) {}
 
-Property::~Property() = default;
+Property::~Property()
+{
+    if (m_watcher)
+        m_watcher->property_destroyed(this);
+}
 
 void Property::set(const Value &value)
 {
     if (m_value == value)
         return;
     m_value = value;
+    if (m_watcher)
+        m_watcher->property_changed(this);
     Q_EMIT value_changed();
+}
+
+namespace {
+
+// The shared copies of full keys. Keys nobody holds any longer are dropped
+// whenever the pool has doubled since the last sweep.
+struct KeyPool {
+    QMutex mutex;
+    QSet<QString> keys;
+    qsizetype sweep_at = 1024;
+
+    QString intern(const QString &key)
+    {
+        const QMutexLocker lock(&mutex);
+        const auto it = keys.constFind(key);
+        if (it != keys.cend())
+            return *it;
+        if (keys.size() >= sweep_at) {
+            keys.removeIf([](const QString &held) { return !held.data_ptr()->isShared(); });
+            sweep_at = std::max<qsizetype>(1024, keys.size() * 2);
+        }
+        keys.insert(key);
+        return key;
+    }
+};
+
+KeyPool &key_pool()
+{
+    static KeyPool pool;
+    return pool;
+}
+
+bool equals_joined(const QString &full, QStringView prefix, QStringView key)
+{
+    return full.size() == prefix.size() + key.size() && QStringView(full).startsWith(prefix)
+           && QStringView(full).sliced(prefix.size()) == key;
+}
+
+constexpr std::size_t kIndexFrom = 16;
+
+} // namespace
+
+QString shared_key(const QString &key)
+{
+    return key_pool().intern(key);
+}
+
+QString shared_key(QStringView prefix, QStringView key)
+{
+    QString full;
+    full.reserve(prefix.size() + key.size());
+    full.append(prefix).append(key);
+    return key_pool().intern(full);
 }
 
 PropertyCollection::PropertyCollection() = default;
 
 PropertyCollection::~PropertyCollection()
 {
-    qDeleteAll(m_properties);
+    for (Entry &entry : m_entries)
+        delete entry.property;
 }
 
-Property *PropertyCollection::find(const QString &full_key) const
+PropertyCollection::Entry *PropertyCollection::entry(QStringView prefix, QStringView key) const
 {
-    return m_properties.value(full_key, nullptr);
+    if (m_index) {
+        QString full;
+        full.reserve(prefix.size() + key.size());
+        full.append(prefix).append(key);
+        const qsizetype at = m_index->value(full, -1);
+        return at < 0 ? nullptr : const_cast<Entry *>(&m_entries[std::size_t(at)]);
+    }
+    for (const Entry &e : m_entries) {
+        if (equals_joined(e.key, prefix, key))
+            return const_cast<Entry *>(&e);
+    }
+    return nullptr;
+}
+
+PropertyCollection::Entry &PropertyCollection::entry_or_add(const QString &full_key)
+{
+    if (Entry *found = entry(QStringView(), full_key))
+        return *found;
+    m_entries.push_back(Entry{shared_key(full_key)});
+    if (m_index) {
+        m_index->insert(m_entries.back().key, qsizetype(m_entries.size() - 1));
+    } else if (m_entries.size() > kIndexFrom) {
+        m_index = std::make_unique<QHash<QString, qsizetype>>();
+        for (std::size_t i = 0; i < m_entries.size(); ++i)
+            m_index->insert(m_entries[i].key, qsizetype(i));
+    }
+    return m_entries.back();
+}
+
+Property *PropertyCollection::find(QStringView prefix, QStringView key) const
+{
+    const Entry *found = entry(prefix, key);
+    return found ? found->property : nullptr;
 }
 
 Property *PropertyCollection::find_or_create(const QString &full_key)
 {
-    auto it = m_properties.find(full_key);
-    if (it == m_properties.end())
-        it = m_properties.insert(full_key, new Property);
-    return it.value();
+    Entry &found = entry_or_add(full_key);
+    if (!found.property) {
+        found.property = new Property;
+        ++m_count;
+    }
+    return found.property;
 }
 
 void PropertyCollection::append_key(const QString &full_key)
 {
-    if (m_listed.contains(full_key))
+    Entry &found = entry_or_add(full_key);
+    if (found.listed)
         return;
-    m_listed.insert(full_key);
-    m_keys.append(full_key);
+    found.listed = true;
+    m_keys.append(found.key);
+}
+
+QList<QString> PropertyCollection::all_keys() const
+{
+    QList<QString> keys;
+    keys.reserve(m_count);
+    for (const Entry &entry : m_entries) {
+        if (entry.property)
+            keys.append(entry.key);
+    }
+    return keys;
 }
 
 QString StoreView::full_key(const QString &local_key) const
@@ -51,17 +159,21 @@ QString StoreView::full_key(const QString &local_key) const
 
 Property *StoreView::resolve(const QString &local_key) const
 {
+    static const QString bang = QStringLiteral("!");
+    const bool absolute = local_key.startsWith(u'!');
     for (const StoreView *view = this; view; view = view->m_parent) {
-        if (!view->m_collection)
+        const PropertyCollection *collection = view->m_collection;
+        if (!collection)
             continue;
-        if (Property *p = view->m_collection->find(view->full_key(local_key)))
+        const QStringView prefix = absolute || local_key.isEmpty() ? QStringView() : view->m_prefix;
+        if (Property *p = collection->find(prefix, local_key))
             return p;
-        if (local_key.startsWith(u'!')) {
-            if (Property *p = view->m_collection->find(view->m_prefix + local_key.mid(1)))
+        if (absolute) {
+            if (Property *p = collection->find(view->m_prefix, QStringView(local_key).sliced(1)))
                 return p;
         } else if (!local_key.isNull()) {
             // A null key (a null C string from a plugin) has no "!" form.
-            if (Property *p = view->m_collection->find(u'!' + local_key))
+            if (Property *p = collection->find(bang, local_key))
                 return p;
         }
     }

@@ -9,8 +9,27 @@
 #include <QStringList>
 
 #include <memory>
+#include <vector>
 
 namespace corv::model {
+
+class Property;
+
+// The one listener a property tells about its changes without a signal
+// connection (a connection per bound property costs far more memory than
+// the property itself). Used by the declarative UI's fields; everyone else
+// connects to value_changed().
+class PropertyWatcher
+{
+public:
+    // After the value changed, before value_changed() is emitted.
+    virtual void property_changed(Property *property) = 0;
+    // The property is being destroyed.
+    virtual void property_destroyed(Property *property) = 0;
+
+protected:
+    ~PropertyWatcher() = default;
+};
 
 // An observable holder of one value. Setting an equal value (by the exact
 // equality of Value) does nothing; any real change emits value_changed().
@@ -24,16 +43,28 @@ public:
     const Value &value() const { return m_value; }
     void set(const Value &value);
 
+    PropertyWatcher *watcher() const { return m_watcher; }
+    void set_watcher(PropertyWatcher *watcher) { m_watcher = watcher; }
+
 Q_SIGNALS:
     void value_changed();
 
 private:
     Value m_value;
+    PropertyWatcher *m_watcher = nullptr;
 };
+
+// Full keys are alike in every node of a type ("io.marrowfield.delay.count"):
+// one shared copy of each serves them all. Any thread.
+QString shared_key(const QString &key);
+QString shared_key(QStringView prefix, QStringView key);
 
 // Owns properties by full key. Properties live as long as the collection.
 // The key list keeps every key once, at the position it was first set, which is
 // the order the writer uses.
+//
+// A node holds a handful of keys: they are kept in a plain array searched
+// in order, with a hash index only for large collections (preferences).
 class PropertyCollection
 {
 public:
@@ -42,21 +73,32 @@ public:
     PropertyCollection(const PropertyCollection &) = delete;
     PropertyCollection &operator=(const PropertyCollection &) = delete;
 
-    Property *find(const QString &full_key) const;
+    Property *find(const QString &full_key) const { return find(QStringView(), full_key); }
+    // The property under prefix + key, without building that key.
+    Property *find(QStringView prefix, QStringView key) const;
     Property *find_or_create(const QString &full_key);
 
     // Records a full key as set; a key already listed keeps its first position.
     void append_key(const QString &full_key);
     const QStringList &keys() const { return m_keys; }
-    qsizetype size() const { return m_properties.size(); }
+    qsizetype size() const { return m_count; }
 
-    // Every property, in no particular order.
-    QList<QString> all_keys() const { return m_properties.keys(); }
+    // Every property, in the order they were made.
+    QList<QString> all_keys() const;
 
 private:
-    QHash<QString, Property *> m_properties;
+    struct Entry {
+        QString key;
+        Property *property = nullptr;
+        bool listed = false;
+    };
+    Entry *entry(QStringView prefix, QStringView key) const;
+    Entry &entry_or_add(const QString &full_key);
+
+    std::vector<Entry> m_entries;
+    std::unique_ptr<QHash<QString, qsizetype>> m_index;
     QStringList m_keys;
-    QSet<QString> m_listed;
+    qsizetype m_count = 0;
 };
 
 // A property collection seen through a key prefix (a node type id followed by
