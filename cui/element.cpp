@@ -136,14 +136,22 @@ QObject *Element::link() const
 
 Field::~Field()
 {
+    unbind();
+}
+
+void Field::unbind()
+{
+    if (m_property && m_property->watcher() == &surface())
+        m_property->set_watcher(nullptr);
     QObject::disconnect(m_connection);
+    QObject::disconnect(m_gone_connection);
+    m_property = nullptr;
 }
 
 void Field::bind(model::PropertyCollection *collection, const QString &prefix,
                  const QString &local_key, const model::Value &default_value)
 {
-    QObject::disconnect(m_connection);
-    m_property = nullptr;
+    unbind();
     if (!collection)
         return;
     model::Property *property = collection->find(id());
@@ -152,9 +160,9 @@ void Field::bind(model::PropertyCollection *collection, const QString &prefix,
         model::Value initial = default_value;
         const model::Property *other = nullptr;
         if (!local_key.startsWith(u'!'))
-            other = collection->find(u'!' + local_key);
+            other = collection->find(u"!", local_key);
         else
-            other = collection->find(prefix + local_key.mid(1));
+            other = collection->find(prefix, QStringView(local_key).sliced(1));
         if (other)
             initial = other->value();
         collection->append_key(id());
@@ -162,8 +170,30 @@ void Field::bind(model::PropertyCollection *collection, const QString &prefix,
         property->set(initial);
     }
     m_property = property;
+    // The surface hears of the entry's changes by a direct call; only a
+    // second surface over the same entry needs a connection of its own.
+    if (!property->watcher()) {
+        property->set_watcher(&surface());
+        return;
+    }
     m_connection = QObject::connect(property, &model::Property::value_changed, &surface(),
                                     [this] { on_store_changed(); });
+    m_gone_connection = QObject::connect(property, &QObject::destroyed, &surface(), [this] {
+        QObject::disconnect(m_connection);
+        m_property = nullptr;
+    });
+}
+
+void Field::entry_changed(model::Property *property)
+{
+    if (property == m_property && !m_connection)
+        on_store_changed();
+}
+
+void Field::entry_destroyed(model::Property *property)
+{
+    if (property == m_property && !m_connection)
+        m_property = nullptr;
 }
 
 const model::Value &Field::value() const

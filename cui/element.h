@@ -128,9 +128,12 @@ public:
     // ("!key" for a prefixed key, prefix + key for an absolute one).
     void bind(model::PropertyCollection *collection, const QString &prefix,
               const QString &local_key, const model::Value &default_value);
-    // The connection to the entry ends when the entry goes (with its collection).
-    bool is_bound() const { return bool(m_connection); }
-    model::Property *property() const { return is_bound() ? m_property : nullptr; }
+    // The binding ends when the entry goes (with its collection).
+    bool is_bound() const { return m_property != nullptr; }
+    model::Property *property() const { return m_property; }
+    // The surface heard that an entry changed or is going (watcher calls).
+    void entry_changed(model::Property *property);
+    void entry_destroyed(model::Property *property);
     // The stored value; None for unbound fields.
     const model::Value &value() const;
 
@@ -183,12 +186,15 @@ protected:
     bool m_updating = false;
 
 private:
+    void unbind();
     void on_store_changed();
     // Marks this field as the cause and asks the surface to rebuild, when armed.
     void invalidate_surface(InvalidateMode mode);
 
     model::Property *m_property = nullptr;
+    // Only when another surface watches the entry: value_changed and destroyed.
     QMetaObject::Connection m_connection;
+    QMetaObject::Connection m_gone_connection;
     std::uint32_t m_triggers = kDefaultTriggers;
     bool m_did_invalidate = false;
     bool m_armed = false;

@@ -3,6 +3,7 @@
 #include "cui/property_surface_p.h"
 #include "cui/store_editor.h"
 #include "cui/surface.h"
+#include "cui/surface_p.h"
 #include "engine/node_instance.h"
 #include "engine/node_manager.h"
 #include "engine/project_runtime.h"
@@ -66,9 +67,10 @@ void PropertySurface::Impl::rebuild()
         timer->stop();
     surface->build(prefix, [this](GenerateContext &context) {
         // The public signal is emitted directly rather than forwarded through
-        // a connection, which would cost every node's panel memory.
+        // a connection, which would cost every node's panel memory; the
+        // owner's build callback is called directly for the same reason.
         Q_EMIT build(context);
-        Q_EMIT q->build(context);
+        q->declare(context);
     });
 }
 
@@ -76,8 +78,8 @@ PropertySurface::PropertySurface(void *owner, const model::StoreView &store, con
                                  QObject *parent)
     : engine::PropertySurface(parent), d(std::make_unique<Impl>(*this, owner, store, editor))
 {
-    connect(d->surface.get(), &Surface::invalidated, this,
-            [this](corv::cui::InvalidateMode mode) { invalidate(mode); });
+    // The surface's invalidations come here by a direct call.
+    d->surface->impl()->panel = this;
 }
 
 PropertySurface::~PropertySurface() = default;
@@ -112,7 +114,8 @@ void PropertySurface::refresh(engine::NodeInstance *owner)
     d->owner = owner;
     d->surface->set_owner(owner);
     if (owner) {
-        d->prefix = owner->definition().id + u'.';
+        // The same text in every node of the type: one shared copy.
+        d->prefix = model::shared_key(owner->definition().id, u".");
         const model::StoreView &store = d->surface->store();
         d->surface->set_store(model::StoreView(store.collection(), d->prefix, store.parent()));
     }

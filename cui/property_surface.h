@@ -55,6 +55,7 @@ public:
     // The node's instance was (re)created or is gone: take it as the owner,
     // its type's prefix, and build at once.
     void refresh(engine::NodeInstance *owner) override;
+    bool runs_build_owner() const override { return true; }
     // Builds now.
     void rebuild();
 

@@ -3,9 +3,11 @@
 #include "cui/generate_context.h"
 #include "cui/logging.h"
 #include "cui/surface_p.h"
+#include "engine/property_surface.h"
 
 #include <QFormLayout>
 #include <QTimer>
+#include <QMutex>
 #include <QUuid>
 
 namespace corv::cui {
@@ -25,11 +27,27 @@ QString GenerateContext::full_id(const QString &key) const
     return m_prefix + key;
 }
 
+namespace {
+// The k-th anonymous id of the process, "anonymous." and a UUID made once.
+// Every surface takes ids from here in order, each never twice, so the k-th
+// keyless element of every fresh surface shares one text: a project's
+// thousands of panels neither make a random UUID each nor hold a copy each.
+QString shared_anonymous_id(qsizetype k)
+{
+    static QStringList ids;
+    static QMutex mutex;
+    const QMutexLocker lock(&mutex);
+    while (ids.size() <= k)
+        ids.append(QLatin1String("anonymous.") + QUuid::createUuid().toString(QUuid::WithoutBraces));
+    return ids.at(k);
+}
+} // namespace
+
 QString GenerateContext::next_anonymous_id()
 {
     QStringList &ids = m_surface->anonymous;
     if (ids.size() < anonymous_count + 1)
-        ids.append(QLatin1String("anonymous.") + QUuid::createUuid().toString(QUuid::WithoutBraces));
+        ids.append(shared_anonymous_id(m_surface->anonymous_taken++));
     return full_id(ids.at(anonymous_count++));
 }
 
@@ -80,6 +98,27 @@ Element *ElementMap::take(const QString &id)
 // Surface::Impl
 
 Surface::Impl::Impl(Surface &q, const model::StoreView &store) : q(&q), store(store), root(*this) {}
+
+void Surface::Impl::property_changed(model::Property *property)
+{
+    // A field's id is its key, so one field at most watches an entry. Its
+    // handler may rebuild the surface, so the walk ends there.
+    for (Element *element : elements) {
+        Field *field = element->as_field();
+        if (field && field->property() == property) {
+            field->entry_changed(property);
+            return;
+        }
+    }
+}
+
+void Surface::Impl::property_destroyed(model::Property *property)
+{
+    for (Element *element : elements) {
+        if (Field *field = element->as_field())
+            field->entry_destroyed(property);
+    }
+}
 
 Surface::Impl::~Impl()
 {

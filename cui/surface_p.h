@@ -5,6 +5,7 @@
 #include "cui/store_editor.h"
 #include "cui/surface.h"
 #include "engine/project_runtime.h"
+#include "engine/property_surface.h"
 #include "model/property.h"
 
 #include <QHash>
@@ -42,7 +43,7 @@ private:
     mutable std::size_t m_hint = 0;
 };
 
-class Surface::Impl : public QObject
+class Surface::Impl : public QObject, public model::PropertyWatcher
 {
     Q_OBJECT
 public:
@@ -59,7 +60,8 @@ public:
         Element *element = elements.value(id);
         const bool make = !element || element->kind() != T::static_kind;
         if (make) {
-            element = new T(*this, id);
+            // Ids are alike in every node of a type: one shared copy.
+            element = new T(*this, model::shared_key(id));
             replace(id, element);
         }
         if (created)
@@ -86,15 +88,24 @@ public:
 
     bool has_view() const { return !view.isNull(); }
 
-    // Emits invalidated here and on the public Surface (without a
-    // connection between the two, which would cost every surface memory).
+    // Tells the panel over the surface, then emits invalidated here and on
+    // the public Surface (without connections between them, which would
+    // cost every surface memory).
     void notify_invalidated(InvalidateMode mode)
     {
+        if (panel)
+            panel->invalidate(mode);
         Q_EMIT invalidated(mode);
         Q_EMIT q->invalidated(mode);
     }
 
+    // model::PropertyWatcher: the store entries bound by this surface's fields.
+    void property_changed(model::Property *property) override;
+    void property_destroyed(model::Property *property) override;
+
     Surface *q;
+    // The property panel that rebuilds this surface, told of invalidations first.
+    engine::PropertySurface *panel = nullptr;
     void *owner = nullptr;
     model::StoreView store;
     StoreEditor editor;
@@ -103,6 +114,8 @@ public:
     ElementMap elements;
     QStringList declared;
     QStringList anonymous;
+    // How many of the process's anonymous ids this surface has taken.
+    qsizetype anonymous_taken = 0;
     QPointer<SurfaceView> view;
     bool building = false;
     // Field handlers on the stack; while any runs, discarded elements wait.

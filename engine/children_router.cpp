@@ -9,52 +9,100 @@
 
 namespace corv::engine {
 
+namespace {
+// Lists longer than this find their records through a hash.
+constexpr std::size_t kIndexFrom = 16;
+} // namespace
+
 struct ChildrenEventRouter::Child {
     QUuid id;
     qsizetype hint = 0;
     // How often the id stands in the list; only a broken project has more than one.
     int occurrences = 1;
     NodeManager::Impl *manager = nullptr;
-    ChildrenEventRouter *nested = nullptr; // owned
-    QMetaObject::Connection from_parent_sink;
-    QMetaObject::Connection from_child_sink;
 };
 
 ChildrenEventRouter::ChildrenEventRouter(model::Children *children, ProjectRuntime &runtime,
                                          const bool *running, QObject *parent)
     : QObject(parent), m_children(children), m_runtime(&runtime), m_running(running)
 {
-    if (m_children) {
-        // A list that dies first (its node deleted without the runtime being
-        // told) leaves an empty router behind, never a dangling one.
-        connect(m_children, &QObject::destroyed, this, [this] { m_children = nullptr; });
-    }
 }
 
 ChildrenEventRouter::~ChildrenEventRouter()
 {
-    for (Child *child : std::as_const(m_records)) {
-        unbind(*child, false);
-        delete child;
-    }
+    if (m_released)
+        return; // torn down by destroy_all()
+    Work below;
+    release(below);
+    destroy_all(std::move(below));
 }
 
 void ChildrenEventRouter::build()
 {
+    if (m_built)
+        return;
+    build_all({this});
+}
+
+void ChildrenEventRouter::build_all(Work work)
+{
+    while (!work.empty()) {
+        ChildrenEventRouter *router = work.back();
+        work.pop_back();
+        router->wire(work);
+    }
+}
+
+void ChildrenEventRouter::wire(Work &to_build)
+{
     if (m_built || !m_children)
         return;
     m_built = true;
-    connect(m_children, &model::Children::added, this, &ChildrenEventRouter::on_added);
-    connect(m_children, &model::Children::removed, this, &ChildrenEventRouter::on_removed);
+    m_children->set_observer(this);
     const QList<QUuid> &ids = m_children->ids();
     for (qsizetype i = 0; i < ids.size(); ++i)
-        on_added(ids.at(i), std::size_t(i));
+        add(ids.at(i), std::size_t(i), to_build);
+}
+
+void ChildrenEventRouter::destroy_all(Work work)
+{
+    while (!work.empty()) {
+        ChildrenEventRouter *router = work.back();
+        work.pop_back();
+        router->release(work);
+        delete router;
+    }
+}
+
+void ChildrenEventRouter::release(Work &to_destroy)
+{
+    m_released = true;
+    if (m_children && m_children->observer() == this)
+        m_children->set_observer(nullptr);
+    for (Child *child : m_records) {
+        unbind(*child, false, to_destroy);
+        delete child;
+    }
+    m_records.clear();
+    m_index.reset();
+    m_at.clear();
 }
 
 ChildrenEventRouter *ChildrenEventRouter::nested_router(const QUuid &child) const
 {
-    const Child *record = m_records.value(child, nullptr);
-    return record ? record->nested : nullptr;
+    const Child *record = find(child);
+    return record && record->manager ? record->manager->nested : nullptr;
+}
+
+ChildrenEventRouter::Child *ChildrenEventRouter::find(const QUuid &id) const
+{
+    if (m_index)
+        return m_index->value(id, nullptr);
+    for (Child *child : m_records) {
+        if (child->id == id)
+            return child;
+    }
+    return nullptr;
 }
 
 void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
@@ -81,7 +129,14 @@ void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
             return;
         }
     }
+    if (m_owner)
+        m_owner->children_returned(event);
     Q_EMIT event_returned(event);
+}
+
+void ChildrenEventRouter::route_after(void *record, const EventScope &event)
+{
+    route(std::size_t(index_of(*static_cast<Child *>(record))) + 1, event);
 }
 
 ChildrenEventRouter::Child *ChildrenEventRouter::child_at(qsizetype index, const QUuid &id)
@@ -91,7 +146,7 @@ ChildrenEventRouter::Child *ChildrenEventRouter::child_at(qsizetype index, const
         if (cached && cached->id == id)
             return cached;
     }
-    Child *child = m_records.value(id, nullptr);
+    Child *child = find(id);
     if (child) {
         if (index >= m_at.size())
             m_at.resize(index + 1);
@@ -120,39 +175,54 @@ qsizetype ChildrenEventRouter::index_of(Child &child) const
     return child.hint = found;
 }
 
-void ChildrenEventRouter::on_added(const QUuid &id, std::size_t index)
+void ChildrenEventRouter::child_added(model::Children *, const QUuid &id, std::size_t index)
 {
-    Child *child = m_records.value(id, nullptr);
+    Work to_build;
+    add(id, index, to_build);
+    build_all(std::move(to_build));
+}
+
+void ChildrenEventRouter::add(const QUuid &id, std::size_t index, Work &to_build)
+{
+    Child *child = find(id);
     if (child) {
         ++child->occurrences;
     } else {
         child = new Child;
         child->id = id;
         child->hint = qsizetype(index);
-        m_records.insert(id, child);
+        m_records.push_back(child);
+        if (m_index) {
+            m_index->insert(id, child);
+        } else if (m_records.size() > kIndexFrom) {
+            m_index = std::make_unique<QHash<QUuid, Child *>>();
+            for (Child *record : m_records)
+                m_index->insert(record->id, record);
+        }
     }
     m_at.insert(std::min(qsizetype(index), m_at.size()), child);
     if (child->occurrences == 1)
-        bind(*child);
+        bind(*child, to_build);
 }
 
-void ChildrenEventRouter::on_removed(const QUuid &id, std::size_t index)
+void ChildrenEventRouter::child_removed(model::Children *, const QUuid &id, std::size_t index)
 {
     if (qsizetype(index) < m_at.size())
         m_at.remove(qsizetype(index));
-    auto it = m_records.find(id);
-    if (it == m_records.end())
+    Child *child = find(id);
+    if (!child || --child->occurrences > 0)
         return;
-    Child *child = it.value();
-    if (--child->occurrences > 0)
-        return;
-    m_records.erase(it);
+    m_records.erase(std::find(m_records.begin(), m_records.end(), child));
+    if (m_index)
+        m_index->remove(id);
     m_at.removeAll(child);
-    unbind(*child, false);
+    Work to_destroy;
+    unbind(*child, false, to_destroy);
     delete child;
+    destroy_all(std::move(to_destroy));
 }
 
-void ChildrenEventRouter::bind(Child &child)
+void ChildrenEventRouter::bind(Child &child, Work &to_build)
 {
     NodeManager *manager = m_runtime->find_node_manager(child.id);
     if (!manager) {
@@ -162,40 +232,29 @@ void ChildrenEventRouter::bind(Child &child)
     NodeManager::Impl *d = manager->impl();
     if (d->bound_router)
         return; // the node already runs in another list; here it stays transparent
-    d->bound_router = this;
     child.manager = d;
-
-    Child *record = &child;
-    child.from_parent_sink = connect(&d->parent_sink, &EventSink::event_received, this,
-                                     [this, record](const EventScope &event) {
-                                         route(std::size_t(index_of(*record)) + 1, event);
-                                     });
-
-    child.nested = new ChildrenEventRouter(d->node->children(), *m_runtime, m_running);
-    ChildrenEventRouter *nested = child.nested;
-    child.from_child_sink = connect(&d->child_sink, &EventSink::event_received, nested,
-                                    [nested](const EventScope &event) { nested->route(0, event); });
-    connect(nested, &ChildrenEventRouter::event_returned, nested,
-            [this, record](const EventScope &event) {
-                if (!*m_running || !record->manager)
-                    return;
-                NodeInstance *instance = record->manager->instance.get();
-                if (!instance || !instance->is_created())
-                    return;
-                if (const auto returned = instance->definition().on_children_returned)
-                    returned(instance->data(), handles::new_event(event));
-            });
-    nested->build();
+    d->bound_router = this;
+    d->bound_record = &child;
+    // A node outside every rack when the project opened gets its instance
+    // once a rack reaches it.
+    if (m_runtime->m_instances_started && !d->is_started())
+        d->start(true);
+    model::Children *own = d->node->children();
+    if (own->count() == 0) {
+        // The first child of the node will make its router.
+        own->set_observer(d);
+        return;
+    }
+    d->nested = new ChildrenEventRouter(own, *m_runtime, m_running);
+    d->nested->set_owner(d);
+    to_build.push_back(d->nested);
 }
 
-void ChildrenEventRouter::unbind(Child &child, bool wait)
+void ChildrenEventRouter::unbind(Child &child, bool wait, Work &to_destroy)
 {
-    disconnect(child.from_parent_sink);
-    disconnect(child.from_child_sink);
-    delete child.nested;
-    child.nested = nullptr;
-    if (child.manager) {
-        child.manager->bound_router = nullptr;
+    if (NodeManager::Impl *d = child.manager) {
+        if (ChildrenEventRouter *nested = d->unbind())
+            to_destroy.push_back(nested);
         child.manager = nullptr;
     } else {
         auto it = m_runtime->m_waiting.find(child.id);
@@ -208,15 +267,22 @@ void ChildrenEventRouter::unbind(Child &child, bool wait)
 
 void ChildrenEventRouter::manager_arrived(const QUuid &id)
 {
-    Child *child = m_records.value(id, nullptr);
-    if (child && !child->manager)
-        bind(*child);
+    Child *child = find(id);
+    if (!child || child->manager)
+        return;
+    Work to_build;
+    bind(*child, to_build);
+    build_all(std::move(to_build));
 }
 
 void ChildrenEventRouter::manager_leaving(const QUuid &id)
 {
-    if (Child *child = m_records.value(id, nullptr))
-        unbind(*child, true);
+    Child *child = find(id);
+    if (!child)
+        return;
+    Work to_destroy;
+    unbind(*child, true, to_destroy);
+    destroy_all(std::move(to_destroy));
 }
 
 } // namespace corv::engine

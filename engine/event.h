@@ -157,8 +157,24 @@ public:
 
     bool event(QEvent *event) override;
 
+    // Where the engine takes a delivered event, right after event_received
+    // (a direct call: a signal connection per sink would cost every node
+    // more memory than the sink itself).
+    class Receiver
+    {
+    public:
+        virtual void sink_received(EventSink *sink, const EventScope &event) = 0;
+
+    protected:
+        ~Receiver() = default;
+    };
+    void set_receiver(Receiver *receiver) { m_receiver = receiver; }
+
 Q_SIGNALS:
     void event_received(const corv::engine::EventScope &event);
+
+private:
+    Receiver *m_receiver = nullptr;
 };
 
 // Registers EventScope with Qt's meta-type system (also under the plain name

@@ -58,6 +58,8 @@ void NodeInstance::refresh_instance_name()
     if (name == m_instance_name)
         return;
     m_instance_name = name;
+    if (m_listener)
+        m_listener->instance_renamed(this);
     Q_EMIT instance_name_changed(m_instance_name);
 }
 
@@ -72,6 +74,8 @@ void NodeInstance::refresh_decoration()
     if (flags == m_decoration)
         return;
     m_decoration = flags;
+    if (m_listener)
+        m_listener->instance_redecorated(this);
     Q_EMIT decoration_changed();
 }
 

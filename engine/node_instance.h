@@ -10,6 +10,20 @@
 namespace corv::engine {
 
 class EventSink;
+class NodeInstance;
+
+// What an instance reports to the engine object that owns it, besides its
+// own signals (which cost nothing while nobody listens).
+class InstanceListener
+{
+public:
+    virtual void instance_renamed(NodeInstance *instance) = 0;
+    virtual void instance_redecorated(NodeInstance *instance) = 0;
+    virtual void instance_needs_panel_update(NodeInstance *instance) = 0;
+
+protected:
+    ~InstanceListener() = default;
+};
 
 // The live instance of one node of a known type: the plugin's instance data
 // and what the engine caches from it. A pointer to it is the C node handle.
@@ -49,7 +63,14 @@ public:
     // Re-reads get_decoration; emits decoration_changed on a change.
     void refresh_decoration();
     // Asks the node's property panel to rebuild.
-    void invalidate_properties() { Q_EMIT properties_need_update(); }
+    void invalidate_properties()
+    {
+        if (m_listener)
+            m_listener->instance_needs_panel_update(this);
+        Q_EMIT properties_need_update();
+    }
+
+    void set_listener(InstanceListener *listener) { m_listener = listener; }
 
 Q_SIGNALS:
     void instance_name_changed(const QString &instance_name);
@@ -64,6 +85,7 @@ private:
     std::array<bool, 5> m_decoration{};
     EventSink *m_parent_sink;
     EventSink *m_child_sink;
+    InstanceListener *m_listener = nullptr;
 };
 
 } // namespace corv::engine

@@ -4,18 +4,29 @@
 #include "engine/node_manager_p.h"
 #include "engine/project_runtime.h"
 
+#include "engine/children_router.h"
+
 #include <QMetaMethod>
 
 namespace corv::engine {
 
-NodeManager::Impl::Impl(model::Node &node, const QUuid &id, ProjectRuntime &runtime)
-    : node(&node), runtime(&runtime), id(id), store(&node.properties(), node.key_prefix())
+NodeManager::Impl::Impl(NodeManager &q, model::Node &node, const QUuid &id, ProjectRuntime &runtime)
+    : q(&q), node(&node), runtime(&runtime), id(id),
+      store(&node.properties(), model::shared_key(node.impl_id(), u"."))
 {
+    parent_sink.set_receiver(this);
+    child_sink.set_receiver(this);
 }
 
 NodeManager::Impl::~Impl()
 {
+    if (node->observer() == this)
+        node->set_observer(nullptr);
+    if (ChildrenEventRouter *below = unbind())
+        delete below;
     // destroy without unload; the sinks (and their queued events) go after.
+    if (surface)
+        surface->set_build_owner(nullptr);
     instance.reset();
 }
 
@@ -25,14 +36,80 @@ void NodeManager::Impl::start(bool with_load)
         return;
     m_started = true;
     loaded = !with_load;
-    connect(node, &model::Node::impl_id_changed, this, &Impl::on_impl_id_changed);
+    node->set_observer(this);
     recreate();
 }
 
-void NodeManager::Impl::on_impl_id_changed()
+void NodeManager::Impl::impl_id_changed(model::Node *)
 {
     if (!migrating)
         recreate();
+}
+
+ChildrenEventRouter *NodeManager::Impl::unbind()
+{
+    model::Children *own = node->children();
+    if (own->observer() == this)
+        own->set_observer(nullptr);
+    bound_router = nullptr;
+    bound_record = nullptr;
+    return std::exchange(nested, nullptr);
+}
+
+void NodeManager::Impl::child_added(model::Children *list, const QUuid &, std::size_t)
+{
+    if (!bound_router || nested)
+        return;
+    // The router reads the list as it stands, the new child included.
+    nested = new ChildrenEventRouter(list, *runtime, bound_router->m_running);
+    nested->set_owner(this);
+    nested->build();
+}
+
+void NodeManager::Impl::sink_received(EventSink *sink, const EventScope &event)
+{
+    if (sink == &parent_sink) {
+        // Everything the node posts towards its parent counts as emitted,
+        // before the next sibling is triggered.
+        if (emitted_wired)
+            Q_EMIT emitted();
+        if (bound_router)
+            bound_router->route_after(bound_record, event);
+    } else if (bound_router) {
+        if (nested)
+            nested->route(0, event);
+        else if (*bound_router->m_running)
+            children_returned(event); // no children: straight back
+    }
+}
+
+void NodeManager::Impl::children_returned(const EventScope &event)
+{
+    if (!bound_router || !*bound_router->m_running)
+        return;
+    NodeInstance *current = instance.get();
+    if (!current || !current->is_created())
+        return;
+    if (const auto returned = current->definition().on_children_returned)
+        returned(current->data(), handles::new_event(event));
+}
+
+void NodeManager::Impl::instance_renamed(NodeInstance *)
+{
+    Q_EMIT instance_name_changed();
+    Q_EMIT q->instance_name_changed();
+}
+
+void NodeManager::Impl::instance_redecorated(NodeInstance *)
+{
+    Q_EMIT decoration_changed();
+    Q_EMIT q->decoration_changed();
+}
+
+void NodeManager::Impl::instance_needs_panel_update(NodeInstance *)
+{
+    if (surface)
+        surface->invalidate(PropertySurface::Deferred);
 }
 
 void NodeManager::Impl::wire_surface()
@@ -41,9 +118,10 @@ void NodeManager::Impl::wire_surface()
     PropertySurface *panel = surface;
     if (!owner || !panel)
         return;
-    // Both connections die with the instance, so a re-created node wires anew.
-    connect(owner, &NodeInstance::properties_need_update, panel,
-            [panel] { panel->invalidate(PropertySurface::Deferred); });
+    panel->set_build_owner(owner);
+    if (panel->runs_build_owner())
+        return;
+    // A surface that only emits build: the connection dies with the instance.
     connect(panel, &PropertySurface::build, owner, [owner](cui::GenerateContext &context) {
         const NodeDefinition &type = owner->definition();
         if (owner->is_created() && type.build)
@@ -58,6 +136,8 @@ void NodeManager::Impl::recreate()
         if (instance->is_created() && definition && definition->unload)
             definition->unload(instance->data(), handles::to_handle(&store));
     }
+    if (surface)
+        surface->set_build_owner(nullptr);
     instance.reset();
     definition = runtime->registry().resolve(*node, &migrating);
     if (!definition) {
@@ -67,11 +147,9 @@ void NodeManager::Impl::recreate()
     }
 
     instance = std::make_unique<NodeInstance>(*definition, &parent_sink, &child_sink);
-    store = model::StoreView(&node->properties(), definition->id + u'.');
+    store = model::StoreView(&node->properties(), model::shared_key(definition->id, u"."));
     NodeInstance *created = instance.get();
-    connect(created, &NodeInstance::instance_name_changed, this, &Impl::instance_name_changed);
-    connect(created, &NodeInstance::decoration_changed, this, &Impl::decoration_changed);
-    wire_surface();
+    created->set_listener(this);
 
     created->create();
     if (!loaded) {
@@ -80,23 +158,26 @@ void NodeManager::Impl::recreate()
             definition->load(created->data(), handles::to_handle(&store));
     }
 
-    if (surface)
+    if (surface) {
+        wire_surface();
         surface->refresh(created);
+    }
     created->refresh_instance_name();
     created->refresh_decoration();
-    if (!suppress_name_signal)
+    if (!suppress_name_signal) {
         Q_EMIT instance_name_changed();
+        Q_EMIT q->instance_name_changed();
+    }
 }
 
 NodeManager::NodeManager(model::Node &node, const QUuid &id, ProjectRuntime &runtime,
                          QObject *parent)
-    : QObject(parent), d(std::make_unique<Impl>(node, id, runtime))
+    : QObject(parent), d(std::make_unique<Impl>(*this, node, id, runtime))
 {
-    connect(d.get(), &Impl::instance_name_changed, this, &NodeManager::instance_name_changed);
-    connect(d.get(), &Impl::decoration_changed, this, &NodeManager::decoration_changed);
-    // triggered and emitted fire on every hop; they are wired on their first
-    // listener (connectNotify), so a hop past an unobserved node costs no
-    // signal delivery.
+    // The private part emits instance_name_changed and decoration_changed
+    // here too. triggered and emitted fire on every hop; they are wired on
+    // their first listener (connectNotify), so a hop past an unobserved node
+    // costs no signal delivery.
 }
 
 NodeManager::~NodeManager() = default;
@@ -108,8 +189,6 @@ void NodeManager::connectNotify(const QMetaMethod &signal)
         connect(d.get(), &Impl::triggered, this, &NodeManager::triggered);
     } else if (!d->emitted_wired && signal == QMetaMethod::fromSignal(&NodeManager::emitted)) {
         d->emitted_wired = true;
-        // Everything the node posts towards its parent counts as emitted.
-        connect(&d->parent_sink, &EventSink::event_received, d.get(), &Impl::emitted);
         connect(d.get(), &Impl::emitted, this, &NodeManager::emitted);
     }
     QObject::connectNotify(signal);

@@ -14,20 +14,53 @@ namespace corv::engine {
 
 class ChildrenEventRouter;
 
-class NodeManager::Impl : public QObject
+// The state of a node manager. It takes what its sinks deliver, what its
+// instance reports and what its node announces by direct calls rather than
+// signal connections: a project holds thousands of nodes, and connections
+// would cost each of them several times the memory of everything else.
+class NodeManager::Impl : public QObject,
+                          public EventSink::Receiver,
+                          public InstanceListener,
+                          public model::NodeObserver,
+                          public model::ChildrenObserver
 {
     Q_OBJECT
 public:
-    Impl(model::Node &node, const QUuid &id, ProjectRuntime &runtime);
+    Impl(NodeManager &q, model::Node &node, const QUuid &id, ProjectRuntime &runtime);
     ~Impl() override;
 
     void start(bool with_load);
+    bool is_started() const { return m_started; }
     // Replaces the instance: unload, destroy, look the type up (migrating),
     // create, load, refresh.
     void recreate();
-    // Connects the instance and the property surface both ways.
+    // Gives the property surface the instance whose build answers it.
     void wire_surface();
 
+    // While a router of a running list routes this node (bound_router),
+    // the node's own children are routed by `nested`, made once the node
+    // has any. unbind() lets go of the nested router and of the node's children list; returns
+    // the nested router for the caller to tear down.
+    ChildrenEventRouter *unbind();
+
+    // EventSink::Receiver: the parent sink passes the event on to the next
+    // sibling (after `emitted`), the child sink into the node's children.
+    void sink_received(EventSink *sink, const EventScope &event) override;
+    // InstanceListener
+    void instance_renamed(NodeInstance *instance) override;
+    void instance_redecorated(NodeInstance *instance) override;
+    void instance_needs_panel_update(NodeInstance *instance) override;
+    // model::NodeObserver
+    void impl_id_changed(model::Node *node) override;
+    // model::ChildrenObserver, for the node's children while no nested
+    // router serves them: the first child makes one.
+    void child_added(model::Children *list, const QUuid &id, std::size_t index) override;
+    void child_removed(model::Children *, const QUuid &, std::size_t) override {}
+
+    // What came back out of the node's children: on_children_returned.
+    void children_returned(const EventScope &event);
+
+    NodeManager *q;
     model::Node *node;
     ProjectRuntime *runtime;
     const NodeDefinition *definition = nullptr;
@@ -43,9 +76,13 @@ public:
     bool emitted_wired = false;
 
     QPointer<PropertySurface> surface;
-    // The router whose children list holds this node and that wired its
-    // sinks; null while the node stands in no running list.
+    // The router whose children list holds this node and that routes it,
+    // with its record of the node; null while the node stands in no running
+    // list.
     ChildrenEventRouter *bound_router = nullptr;
+    void *bound_record = nullptr;
+    // The router over the node's own children while bound and they exist.
+    ChildrenEventRouter *nested = nullptr;
 
 Q_SIGNALS:
     void instance_name_changed();
@@ -54,7 +91,6 @@ Q_SIGNALS:
     void emitted();
 
 private:
-    void on_impl_id_changed();
     bool m_started = false;
 };
 

@@ -107,23 +107,23 @@ void ProjectRuntime::open()
         rack_manager->build_router();
         starts.append(managers);
     }
-    // Nodes in no rack's tree still get their manager.
+    // Nodes in no rack's tree get their manager, but no instance: no event
+    // can reach them, and a source among them would run for nothing.
     QList<QUuid> loose;
     for (auto it = m_project->nodes().cbegin(); it != m_project->nodes().cend(); ++it) {
         if (!m_nodes.contains(it.key()))
             loose.append(it.key());
     }
     std::sort(loose.begin(), loose.end());
-    QList<NodeManager *> loose_managers;
     for (const QUuid &node_id : std::as_const(loose))
-        loose_managers.append(make_node_manager(node_id));
-    starts.append(loose_managers);
+        make_node_manager(node_id);
 
     // Pass two: instances, each rack's last node first.
     for (const QList<NodeManager *> &managers : std::as_const(starts)) {
         for (auto it = managers.crbegin(); it != managers.crend(); ++it)
             (*it)->start(true);
     }
+    m_instances_started = true;
 
     connect(m_project, &model::Project::rack_added, this, &ProjectRuntime::on_rack_added);
     connect(m_project, &model::Project::rack_removed, this, &ProjectRuntime::on_rack_removed);

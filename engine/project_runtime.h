@@ -44,8 +44,10 @@ public:
 
     // Builds the runtime of the project as it stands, in two passes over the
     // racks in profile order: first every rack manager, node manager, sink and
-    // router; then every instance, with load, the last node of each rack
-    // first. Afterwards follows the project's signals.
+    // router; then the instance of every node a rack reaches, with load, the
+    // last node of each rack first. Nodes outside every rack keep their
+    // manager without an instance until a rack reaches them. Afterwards
+    // follows the project's signals.
     void open();
     bool is_open() const { return m_open; }
 
@@ -85,6 +87,8 @@ private:
     // Children that stand in a running list but have no node manager yet.
     QHash<QUuid, ChildrenEventRouter *> m_waiting;
     bool m_open = false;
+    // Set once open() has created the instances of every node a rack reaches.
+    bool m_instances_started = false;
 };
 
 } // namespace corv::engine

@@ -32,10 +32,26 @@ public:
     // surface now describes this owner.
     virtual void refresh(NodeInstance *owner) = 0;
 
+    // The instance whose type's build callback answers each rebuild (null:
+    // none). Set by the node's manager while the instance lives.
+    void set_build_owner(NodeInstance *instance) { m_build_owner = instance; }
+    NodeInstance *build_owner() const { return m_build_owner; }
+    // Whether the surface runs the build owner's callback itself on every
+    // rebuild (declare()); otherwise the manager connects it to build().
+    virtual bool runs_build_owner() const { return false; }
+
 Q_SIGNALS:
     // Emitted once per rebuild; the owner's build callback declares the
     // surface through the context.
     void build(corv::cui::GenerateContext &context);
+
+protected:
+    // One rebuild's declarations: the build owner's build callback, then
+    // build(context) for everyone else.
+    void declare(cui::GenerateContext &context);
+
+private:
+    NodeInstance *m_build_owner = nullptr;
 };
 
 } // namespace corv::engine
