@@ -112,6 +112,27 @@ private Q_SLOTS:
         QCOMPARE(b1_emitted.size(), 1);
     }
 
+    // What a node passes on counts as emitted before its next sibling is
+    // triggered, however late the listeners connect.
+    void emitted_before_next_triggered()
+    {
+        Fixture f;
+        const QUuid rack = f.add_rack(QStringLiteral("R"));
+        const QUuid a = f.add_node(rack, pass_type, QStringLiteral("A"));
+        const QUuid b = f.add_node(rack, pass_type, QStringLiteral("B"));
+        f.open();
+        QStringList order;
+        for (const QUuid &id : {a, b}) {
+            NodeManager *manager = f.runtime->find_node_manager(id);
+            const QString label = f.label(id);
+            connect(manager, &NodeManager::triggered, this, [&order, label] { order << label + " triggered"; });
+            connect(manager, &NodeManager::emitted, this, [&order, label] { order << label + " emitted"; });
+        }
+        f.post_to_rack(rack, "1");
+        settle();
+        QCOMPARE(order, (QStringList{"A triggered", "A emitted", "B triggered", "B emitted"}));
+    }
+
     void transparent_nodes_data()
     {
         QTest::addColumn<QStringList>("nodes");

@@ -114,6 +114,26 @@ private Q_SLOTS:
         QVERIFY(manager->instance());
     }
 
+    // A node that no rack reaches has a manager but no instance until a rack
+    // takes it in; then it is created and loaded like the others were.
+    void unreached_nodes_wait_for_a_rack()
+    {
+        Fixture f;
+        const QUuid rack = f.add_rack(QStringLiteral("R"));
+        f.add_node(rack, pass_type, QStringLiteral("A"));
+        const QUuid loose = f.add_node(rack, pass_type, QStringLiteral("L"));
+        f.list_of(rack)->remove(1);
+        f.open();
+        QCOMPARE(lifecycle, (QStringList{"create A", "load A"}));
+        NodeManager *manager = f.runtime->find_node_manager(loose);
+        QVERIFY(manager);
+        QVERIFY(!manager->instance());
+        lifecycle.clear();
+        f.list_of(rack)->insert(1, loose);
+        QCOMPARE(lifecycle, (QStringList{"create L", "load L"}));
+        QVERIFY(manager->instance());
+    }
+
     // Removal and close destroy without unload; a removal is announced while
     // the manager can still be found.
     void removal_and_close()
