@@ -13,8 +13,12 @@
 //   close_ms       SIGTERM to the end of the teardown
 //
 //   bench_open [--rounds N] [--racks R] [--nodes-per-rack N] [--chain DEPTH]
+//              [--write PATH] [--child PATH]
 //
-// --chain builds one rack holding a single chain DEPTH nodes deep instead.
+// --chain builds one rack holding a single chain DEPTH nodes deep instead;
+// --write only writes the generated project to PATH (to open it with
+// `corvane --headless PATH` or under a profiler); --child runs one round on
+// the project at PATH in this process.
 
 #include "app/builtin_plugin.h"
 #include "app/project_session.h"
@@ -172,7 +176,7 @@ int run_child(int argc, char **argv, const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return 2;
-    const QByteArray document = file.readAll();
+    QByteArray document = file.readAll();
     file.close();
     double bare_ms = 1e18;
     for (int i = 0; i < 3; ++i) {
@@ -181,6 +185,7 @@ int run_child(int argc, char **argv, const QString &path)
         bare_read(document);
         bare_ms = std::min(bare_ms, ms_since(timer));
     }
+    document = QByteArray(); // the open reads the file itself, as the program does
 
     QElapsedTimer timer;
     timer.start();
@@ -224,10 +229,15 @@ int main(int argc, char **argv)
     int racks = 100;
     int nodes_per_rack = 100;
     int chain = 0;
+    QString write_path;
     for (int i = 1; i + 1 < argc; ++i) {
         const QByteArray arg(argv[i]);
         if (arg == "--child")
             return run_child(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
+        if (arg == "--write") {
+            write_path = QString::fromLocal8Bit(argv[++i]);
+            continue;
+        }
         const int value = QByteArray(argv[i + 1]).toInt();
         if (arg == "--rounds")
             rounds = std::max(1, value);
@@ -244,7 +254,8 @@ int main(int argc, char **argv)
 
     QCoreApplication app(argc, argv);
     QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("generated.corv"));
+    const QString path =
+        write_path.isEmpty() ? folder.filePath(QStringLiteral("generated.corv")) : write_path;
     {
         const QByteArray document =
             chain > 0 ? generate_chain(chain) : generate_racks(racks, nodes_per_rack);
@@ -253,6 +264,8 @@ int main(int argc, char **argv)
             return 1;
         std::printf("project_bytes: %lld\n", static_cast<long long>(document.size()));
     }
+    if (!write_path.isEmpty())
+        return 0;
 
     // Private application data, so the child touches nothing of the user's.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

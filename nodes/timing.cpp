@@ -102,16 +102,12 @@ struct Delay : NodeState {
     double shown_remaining = 0.0; // of the record that leaves soonest; 0: idle
     QSet<DelayRecord *> pending;
     Schedule schedule;
-    QTimer timer;
+    // Made with the first event: a project holds many idle nodes.
+    std::unique_ptr<QTimer> timer;
     qint64 armed_for = 0; // the due time the timer was started for
 };
 
-Delay::Delay(corv_node *node) : NodeState(node)
-{
-    timer.setSingleShot(true);
-    timer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&timer, &QTimer::timeout, &timer, [this] { run_due(); });
-}
+Delay::Delay(corv_node *node) : NodeState(node) {}
 
 qint64 now_ms()
 {
@@ -133,15 +129,22 @@ void Delay::start(DelayRecord *record, qint64 delay_ms)
 void Delay::arm()
 {
     if (schedule.empty()) {
-        timer.stop();
+        if (timer)
+            timer->stop();
         return;
     }
+    if (!timer) {
+        timer = std::make_unique<QTimer>();
+        timer->setSingleShot(true);
+        timer->setTimerType(Qt::PreciseTimer);
+        QObject::connect(timer.get(), &QTimer::timeout, timer.get(), [this] { run_due(); });
+    }
     const qint64 due = schedule.begin()->first;
-    if (timer.isActive() && armed_for == due)
+    if (timer->isActive() && armed_for == due)
         return;
     const qint64 wait = std::max<qint64>(0, due - now_ms());
     armed_for = due;
-    timer.start(wait > INT_MAX ? INT_MAX : int(wait));
+    timer->start(wait > INT_MAX ? INT_MAX : int(wait));
 }
 
 void Delay::run_due()
@@ -296,19 +299,26 @@ void delay_unload(void *, corv_store *store)
 // Passes on the last event of each burst, once no event came for the delay.
 
 struct Debounce : NodeState {
-    explicit Debounce(corv_node *node) : NodeState(node)
-    {
-        timer.setSingleShot(true);
-        timer.setTimerType(Qt::PreciseTimer);
-        QObject::connect(&timer, &QTimer::timeout, &timer, [this] {
-            if (corv_event *event = std::exchange(held, nullptr))
-                post_to_parent(this->node, event);
-        });
-    }
+    using NodeState::NodeState;
     ~Debounce() { corv_event_destroy(held); }
 
+    // Made with the first event: a project holds many idle nodes.
+    QTimer &clock()
+    {
+        if (!timer) {
+            timer = std::make_unique<QTimer>();
+            timer->setSingleShot(true);
+            timer->setTimerType(Qt::PreciseTimer);
+            QObject::connect(timer.get(), &QTimer::timeout, timer.get(), [this] {
+                if (corv_event *event = std::exchange(held, nullptr))
+                    post_to_parent(this->node, event);
+            });
+        }
+        return *timer;
+    }
+
     double delay = 0.1;
-    QTimer timer;
+    std::unique_ptr<QTimer> timer;
     corv_event *held = nullptr;
 };
 
@@ -332,7 +342,7 @@ void debounce_on_event(void *data, corv_event *event)
     Debounce *debounce = state_of<Debounce>(data);
     corv_event_post(corv_node_child_sink(debounce->node), event);
     corv_event_destroy(std::exchange(debounce->held, event));
-    debounce->timer.start(to_milliseconds(debounce->delay));
+    debounce->clock().start(to_milliseconds(debounce->delay));
 }
 
 // --- Rate limits ------------------------------------------------------------
@@ -343,11 +353,20 @@ void debounce_on_event(void *data, corv_event *event)
 enum RateLimitMode : std::int32_t { Queue = 0, Earliest = 1, Latest = 2 };
 
 struct RateLimit : NodeState {
-    RateLimit(corv_node *node, RateLimitMode m) : NodeState(node), mode(m)
+    RateLimit(corv_node *node, RateLimitMode m) : NodeState(node), mode(m) {}
+
+    // Made with the first event: a project holds many idle nodes.
+    QTimer &clock()
     {
-        timer.setTimerType(Qt::PreciseTimer);
-        QObject::connect(&timer, &QTimer::timeout, &timer, [this] { tick(); });
+        if (!timer) {
+            timer = std::make_unique<QTimer>();
+            timer->setTimerType(Qt::PreciseTimer);
+            timer->setInterval(interval);
+            QObject::connect(timer.get(), &QTimer::timeout, timer.get(), [this] { tick(); });
+        }
+        return *timer;
     }
+    bool active() const { return timer && timer->isActive(); }
     ~RateLimit()
     {
         for (corv_event *event : held)
@@ -357,22 +376,22 @@ struct RateLimit : NodeState {
     void tick()
     {
         if (held.empty()) {
-            timer.stop();
+            timer->stop();
             return;
         }
-        corv_event *event = held.front();
-        held.pop_front();
+        corv_event *event = held.takeFirst();
         post_to_parent(node, event);
         // Earliest and latest start a new interval only with the next
         // event, so two events may leave less than an interval apart.
         if (mode != Queue)
-            timer.stop();
+            timer->stop();
     }
 
     std::int32_t mode;
     double delay = 1.0;
-    QTimer timer;
-    std::deque<corv_event *> held;
+    int interval = 0;
+    std::unique_ptr<QTimer> timer;
+    QList<corv_event *> held;
 };
 
 void *rate_limit_queue_create(corv_node *node)
@@ -422,8 +441,9 @@ void rate_limit_build(void *data, cui_generate_context *context)
                              limit->delay, 0.0, kUnbounded);
     const int interval = to_milliseconds(limit->delay);
     // Setting a running timer's interval restarts it; only a change may.
-    if (limit->timer.interval() != interval)
-        limit->timer.setInterval(interval);
+    limit->interval = interval;
+    if (limit->timer && limit->timer->interval() != interval)
+        limit->timer->setInterval(interval);
     corv_node_invalidate_name(limit->node);
 }
 
@@ -431,9 +451,9 @@ void rate_limit_on_event(void *data, corv_event *event)
 {
     RateLimit *limit = state_of<RateLimit>(data);
     corv_event_post(corv_node_child_sink(limit->node), event);
-    if (!limit->timer.isActive()) {
+    if (!limit->active()) {
         post_to_parent(limit->node, event);
-        limit->timer.start(to_milliseconds(limit->delay));
+        limit->clock().start(to_milliseconds(limit->delay));
         return;
     }
     switch (limit->mode) {
@@ -467,7 +487,7 @@ struct Sequential : NodeState {
     }
 
     bool running = false;
-    std::deque<corv_event *> waiting;
+    QList<corv_event *> waiting;
 };
 
 void sequential_name(void *, char *buffer)
@@ -494,8 +514,7 @@ void sequential_on_children_returned(void *data, corv_event *event)
         sequential->running = false;
         return;
     }
-    corv_event *next = sequential->waiting.front();
-    sequential->waiting.pop_front();
+    corv_event *next = sequential->waiting.takeFirst();
     post_to_children(sequential->node, next);
 }
 
