@@ -2,6 +2,8 @@
 
 #include <QMutex>
 
+#include <algorithm>
+
 namespace corv::model {
 
 Property::Property(QObject *parent) : QObject(parent) {}
@@ -99,11 +101,13 @@ PropertyCollection::Entry *PropertyCollection::entry(QStringView prefix, QString
     return nullptr;
 }
 
-PropertyCollection::Entry &PropertyCollection::entry_or_add(const QString &full_key)
+PropertyCollection::Entry &PropertyCollection::entry_or_add(QStringView prefix, QStringView key)
 {
-    if (Entry *found = entry(QStringView(), full_key))
+    if (Entry *found = entry(prefix, key))
         return *found;
-    m_entries.push_back(Entry{shared_key(full_key)});
+    if (m_entries.capacity() == m_entries.size())
+        m_entries.reserve(m_entries.empty() ? 4 : m_entries.size() * 2);
+    m_entries.push_back(Entry{shared_key(prefix, key)});
     if (m_index) {
         m_index->insert(m_entries.back().key, qsizetype(m_entries.size() - 1));
     } else if (m_entries.size() > kIndexFrom) {
@@ -122,7 +126,7 @@ Property *PropertyCollection::find(QStringView prefix, QStringView key) const
 
 Property *PropertyCollection::find_or_create(const QString &full_key)
 {
-    Entry &found = entry_or_add(full_key);
+    Entry &found = entry_or_add(QStringView(), full_key);
     if (!found.property) {
         found.property = new Property;
         ++m_count;
@@ -130,13 +134,48 @@ Property *PropertyCollection::find_or_create(const QString &full_key)
     return found.property;
 }
 
+Property *PropertyCollection::set_key(QStringView prefix, QStringView key)
+{
+    Entry &found = entry_or_add(prefix, key);
+    list(found);
+    if (!found.property) {
+        found.property = new Property;
+        ++m_count;
+    }
+    return found.property;
+}
+
+void PropertyCollection::list(Entry &entry)
+{
+    if (entry.listed < 0)
+        entry.listed = m_listed++;
+}
+
 void PropertyCollection::append_key(const QString &full_key)
 {
-    Entry &found = entry_or_add(full_key);
-    if (found.listed)
-        return;
-    found.listed = true;
-    m_keys.append(found.key);
+    list(entry_or_add(QStringView(), full_key));
+}
+
+QStringList PropertyCollection::keys() const
+{
+    // Entries are nearly always listed in the order they were made.
+    QList<const Entry *> listed;
+    listed.reserve(m_listed);
+    bool ordered = true;
+    for (const Entry &entry : m_entries) {
+        if (entry.listed < 0)
+            continue;
+        if (!listed.isEmpty() && listed.last()->listed > entry.listed)
+            ordered = false;
+        listed.append(&entry);
+    }
+    if (!ordered)
+        std::sort(listed.begin(), listed.end(), [](const Entry *a, const Entry *b) { return a->listed < b->listed; });
+    QStringList keys;
+    keys.reserve(listed.size());
+    for (const Entry *entry : std::as_const(listed))
+        keys.append(entry->key);
+    return keys;
 }
 
 QList<QString> PropertyCollection::all_keys() const
@@ -196,9 +235,8 @@ void StoreView::set(const QString &local_key, const Value &value) const
 {
     if (!m_collection)
         return;
-    const QString key = full_key(local_key);
-    m_collection->append_key(key);
-    m_collection->find_or_create(key)->set(value);
+    const bool whole = local_key.isEmpty() || local_key.startsWith(u'!');
+    m_collection->set_key(whole ? QStringView() : QStringView(m_prefix), local_key)->set(value);
 }
 
 } // namespace corv::model

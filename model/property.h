@@ -77,10 +77,13 @@ public:
     // The property under prefix + key, without building that key.
     Property *find(QStringView prefix, QStringView key) const;
     Property *find_or_create(const QString &full_key);
+    // append_key() and find_or_create() in one, for prefix + key.
+    Property *set_key(QStringView prefix, QStringView key);
 
     // Records a full key as set; a key already listed keeps its first position.
     void append_key(const QString &full_key);
-    const QStringList &keys() const { return m_keys; }
+    // The listed keys, in the order they were first listed.
+    QStringList keys() const;
     qsizetype size() const { return m_count; }
 
     // Every property, in the order they were made.
@@ -90,14 +93,16 @@ private:
     struct Entry {
         QString key;
         Property *property = nullptr;
-        bool listed = false;
+        // Position in the key list; -1 while not listed.
+        qint32 listed = -1;
     };
     Entry *entry(QStringView prefix, QStringView key) const;
-    Entry &entry_or_add(const QString &full_key);
+    Entry &entry_or_add(QStringView prefix, QStringView key);
+    void list(Entry &entry);
 
     std::vector<Entry> m_entries;
     std::unique_ptr<QHash<QString, qsizetype>> m_index;
-    QStringList m_keys;
+    qint32 m_listed = 0;
     qsizetype m_count = 0;
 };
 

@@ -356,10 +356,9 @@ private:
         const QXmlStreamAttributes attributes = m_xml.attributes();
         if (!attributes.hasAttribute(QLatin1StringView("key")))
             return parse_error(missing_attribute(kProp, QStringLiteral("key")));
-        const QString key = attributes.value(QLatin1StringView("key")).toString();
-        const QString full_key = key.startsWith(u'!') ? key : prefix + key;
-        collection.append_key(full_key);
-        model::Property *property = collection.find_or_create(full_key);
+        const QStringView key = attributes.value(QLatin1StringView("key"));
+        model::Property *property =
+            collection.set_key(key.startsWith(u'!') ? QStringView() : QStringView(prefix), key);
 
         const QStringView type_name = attributes.value(QLatin1StringView("type"));
         const model::ValueType type = model::type_from_name(type_name);
