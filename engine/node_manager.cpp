@@ -112,6 +112,17 @@ void NodeManager::Impl::instance_needs_panel_update(NodeInstance *)
         surface->invalidate(PropertySurface::Deferred);
 }
 
+void NodeManager::Impl::ensure_surface()
+{
+    if (surface || surface_asked)
+        return;
+    surface_asked = true;
+    if (PropertySurface *made = runtime->make_surface(*q)) {
+        surface = made;
+        made->setParent(this);
+    }
+}
+
 void NodeManager::Impl::wire_surface()
 {
     NodeInstance *owner = instance.get();
@@ -150,6 +161,9 @@ void NodeManager::Impl::recreate()
     store = model::StoreView(&node->properties(), model::shared_key(definition->id, u"."));
     NodeInstance *created = instance.get();
     created->set_listener(this);
+    // A type without a build callback has an empty panel: made only when asked for.
+    if (definition->build)
+        ensure_surface();
 
     created->create();
     if (!loaded) {
@@ -246,6 +260,7 @@ bool NodeManager::is_migrating() const
 
 void NodeManager::set_surface(PropertySurface *surface)
 {
+    d->surface_asked = true;
     if (d->surface == surface)
         return;
     delete d->surface.data();
@@ -261,6 +276,13 @@ void NodeManager::set_surface(PropertySurface *surface)
 
 PropertySurface *NodeManager::surface() const
 {
+    if (!d->surface && !d->surface_asked) {
+        d->ensure_surface();
+        if (d->surface && d->instance) {
+            d->wire_surface();
+            d->surface->refresh(d->instance.get());
+        }
+    }
     return d->surface.data();
 }
 

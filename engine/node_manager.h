@@ -53,6 +53,8 @@ public:
 
     // Attaches the node's property panel (owned by the manager from then on).
     void set_surface(PropertySurface *surface);
+    // The node's panel: made by the runtime's factory with the instance of a
+    // type that builds one, and for any other node when first asked for.
     PropertySurface *surface() const;
 
     // When set, a re-creation does not end with instance_name_changed().

@@ -36,6 +36,8 @@ public:
     void recreate();
     // Gives the property surface the instance whose build answers it.
     void wire_surface();
+    // Makes the node's panel through the runtime's factory, once.
+    void ensure_surface();
 
     // While a router of a running list routes this node (bound_router),
     // the node's own children are routed by `nested`, made once the node
@@ -76,6 +78,7 @@ public:
     bool emitted_wired = false;
 
     QPointer<PropertySurface> surface;
+    bool surface_asked = false;
     // The router whose children list holds this node and that routes it,
     // with its record of the node; null while the node stands in no running
     // list.

@@ -142,14 +142,16 @@ NodeManager *ProjectRuntime::make_node_manager(const QUuid &id)
 {
     auto *manager = new NodeManager(*m_project->find_node(id), id, *this);
     m_nodes.insert(id, manager);
-    PropertySurface *surface = nullptr;
-    if (m_surface_factory)
-        surface = m_surface_factory(*manager);
-    else if (default_surface_factory())
-        surface = default_surface_factory()(*this, *manager);
-    if (surface)
-        manager->set_surface(surface);
     return manager;
+}
+
+PropertySurface *ProjectRuntime::make_surface(NodeManager &manager)
+{
+    if (m_surface_factory)
+        return m_surface_factory(manager);
+    if (default_surface_factory())
+        return default_surface_factory()(*this, manager);
+    return nullptr;
 }
 
 void ProjectRuntime::on_rack_added(const QUuid &id)

@@ -27,7 +27,8 @@ class ProjectRuntime : public QObject
 {
     Q_OBJECT
 public:
-    // Makes the property panel of a node; called for every new node manager.
+    // Makes the property panel of a node: for every node whose type builds
+    // one, when its instance is made, and for any other when it is asked for.
     using SurfaceFactory = std::function<PropertySurface *(NodeManager &manager)>;
 
     ProjectRuntime(model::Project &project, NodeRegistry &registry, QObject *parent = nullptr);
@@ -71,6 +72,7 @@ Q_SIGNALS:
 
 private:
     friend class ChildrenEventRouter;
+    friend class NodeManager;
 
     void on_rack_added(const QUuid &id);
     void on_rack_removed(const QUuid &id);
@@ -78,6 +80,8 @@ private:
     void on_node_removed(const QUuid &id);
     RackManager *make_rack_manager(const QUuid &id, model::Rack &rack);
     NodeManager *make_node_manager(const QUuid &id);
+    // The factory's panel for the node, or null.
+    PropertySurface *make_surface(NodeManager &manager);
 
     model::Project *m_project;
     NodeRegistry *m_registry;
