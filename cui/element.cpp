@@ -176,9 +176,9 @@ void Field::bind(model::PropertyCollection *collection, const QString &prefix,
         property->set_watcher(&surface());
         return;
     }
-    m_connection = QObject::connect(property, &model::Property::value_changed, &surface(),
+    m_connection = QObject::connect(property, &model::Property::value_changed, surface().q,
                                     [this] { on_store_changed(); });
-    m_gone_connection = QObject::connect(property, &QObject::destroyed, &surface(), [this] {
+    m_gone_connection = QObject::connect(property, &QObject::destroyed, surface().q, [this] {
         QObject::disconnect(m_connection);
         m_property = nullptr;
     });

@@ -26,9 +26,9 @@ PropertySurface::Impl::~Impl() = default;
 void PropertySurface::Impl::start_timer(int ms)
 {
     if (!timer) {
-        timer = new QTimer(this);
+        timer = new QTimer(q);
         timer->setSingleShot(true);
-        connect(timer, &QTimer::timeout, this, &Impl::rebuild);
+        QObject::connect(timer, &QTimer::timeout, q, [this] { rebuild(); });
     }
     timer->start(ms);
 }
@@ -66,10 +66,8 @@ void PropertySurface::Impl::rebuild()
     if (timer)
         timer->stop();
     surface->build(prefix, [this](GenerateContext &context) {
-        // The public signal is emitted directly rather than forwarded through
-        // a connection, which would cost every node's panel memory; the
-        // owner's build callback is called directly for the same reason.
-        Q_EMIT build(context);
+        // The owner's build callback is called directly rather than through
+        // a connection, which would cost every node's panel memory.
         q->declare(context);
     });
 }

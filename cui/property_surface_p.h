@@ -9,12 +9,14 @@ class QTimer;
 
 namespace corv::cui {
 
-class PropertySurface::Impl : public QObject
+// The panel's state. A plain object: every node of a project has a panel,
+// and a Qt object more per panel would cost each of them its private part.
+// The panel's build signal is emitted by the public object.
+class PropertySurface::Impl
 {
-    Q_OBJECT
 public:
     Impl(PropertySurface &q, void *owner, const model::StoreView &store, const StoreEditor &editor);
-    ~Impl() override;
+    ~Impl();
 
     void invalidate(std::uint32_t mode);
     void rebuild();
@@ -26,9 +28,6 @@ public:
     int pending = 0;
     // Made on the first timed request; most panels never need one.
     QTimer *timer = nullptr;
-
-Q_SIGNALS:
-    void build(corv::cui::GenerateContext &context);
 
 private:
     void start_timer(int ms);

@@ -148,14 +148,19 @@ void Surface::Impl::finish_build(GenerateContext &context)
     while (!context.containers.isEmpty())
         context.containers.takeLast()->finish();
 
-    const QSet<QString> now(context.ids.cbegin(), context.ids.cend());
-    for (const QString &id : std::as_const(declared)) {
-        if (now.contains(id))
+    // Surfaces hold a handful of ids, mostly declared again in the same order.
+    const QStringList &now = context.ids;
+    for (qsizetype i = 0; i < declared.size(); ++i) {
+        const QString &id = declared.at(i);
+        if ((i < now.size() && now.at(i) == id) || now.contains(id))
             continue;
         if (Element *element = elements.take(id))
             discard(element);
     }
-    declared = context.ids;
+    if (declared != now) {
+        declared = now;
+        declared.squeeze();
+    }
     root.finish();
     lay_out();
     for (const QString &id : std::as_const(declared)) {
@@ -198,7 +203,7 @@ void Surface::Impl::bury_later()
     if (m_burial_scheduled)
         return;
     m_burial_scheduled = true;
-    QTimer::singleShot(0, this, [this] {
+    QTimer::singleShot(0, q, [this] {
         m_burial_scheduled = false;
         if (handler_depth > 0)
             bury_later();

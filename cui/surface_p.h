@@ -43,12 +43,14 @@ private:
     mutable std::size_t m_hint = 0;
 };
 
-class Surface::Impl : public QObject, public model::PropertyWatcher
+// The surface's state. A plain object: every node of a project has a
+// surface, and a Qt object more per surface would cost each its private part.
+// Connections that need a context use the public Surface.
+class Surface::Impl : public model::PropertyWatcher
 {
-    Q_OBJECT
 public:
     Impl(Surface &q, const model::StoreView &store);
-    ~Impl() override;
+    ~Impl();
 
     // Declares the element of class T under a full id: reuses the element
     // there when it has that class, else makes one (replacing any other),
@@ -88,14 +90,13 @@ public:
 
     bool has_view() const { return !view.isNull(); }
 
-    // Tells the panel over the surface, then emits invalidated here and on
-    // the public Surface (without connections between them, which would
-    // cost every surface memory).
+    // Tells the panel over the surface, then emits invalidated on the
+    // public Surface (the panel is called directly: a connection would cost
+    // every surface memory).
     void notify_invalidated(InvalidateMode mode)
     {
         if (panel)
             panel->invalidate(mode);
-        Q_EMIT invalidated(mode);
         Q_EMIT q->invalidated(mode);
     }
 
@@ -122,9 +123,6 @@ public:
     int handler_depth = 0;
     std::vector<std::unique_ptr<Element>> graveyard;
 
-Q_SIGNALS:
-    void invalidated(corv::cui::InvalidateMode mode);
-
 private:
     void lay_out(Container &container, QSet<const Element *> &placed);
     void bury_later();
@@ -136,11 +134,11 @@ private:
 class HandlerScope
 {
 public:
-    explicit HandlerScope(Surface::Impl &surface) : m_surface(&surface) { ++surface.handler_depth; }
+    explicit HandlerScope(Surface::Impl &surface) : m_surface(surface.q) { ++surface.handler_depth; }
     ~HandlerScope()
     {
         if (m_surface)
-            --m_surface->handler_depth;
+            --m_surface->impl()->handler_depth;
     }
     HandlerScope(const HandlerScope &) = delete;
     HandlerScope &operator=(const HandlerScope &) = delete;
@@ -148,7 +146,7 @@ public:
     bool alive() const { return !m_surface.isNull(); }
 
 private:
-    QPointer<Surface::Impl> m_surface;
+    QPointer<Surface> m_surface;
 };
 
 // The widget that shows a surface. Its lifetime is the lifetime of the

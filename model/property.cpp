@@ -105,8 +105,9 @@ PropertyCollection::Entry &PropertyCollection::entry_or_add(QStringView prefix, 
 {
     if (Entry *found = entry(prefix, key))
         return *found;
+    // A node holds a handful of keys: small collections grow one by one.
     if (m_entries.capacity() == m_entries.size())
-        m_entries.reserve(m_entries.empty() ? 4 : m_entries.size() * 2);
+        m_entries.reserve(m_entries.size() < 8 ? m_entries.size() + 1 : m_entries.size() * 2);
     m_entries.push_back(Entry{shared_key(prefix, key)});
     if (m_index) {
         m_index->insert(m_entries.back().key, qsizetype(m_entries.size() - 1));
