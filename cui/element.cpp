@@ -78,7 +78,7 @@ void Element::set_label(const QString &label)
 {
     if (label == m_label)
         return;
-    m_label = label;
+    m_label = model::shared_key(label); // alike in every node of a type
     QWidget *own = widget();
     if (!own)
         return;

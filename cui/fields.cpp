@@ -55,7 +55,7 @@ void LabelField::set_text(const QString &text)
 {
     if (text == m_text)
         return;
-    m_text = text;
+    m_text = model::shared_key(text); // alike in every node of a type
     if (auto *label = qobject_cast<QLabel *>(widget()))
         label->setText(text);
 }
@@ -86,7 +86,7 @@ void ButtonField::set_text(const QString &text)
 {
     if (text == m_text)
         return;
-    m_text = text;
+    m_text = model::shared_key(text); // alike in every node of a type
     if (auto *button = qobject_cast<QPushButton *>(widget()))
         button->setText(text);
 }

@@ -28,6 +28,7 @@ NodeManager::Impl::~Impl()
     if (surface)
         surface->set_build_owner(nullptr);
     instance.reset();
+    delete surface;
 }
 
 void NodeManager::Impl::start(bool with_load)
@@ -117,10 +118,7 @@ void NodeManager::Impl::ensure_surface()
     if (surface || surface_asked)
         return;
     surface_asked = true;
-    if (PropertySurface *made = runtime->make_surface(*q)) {
-        surface = made;
-        made->setParent(this);
-    }
+    surface = runtime->make_surface(*q);
 }
 
 void NodeManager::Impl::wire_surface()
@@ -263,11 +261,10 @@ void NodeManager::set_surface(PropertySurface *surface)
     d->surface_asked = true;
     if (d->surface == surface)
         return;
-    delete d->surface.data();
+    delete d->surface;
     d->surface = surface;
     if (!surface)
         return;
-    surface->setParent(d.get());
     if (d->instance) {
         d->wire_surface();
         surface->refresh(d->instance.get());
@@ -283,7 +280,7 @@ PropertySurface *NodeManager::surface() const
             d->surface->refresh(d->instance.get());
         }
     }
-    return d->surface.data();
+    return d->surface;
 }
 
 void NodeManager::set_instance_name_signal_suppressed(bool suppressed)

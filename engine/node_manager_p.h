@@ -77,7 +77,8 @@ public:
     bool triggered_wired = false;
     bool emitted_wired = false;
 
-    QPointer<PropertySurface> surface;
+    // Owned; a plain pointer (no weak reference nor Qt child list per node).
+    PropertySurface *surface = nullptr;
     bool surface_asked = false;
     // The router whose children list holds this node and that routes it,
     // with its record of the node; null while the node stands in no running
