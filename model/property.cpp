@@ -3,6 +3,7 @@
 #include <QMutex>
 
 #include <algorithm>
+#include <array>
 
 namespace corv::model {
 
@@ -71,10 +72,24 @@ QString shared_key(const QString &key)
 
 QString shared_key(QStringView prefix, QStringView key)
 {
+    // The same few keys come again and again (a project's thousands of nodes
+    // share a handful of types): a small per-thread cache answers most
+    // without building the key or taking the pool's lock.
+    constexpr std::size_t kSlots = 256;
+    thread_local std::array<QString, kSlots> recent;
+    std::size_t hash = std::size_t(prefix.size()) * 31 + std::size_t(key.size());
+    for (const QChar c : key)
+        hash = hash * 131 + c.unicode();
+    if (!prefix.isEmpty())
+        hash = hash * 131 + prefix.back().unicode() + std::size_t(prefix.front().unicode()) * 7;
+    QString &slot = recent[hash % kSlots];
+    if (equals_joined(slot, prefix, key))
+        return slot;
     QString full;
     full.reserve(prefix.size() + key.size());
     full.append(prefix).append(key);
-    return key_pool().intern(full);
+    slot = key_pool().intern(full);
+    return slot;
 }
 
 PropertyCollection::PropertyCollection() = default;
