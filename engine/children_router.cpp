@@ -123,7 +123,7 @@ void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
                 continue;
             child->hint = i;
             if (child->manager->triggered_wired) // nobody listens otherwise
-                Q_EMIT child->manager->triggered();
+                Q_EMIT child->manager->q->triggered();
             if (instance->is_created())
                 on_event(instance->data(), handles::new_event(event));
             return;

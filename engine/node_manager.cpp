@@ -73,7 +73,7 @@ void NodeManager::Impl::sink_received(EventSink *sink, const EventScope &event)
         // Everything the node posts towards its parent counts as emitted,
         // before the next sibling is triggered.
         if (emitted_wired)
-            Q_EMIT emitted();
+            Q_EMIT q->emitted();
         if (bound_router)
             bound_router->route_after(bound_record, event);
     } else if (bound_router) {
@@ -97,13 +97,11 @@ void NodeManager::Impl::children_returned(const EventScope &event)
 
 void NodeManager::Impl::instance_renamed(NodeInstance *)
 {
-    Q_EMIT instance_name_changed();
     Q_EMIT q->instance_name_changed();
 }
 
 void NodeManager::Impl::instance_redecorated(NodeInstance *)
 {
-    Q_EMIT decoration_changed();
     Q_EMIT q->decoration_changed();
 }
 
@@ -131,7 +129,7 @@ void NodeManager::Impl::wire_surface()
     if (panel->runs_build_owner())
         return;
     // A surface that only emits build: the connection dies with the instance.
-    connect(panel, &PropertySurface::build, owner, [owner](cui::GenerateContext &context) {
+    QObject::connect(panel, &PropertySurface::build, owner, [owner](cui::GenerateContext &context) {
         const NodeDefinition &type = owner->definition();
         if (owner->is_created() && type.build)
             type.build(owner->data(), reinterpret_cast<cui_generate_context *>(&context));
@@ -177,7 +175,6 @@ void NodeManager::Impl::recreate()
     created->refresh_instance_name();
     created->refresh_decoration();
     if (!suppress_name_signal) {
-        Q_EMIT instance_name_changed();
         Q_EMIT q->instance_name_changed();
     }
 }
@@ -186,23 +183,19 @@ NodeManager::NodeManager(model::Node &node, const QUuid &id, ProjectRuntime &run
                          QObject *parent)
     : QObject(parent), d(std::make_unique<Impl>(*this, node, id, runtime))
 {
-    // The private part emits instance_name_changed and decoration_changed
-    // here too. triggered and emitted fire on every hop; they are wired on
-    // their first listener (connectNotify), so a hop past an unobserved node
-    // costs no signal delivery.
+    // The private part emits this object's signals. triggered and emitted
+    // fire on every hop; they are emitted only once they have a listener
+    // (connectNotify), so a hop past an unobserved node costs nothing.
 }
 
 NodeManager::~NodeManager() = default;
 
 void NodeManager::connectNotify(const QMetaMethod &signal)
 {
-    if (!d->triggered_wired && signal == QMetaMethod::fromSignal(&NodeManager::triggered)) {
+    if (signal == QMetaMethod::fromSignal(&NodeManager::triggered))
         d->triggered_wired = true;
-        connect(d.get(), &Impl::triggered, this, &NodeManager::triggered);
-    } else if (!d->emitted_wired && signal == QMetaMethod::fromSignal(&NodeManager::emitted)) {
+    else if (signal == QMetaMethod::fromSignal(&NodeManager::emitted))
         d->emitted_wired = true;
-        connect(d.get(), &Impl::emitted, this, &NodeManager::emitted);
-    }
     QObject::connectNotify(signal);
 }
 

@@ -16,18 +16,17 @@ class ChildrenEventRouter;
 
 // The state of a node manager. It takes what its sinks deliver, what its
 // instance reports and what its node announces by direct calls rather than
-// signal connections: a project holds thousands of nodes, and connections
-// would cost each of them several times the memory of everything else.
-class NodeManager::Impl : public QObject,
-                          public EventSink::Receiver,
+// signal connections, and it emits the manager's signals on the public
+// object: a project holds thousands of nodes, and connections (or a second
+// Qt object per node) would cost each of them more than everything else.
+class NodeManager::Impl : public EventSink::Receiver,
                           public InstanceListener,
                           public model::NodeObserver,
                           public model::ChildrenObserver
 {
-    Q_OBJECT
 public:
     Impl(NodeManager &q, model::Node &node, const QUuid &id, ProjectRuntime &runtime);
-    ~Impl() override;
+    ~Impl();
 
     void start(bool with_load);
     bool is_started() const { return m_started; }
@@ -74,6 +73,8 @@ public:
     bool loaded = false;
     bool migrating = false;
     bool suppress_name_signal = false;
+    // Whether anyone listens to the public triggered and emitted, which
+    // fire on every hop.
     bool triggered_wired = false;
     bool emitted_wired = false;
 
@@ -87,12 +88,6 @@ public:
     void *bound_record = nullptr;
     // The router over the node's own children while bound and they exist.
     ChildrenEventRouter *nested = nullptr;
-
-Q_SIGNALS:
-    void instance_name_changed();
-    void decoration_changed();
-    void triggered();
-    void emitted();
 
 private:
     bool m_started = false;
