@@ -132,7 +132,7 @@ PropertySurface *make_node_surface(engine::ProjectRuntime &runtime, engine::Node
 {
     auto *surface = new PropertySurface(
         manager.instance(), manager.store(),
-        StoreEditor::for_node(commands, &runtime.project(), manager.id()));
+        StoreEditor::for_node(commands, &runtime.project(), &manager.id()));
     surface->surface()->set_rack_source(&runtime);
     return surface;
 }

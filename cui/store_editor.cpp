@@ -12,10 +12,10 @@ StoreEditor::StoreEditor(engine::CommandManager *commands, CommandMaker make_com
 }
 
 StoreEditor StoreEditor::for_node(engine::CommandManager *commands, model::Project *project,
-                                  const QUuid &node)
+                                  const QUuid *node)
 {
     return StoreEditor(commands, [project, node](const QString &key, const model::Value &value) {
-        return std::make_unique<engine::SetNodePropertyCommand>(project, node, key, value);
+        return std::make_unique<engine::SetNodePropertyCommand>(project, *node, key, value);
     });
 }
 

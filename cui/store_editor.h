@@ -36,8 +36,10 @@ public:
     StoreEditor(engine::CommandManager *commands, CommandMaker make_command);
 
     // Edits of a project node's properties, through the project's commands.
+    // `node` must outlive the editor (a node manager's id): the editor keeps
+    // only pointers, so a project's thousands of panels hold no copy each.
     static StoreEditor for_node(engine::CommandManager *commands, model::Project *project,
-                                const QUuid &node);
+                                const QUuid *node);
     // Edits of a preferences collection, through its own command manager.
     static StoreEditor for_collection(engine::PropertyCollectionCommandManager *commands);
 
