@@ -1,5 +1,8 @@
 #include "model/value.h"
 
+#include <cstring>
+#include <new>
+
 namespace corv::model {
 
 namespace {
@@ -11,11 +14,33 @@ constexpr QLatin1StringView kTypeNames[] = {
 };
 } // namespace
 
+void Value::copy_payload(const Value &other)
+{
+    if (holds_bytes())
+        new (&m_payload.bytes) QByteArray(other.m_payload.bytes);
+    else
+        std::memcpy(static_cast<void *>(&m_payload), static_cast<const void *>(&other.m_payload), sizeof m_payload);
+}
+
+void Value::move_payload(Value &other) noexcept
+{
+    if (holds_bytes())
+        new (&m_payload.bytes) QByteArray(std::move(other.m_payload.bytes));
+    else
+        std::memcpy(static_cast<void *>(&m_payload), static_cast<const void *>(&other.m_payload), sizeof m_payload);
+}
+
+const QByteArray &Value::bytes() const
+{
+    static const QByteArray none;
+    return holds_bytes() ? m_payload.bytes : none;
+}
+
 Value Value::string(const QByteArray &utf8)
 {
     Value v;
+    new (&v.m_payload.bytes) QByteArray(utf8);
     v.m_type = ValueType::String;
-    v.m_bytes = utf8;
     return v;
 }
 
@@ -23,7 +48,7 @@ Value Value::boolean(bool value)
 {
     Value v;
     v.m_type = ValueType::Bool;
-    v.m_int = value ? 1 : 0;
+    v.m_payload.integer = value ? 1 : 0;
     return v;
 }
 
@@ -31,7 +56,7 @@ Value Value::integer(qint32 value)
 {
     Value v;
     v.m_type = ValueType::Int;
-    v.m_int = value;
+    v.m_payload.integer = value;
     return v;
 }
 
@@ -39,7 +64,7 @@ Value Value::floating(double value)
 {
     Value v;
     v.m_type = ValueType::Float;
-    v.m_num[0] = value;
+    v.m_payload.num[0] = value;
     return v;
 }
 
@@ -47,8 +72,8 @@ Value Value::vec2(Vec2 value)
 {
     Value v;
     v.m_type = ValueType::Vec2;
-    v.m_num[0] = value.x;
-    v.m_num[1] = value.y;
+    v.m_payload.num[0] = value.x;
+    v.m_payload.num[1] = value.y;
     return v;
 }
 
@@ -56,9 +81,9 @@ Value Value::vec3(Vec3 value)
 {
     Value v;
     v.m_type = ValueType::Vec3;
-    v.m_num[0] = value.x;
-    v.m_num[1] = value.y;
-    v.m_num[2] = value.z;
+    v.m_payload.num[0] = value.x;
+    v.m_payload.num[1] = value.y;
+    v.m_payload.num[2] = value.z;
     return v;
 }
 
@@ -66,17 +91,17 @@ Value Value::color(Color value)
 {
     Value v;
     v.m_type = ValueType::Color;
-    v.m_num[0] = value.red;
-    v.m_num[1] = value.green;
-    v.m_num[2] = value.blue;
+    v.m_payload.num[0] = value.red;
+    v.m_payload.num[1] = value.green;
+    v.m_payload.num[2] = value.blue;
     return v;
 }
 
 Value Value::buffer(const QByteArray &bytes)
 {
     Value v;
+    new (&v.m_payload.bytes) QByteArray(bytes);
     v.m_type = ValueType::Buffer;
-    v.m_bytes = bytes;
     return v;
 }
 
@@ -84,53 +109,53 @@ Value Value::rack(const QUuid &id)
 {
     Value v;
     v.m_type = ValueType::Rack;
-    v.m_rack = id;
+    v.m_payload.rack = id;
     return v;
 }
 
 QByteArray Value::to_string() const
 {
-    return m_type == ValueType::String ? m_bytes : QByteArray();
+    return m_type == ValueType::String ? m_payload.bytes : QByteArray();
 }
 
 bool Value::to_bool() const
 {
-    return m_type == ValueType::Bool && m_int != 0;
+    return m_type == ValueType::Bool && m_payload.integer != 0;
 }
 
 qint32 Value::to_int() const
 {
-    return m_type == ValueType::Int ? m_int : 0;
+    return m_type == ValueType::Int ? m_payload.integer : 0;
 }
 
 double Value::to_float() const
 {
-    return m_type == ValueType::Float ? m_num[0] : 0.0;
+    return m_type == ValueType::Float ? m_payload.num[0] : 0.0;
 }
 
 Vec2 Value::to_vec2() const
 {
-    return m_type == ValueType::Vec2 ? Vec2{m_num[0], m_num[1]} : Vec2{};
+    return m_type == ValueType::Vec2 ? Vec2{m_payload.num[0], m_payload.num[1]} : Vec2{};
 }
 
 Vec3 Value::to_vec3() const
 {
-    return m_type == ValueType::Vec3 ? Vec3{m_num[0], m_num[1], m_num[2]} : Vec3{};
+    return m_type == ValueType::Vec3 ? Vec3{m_payload.num[0], m_payload.num[1], m_payload.num[2]} : Vec3{};
 }
 
 Color Value::to_color() const
 {
-    return m_type == ValueType::Color ? Color{m_num[0], m_num[1], m_num[2]} : Color{};
+    return m_type == ValueType::Color ? Color{m_payload.num[0], m_payload.num[1], m_payload.num[2]} : Color{};
 }
 
 QByteArray Value::to_buffer() const
 {
-    return m_type == ValueType::Buffer ? m_bytes : QByteArray();
+    return m_type == ValueType::Buffer ? m_payload.bytes : QByteArray();
 }
 
 QUuid Value::to_rack() const
 {
-    return m_type == ValueType::Rack ? m_rack : QUuid();
+    return m_type == ValueType::Rack ? m_payload.rack : QUuid();
 }
 
 bool operator==(const Value &a, const Value &b)
@@ -141,21 +166,21 @@ bool operator==(const Value &a, const Value &b)
     case ValueType::None:
         return true;
     case ValueType::String:
-        return a.m_bytes == b.m_bytes;
+        return a.m_payload.bytes == b.m_payload.bytes;
     case ValueType::Bool:
     case ValueType::Int:
-        return a.m_int == b.m_int;
+        return a.m_payload.integer == b.m_payload.integer;
     case ValueType::Float:
-        return a.m_num[0] == b.m_num[0];
+        return a.m_payload.num[0] == b.m_payload.num[0];
     case ValueType::Vec2:
-        return a.m_num[0] == b.m_num[0] && a.m_num[1] == b.m_num[1];
+        return a.m_payload.num[0] == b.m_payload.num[0] && a.m_payload.num[1] == b.m_payload.num[1];
     case ValueType::Vec3:
     case ValueType::Color:
-        return a.m_num[0] == b.m_num[0] && a.m_num[1] == b.m_num[1] && a.m_num[2] == b.m_num[2];
+        return a.m_payload.num[0] == b.m_payload.num[0] && a.m_payload.num[1] == b.m_payload.num[1] && a.m_payload.num[2] == b.m_payload.num[2];
     case ValueType::Buffer:
-        return a.m_bytes == b.m_bytes;
+        return a.m_payload.bytes == b.m_payload.bytes;
     case ValueType::Rack:
-        return a.m_rack == b.m_rack;
+        return a.m_payload.rack == b.m_payload.rack;
     }
     return false;
 }

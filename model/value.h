@@ -47,6 +47,26 @@ class Value
 {
 public:
     Value() = default;
+    Value(const Value &other) : m_type(other.m_type) { copy_payload(other); }
+    Value(Value &&other) noexcept : m_type(other.m_type) { move_payload(other); }
+    Value &operator=(const Value &other)
+    {
+        if (this != &other) {
+            Value copy(other);
+            *this = std::move(copy);
+        }
+        return *this;
+    }
+    Value &operator=(Value &&other) noexcept
+    {
+        if (this != &other) {
+            destroy_payload();
+            m_type = other.m_type;
+            move_payload(other);
+        }
+        return *this;
+    }
+    ~Value() { destroy_payload(); }
 
     static Value string(const QByteArray &utf8);
     static Value boolean(bool value);
@@ -72,7 +92,7 @@ public:
     QUuid to_rack() const;
 
     // The held bytes of a String or Buffer (empty otherwise), without a copy.
-    const QByteArray &bytes() const { return m_bytes; }
+    const QByteArray &bytes() const;
 
     // Exact equality: per tag, doubles compared with IEEE ==, so a NaN
     // component is unequal even to itself and -0.0 equals +0.0.
@@ -80,11 +100,29 @@ public:
     friend bool operator!=(const Value &a, const Value &b) { return !(a == b); }
 
 private:
+    bool holds_bytes() const { return m_type == ValueType::String || m_type == ValueType::Buffer; }
+    // The payload of other's tag (already this value's tag) into an empty payload.
+    void copy_payload(const Value &other);
+    void move_payload(Value &other) noexcept;
+    void destroy_payload() noexcept
+    {
+        if (holds_bytes())
+            m_payload.bytes.~QByteArray();
+    }
+
+    // One payload at a time, as the tag says: a value sits in every property
+    // of a project, so it is no larger than its largest payload.
+    union Payload {
+        Payload() : num{} {}
+        ~Payload() {}
+        qint32 integer;   // Bool and Int
+        double num[3];    // Float, Vec2, Vec3, Color
+        QUuid rack;       // Rack
+        QByteArray bytes; // String and Buffer
+    };
+
     ValueType m_type = ValueType::None;
-    qint32 m_int = 0;         // Bool and Int
-    double m_num[3] = {};     // Float, Vec2, Vec3, Color
-    QByteArray m_bytes;       // String and Buffer
-    QUuid m_rack;             // Rack
+    Payload m_payload;
 };
 
 // The type name used in files ("string", "bool", ...); empty for None.
