@@ -155,6 +155,38 @@ private Q_SLOTS:
     }
 
     // Two node types on one collection meet only at "!" keys.
+    // Values change type through copies and moves; a large collection finds
+    // its keys through an index and keeps their listing order.
+    void copies_and_large_collections()
+    {
+        Value v = Value::string("text");
+        const Value copy = v;
+        v = Value::floating(2.5);
+        QCOMPARE(copy.bytes(), QByteArray("text"));
+        QVERIFY(v.bytes().isEmpty() && v.to_float() == 2.5);
+        v = copy;
+        Value moved = std::move(v);
+        QCOMPARE(moved, copy);
+        moved = Value::rack(QUuid::fromString(QStringLiteral("{00000000-0000-0000-0000-000000000001}")));
+        QVERIFY(!moved.to_rack().isNull());
+
+        PropertyCollection c;
+        c.find_or_create("unlisted");
+        const StoreView view(&c, QStringLiteral("p."));
+        QStringList expected;
+        for (int i = 39; i >= 0; --i) {
+            view.set(QString::number(i), Value::integer(i));
+            expected << QStringLiteral("p.%1").arg(i);
+        }
+        c.append_key("unlisted");
+        expected << "unlisted";
+        QCOMPARE(c.keys(), expected);
+        QCOMPARE(c.size(), 41);
+        for (int i = 0; i < 40; ++i)
+            QCOMPARE(view.get(QString::number(i)), Value::integer(i));
+        QVERIFY(!c.find("p.40"));
+    }
+
     void absolute_keys_shared_between_prefixes()
     {
         PropertyCollection c;
