@@ -228,6 +228,30 @@ private Q_SLOTS:
         QCOMPARE(s.stored(id), Value::string(value));
     }
 
+    // Two surfaces over one store both follow its changes; a field outlives
+    // the store entry it was bound to.
+    void surfaces_sharing_a_store()
+    {
+        auto collection = std::make_unique<model::PropertyCollection>();
+        const model::StoreView store(collection.get(), QStringLiteral("a.b."));
+        std::vector<std::unique_ptr<cui::PropertySurface>> surfaces;
+        QList<int> seen{0, 0};
+        for (int i = 0; i < 2; ++i) {
+            surfaces.push_back(std::make_unique<cui::PropertySurface>(nullptr, store, cui::StoreEditor()));
+            QObject::connect(surfaces.back().get(), &engine::PropertySurface::build,
+                             [&seen, i](cui::GenerateContext &c) {
+                                 seen[i] = cui_int(reinterpret_cast<cui_generate_context *>(&c), "!x", "", 1, 0, 9);
+                             });
+            surfaces.back()->rebuild();
+        }
+        QCOMPARE(seen, (QList<int>{1, 1}));
+        collection->find(QStringLiteral("!x"))->set(Value::integer(7));
+        QTRY_COMPARE(seen, (QList<int>{7, 7}));
+        collection.reset();
+        for (const auto &surface : surfaces)
+            QVERIFY(!surface->surface()->field(QStringLiteral("!x"))->is_bound());
+    }
+
     void anonymous_ids_survive_rebuilds()
     {
         Scratch s;
