@@ -30,32 +30,32 @@ void silent(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 void check_round_trip(const model::Project &project)
 {
-    const QByteArray first = engine::write_project(project);
+    const QByteArray first = engine::write_project(project).document;
     model::Project again;
     if (engine::read_project(first, again) != engine::ReadResult::Ok)
         broken("written project does not read", first);
-    const QByteArray second = engine::write_project(again);
+    const QByteArray second = engine::write_project(again).document;
     if (second != first)
         broken("write, read, write changed the bytes", first + "\n----\n" + second);
 }
 
 void check_paste_into_itself(model::Project &project)
 {
-    const QByteArray before = engine::write_project(project);
+    const QByteArray before = engine::write_project(project).document;
     engine::CommandManager manager;
 
-    const QByteArray racks = engine::write_racks_clipboard(project, project.profile()->ids());
+    const QByteArray racks = engine::write_racks_clipboard(project, project.profile()->ids()).document;
     manager.execute(engine::paste_racks_command(racks, project, 0));
 
     if (project.profile()->count() > 0) {
         const QUuid rack = project.profile()->at(project.profile()->count() - 1);
-        const QByteArray nodes = engine::write_nodes_clipboard(project, project.find_rack(rack)->top_level()->ids());
+        const QByteArray nodes = engine::write_nodes_clipboard(project, project.find_rack(rack)->top_level()->ids()).document;
         manager.execute(engine::paste_nodes_command(nodes, project, engine::NodePlace{rack, QUuid(), 0}));
     }
 
     while (manager.can_undo())
         manager.undo();
-    const QByteArray after = engine::write_project(project);
+    const QByteArray after = engine::write_project(project).document;
     if (after != before)
         broken("undoing a paste did not restore the project", before + "\n----\n" + after);
 }
