@@ -177,6 +177,8 @@ private Q_SLOTS:
         rig.add_probe(second, QStringLiteral("second"));
         const QUuid other = rig.add_node(a, "io.marrowfield.receive", {{"!mailbox", text("Box")}});
         rig.add_probe(other, QStringLiteral("other"));
+        const QUuid unnamed = rig.add_node(a, "io.marrowfield.receive");
+        rig.add_probe(unnamed, QStringLiteral("unnamed"));
         rig.open();
         QCOMPARE(rig.name(send), QStringLiteral("Send to “box”"));
         QCOMPARE(rig.name(first), QStringLiteral("Receive"));
@@ -194,6 +196,16 @@ private Q_SLOTS:
             order << hit.at;
         // Delivery runs inside the send, before it passes its own event on.
         QCOMPARE(order, (QStringList{"second", "first", "after send"}));
+
+        // The mailbox "" is one like any other.
+        rig.set(send, QStringLiteral("!mailbox"), text(""));
+        rig.turns(2);
+        rig.post(a, "2");
+        rig.turns(20);
+        order.clear();
+        for (const Hit &hit : rig.hits())
+            order << hit.at;
+        QCOMPARE(order.mid(3), (QStringList{"unnamed", "after send"}));
     }
 
     void count_migration_data()
