@@ -3,6 +3,7 @@
 #include "app/identity.h"
 #include "locale/translate.h"
 #include "nodes/builtin_nodes.h"
+#include "sdk/plugin_list.h"
 
 namespace corv {
 
@@ -16,11 +17,18 @@ corv_store *preferences_store()
     return plugin ? corv_plugin_preferences_store(plugin->handle()) : nullptr;
 }
 
-// The "language" preference, when one is stored: a position in the locale list.
+// The "language" preference, when one is stored: a position in the locale
+// list, applied to the application's translator and every plugin's.
 void apply_language(corv_store *store)
 {
-    if (store && corv_store_has_int(store, "language"))
-        locale::apply_language_preference(corv_store_get_int(store, "language"));
+    if (!store || !corv_store_has_int(store, "language"))
+        return;
+    const int position = corv_store_get_int(store, "language");
+    engine::Plugin *plugin = engine::builtin_plugin();
+    if (plugin && plugin->list())
+        plugin->list()->apply_language_preference(position);
+    else
+        locale::apply_language_preference(position);
 }
 
 void builtin_get_info(corv_plugin_info *info)

@@ -9,6 +9,9 @@ function(corv_add_test name)
         ENABLE_EXPORTS ON
         RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
     target_link_libraries(${name} PRIVATE corv_warnings Qt6::Test ${ARG_LIBS})
+    # Folders compiled in, so a test also runs on its own from the build folder.
+    target_compile_definitions(${name} PRIVATE CORV_TEST_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
+                               CORV_TEST_RUNTIME_DIR="${CORV_RUNTIME_DIR}")
     set(home ${CMAKE_BINARY_DIR}/tests/home/${name})
     if(ARG_XVFB)
         set(cmd ${CMAKE_SOURCE_DIR}/tests/xvfb-run-test.sh $<TARGET_FILE:${name}>)

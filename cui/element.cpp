@@ -276,8 +276,10 @@ void Field::set_editing(bool editing)
         return;
     HandlerScope scope(surface());
     m_editing = editing;
-    if (!editing)
+    if (!editing) {
+        finish_editing();
         end_run();
+    }
     fire(editing ? TriggerEditingStarted : TriggerEditingFinished);
 }
 

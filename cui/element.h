@@ -170,6 +170,9 @@ public:
 protected:
     // Whether user edits come in runs (one undo step per run).
     virtual bool merges() const { return false; }
+    // The editor is losing focus: a field that writes when editing is over
+    // writes now, ahead of the editing-finished trigger.
+    virtual void finish_editing() {}
     // How soon a change of the stored value rebuilds the surface.
     virtual InvalidateMode value_changed_mode() const { return Deferred; }
     // Shows the stored value in the widget where it differs (widget exists).

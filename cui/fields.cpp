@@ -503,10 +503,24 @@ void SelectRackField::update_widget()
 QWidget *TextField::create_widget(QObject *link)
 {
     auto *edit = new QLineEdit;
-    QObject::connect(edit, &QLineEdit::textEdited, link,
-                     [this](const QString &text) { write(string_value(text)); });
+    QObject::connect(edit, &QLineEdit::editingFinished, link, [this] { write_text(); });
     watch_focus(edit);
     return edit;
+}
+
+void TextField::finish_editing()
+{
+    write_text();
+}
+
+void TextField::write_text()
+{
+    auto *edit = static_cast<QLineEdit *>(widget());
+    if (!edit || m_updating)
+        return;
+    const model::Value text = string_value(edit->text());
+    if (!(text == value()))
+        write(text);
 }
 
 void TextField::update_widget()

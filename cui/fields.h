@@ -289,7 +289,8 @@ private:
     QComboBox *m_combo = nullptr;
 };
 
-// A one-line text.
+// A one-line text. It writes when editing is over (Return, or focus
+// leaving), one command per write, so one edit is one undo step.
 class TextField final : public Field
 {
 public:
@@ -298,9 +299,13 @@ public:
     Kind kind() const override { return static_kind; }
 
 protected:
-    bool merges() const override { return true; }
     QWidget *create_widget(QObject *link) override;
     void update_widget() override;
+    void finish_editing() override;
+
+private:
+    // Writes the edit's text unless the store holds it already.
+    void write_text();
 };
 
 // A multi-line text in the fixed-width font; every change is written.

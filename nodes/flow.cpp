@@ -219,7 +219,7 @@ void receive_build(void *data, cui_generate_context *context)
     Receive *receive = state_of<Receive>(data);
     const QByteArray mailbox =
         owned(cui_text(context, "!mailbox", corv_plugin_tr(plugin(), "ReceiveNode.Mailbox"), ""));
-    if (mailbox == receive->subscription.name)
+    if (receive->subscription.subscribed() && mailbox == receive->subscription.name)
         return;
     MailboxRegistry::instance().subscribe(receive->subscription, mailbox, receive, receive_deliver);
     corv_node_invalidate_name(receive->node);

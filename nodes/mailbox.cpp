@@ -16,11 +16,9 @@ MailboxRegistry::~MailboxRegistry() = default;
 void MailboxRegistry::subscribe(Subscription &subscription, const QByteArray &name, void *subscriber,
                                 Deliver deliver)
 {
-    if (subscription.name == name)
+    if (subscription.subscribed() && subscription.name == name)
         return;
     unsubscribe(subscription);
-    if (name.isEmpty())
-        return;
     std::shared_ptr<List> &list = m_lists[name];
     if (!list)
         list = std::make_shared<List>();
@@ -51,7 +49,7 @@ void MailboxRegistry::unsubscribe(Subscription &subscription)
 void MailboxRegistry::deliver(const QByteArray &name, corv_event *event)
 {
     const auto it = m_lists.constFind(name);
-    if (name.isEmpty() || it == m_lists.cend())
+    if (it == m_lists.cend())
         return;
     // Held for the whole delivery, so the list survives whatever the
     // subscribers do meanwhile.

@@ -34,6 +34,9 @@ public:
     struct Subscription {
         QByteArray name;
         Entry *entry = nullptr;
+
+        // In a mailbox, the one named "" included.
+        bool subscribed() const { return entry != nullptr; }
     };
 
     static MailboxRegistry &instance();
@@ -44,7 +47,7 @@ public:
     MailboxRegistry &operator=(const MailboxRegistry &) = delete;
 
     // Moves `subscription` to the mailbox `name`; nothing when it is there
-    // already. An empty name is no mailbox.
+    // already. The empty name is a mailbox like any other.
     void subscribe(Subscription &subscription, const QByteArray &name, void *subscriber,
                    Deliver deliver);
     // Leaves the subscription's mailbox, if any.

@@ -46,13 +46,15 @@ void CommandManager::execute(CommandPtr command)
     }
 
     commit_pending();
-    m_history.erase(m_history.begin() + std::ptrdiff_t(m_index), m_history.end());
     CommandPtr inverse = run(*command);
     command.reset();
-    if (inverse) {
-        m_history.push_back(std::move(inverse));
-        ++m_index;
-    }
+    // An edit that changed nothing is not an edit: the undone edits stay
+    // redoable and nobody hears of it.
+    if (!inverse)
+        return;
+    m_history.erase(m_history.begin() + std::ptrdiff_t(m_index), m_history.end());
+    m_history.push_back(std::move(inverse));
+    ++m_index;
     Q_EMIT changed();
 }
 

@@ -30,9 +30,9 @@ public:
     ~CommandManager() override;
 
     // Runs a new edit. At the top level it drops the redo tail and records the
-    // inverse as one history entry (nothing is recorded when the command
-    // changed nothing); inside another command's apply it is recorded with
-    // that command.
+    // inverse as one history entry; a command that changed nothing leaves
+    // the history, redo tail included, alone and emits nothing. Inside
+    // another command's apply it is recorded with that command.
     void execute(CommandPtr command);
 
     // Runs a property write as part of an editing run (typing into a text
@@ -60,7 +60,7 @@ public:
     void clear();
 
 Q_SIGNALS:
-    // After every execute, undo and redo (and clear).
+    // After every execute that changed something, undo and redo (and clear).
     void changed();
 
 private:

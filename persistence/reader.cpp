@@ -105,10 +105,11 @@ public:
 private:
     enum class Next { Child, End, Failed };
 
-    bool fail(ReadResult result, const QString &message)
+    // Logs at the reader's current line, or at `at_line` when given.
+    bool fail(ReadResult result, const QString &message, qint64 at_line = -1)
     {
         m_result = result;
-        const qint64 line = m_xml.lineNumber();
+        const qint64 line = at_line >= 0 ? at_line : m_xml.lineNumber();
         if (result == ReadResult::ParseError)
             qCWarning(lc_persistence, "(while parsing project; line %lld) %s", line, qUtf8Printable(message));
         else
@@ -259,6 +260,8 @@ private:
 
     bool read_rack(model::Project &project)
     {
+        // A duplicate is reported where its definition starts.
+        const qint64 start_line = m_xml.lineNumber();
         const QXmlStreamAttributes attributes = m_xml.attributes();
         QUuid id = QUuid::fromString(attributes.value(QLatin1StringView("id")));
         if (id.isNull())
@@ -286,7 +289,7 @@ private:
 
         if (project.find_rack(id))
             return fail(ReadResult::LoadError,
-                        QStringLiteral("a rack with the id %1 already exists").arg(id.toString()));
+                        QStringLiteral("a rack with the id %1 already exists").arg(id.toString()), start_line);
         project.add_rack(id, std::move(rack));
         project.profile()->insert(project.profile()->count(), id);
         return true;
@@ -303,6 +306,7 @@ private:
 
     bool read_node_definition(model::Project &project)
     {
+        const qint64 start_line = m_xml.lineNumber();
         const QXmlStreamAttributes attributes = m_xml.attributes();
         QUuid id = QUuid::fromString(attributes.value(QLatin1StringView("id")));
         if (id.isNull())
@@ -333,7 +337,7 @@ private:
 
         if (project.find_node(id))
             return fail(ReadResult::LoadError,
-                        QStringLiteral("a node with the id %1 already exists").arg(id.toString()));
+                        QStringLiteral("a node with the id %1 already exists").arg(id.toString()), start_line);
         project.add_node(id, std::move(node));
         return true;
     }
@@ -365,8 +369,15 @@ private:
         if (type == model::ValueType::None && !type_name.isEmpty())
             return parse_error(invalid_attribute(kProp, QStringLiteral("type")));
 
-        // A property without type has no text worth reading; its element is
-        // still walked to its end tag.
+        // A property without type has no text worth reading: whatever its
+        // element holds, elements included, is skipped up to its end tag.
+        if (type == model::ValueType::None) {
+            m_xml.skipCurrentElement();
+            if (m_xml.hasError())
+                return token_error();
+            property->set(model::Value());
+            return true;
+        }
         QString text;
         if (!read_text(text))
             return false;

@@ -1,5 +1,6 @@
 #include "persistence/value_text.h"
 
+#include <QStringDecoder>
 #include <QStringList>
 #include <QUuid>
 
@@ -49,15 +50,61 @@ bool parse_doubles(const QString &text, std::array<double, N> &out)
     return true;
 }
 
+bool is_xml_char(char32_t c)
+{
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD)
+           || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
 } // namespace
 
-QString value_text(const Value &value)
+QString xml_text(const QString &text, bool *lossless)
+{
+    // Plain text passes as it is; a copy is made only from the first
+    // character that has to go.
+    QString out;
+    bool changed = false;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        qsizetype length = 1;
+        bool keep = is_xml_char(c.unicode());
+        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
+            length = 2, keep = true;
+        else if (c.isSurrogate())
+            keep = false;
+        if (keep) {
+            if (changed)
+                out.append(text.constData() + i, length);
+        } else {
+            if (!changed)
+                out = text.left(i), changed = true;
+            if (c.isSurrogate())
+                out += QChar::ReplacementCharacter;
+        }
+        i += length - 1;
+    }
+    if (!changed)
+        return text;
+    if (lossless)
+        *lossless = false;
+    return out;
+}
+
+QString value_text(const Value &value, bool *lossless)
 {
     switch (value.type()) {
     case ValueType::None:
         return QString();
-    case ValueType::String:
-        return QString::fromUtf8(value.bytes());
+    case ValueType::String: {
+        // Decoded strictly: a leading BOM stays a character, and bytes that
+        // are not UTF-8 are marked (they come out as U+FFFD).
+        QStringDecoder decoder(QStringDecoder::Utf8,
+                               QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+        const QString text = decoder.decode(value.bytes());
+        if (decoder.hasError() && lossless)
+            *lossless = false;
+        return xml_text(text, lossless);
+    }
     case ValueType::Bool:
         return value.to_bool() ? QStringLiteral("true") : QStringLiteral("false");
     case ValueType::Int:

@@ -14,7 +14,18 @@ namespace corv::engine {
 //   vec2, vec3, color  floats joined by ","     fixed and exponent notation
 //   buffer  Base64 with padding        rack    the UUID without braces
 // None has no text.
-QString value_text(const model::Value &value);
+//
+// Every string an XML 1.0 document can carry comes back byte for byte. What
+// it cannot carry is left out: bytes that are not UTF-8 become U+FFFD, and
+// NUL, the other control characters but tab, line feed and carriage return,
+// U+FFFE and U+FFFF are dropped. `lossless`, when given, is then set to false
+// (it is never set to true).
+QString value_text(const model::Value &value, bool *lossless = nullptr);
+
+// The text with what XML 1.0 cannot carry taken out, for names and keys: the
+// characters above are dropped and a lone surrogate becomes U+FFFD. Sets
+// `lossless` to false when anything changed.
+QString xml_text(const QString &text, bool *lossless = nullptr);
 
 // A double in the file form: 6 significant digits (0.123457, 1e+06, 3.14159).
 QString float_text(double value);

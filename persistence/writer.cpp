@@ -52,25 +52,32 @@ void write_text(QXmlStreamWriter &xml, const QString &text)
         xml.writeCharacters(text.mid(start));
 }
 
-void write_prop(QXmlStreamWriter &xml, const QString &key, const model::Value &value)
+// `owner` names the node or document in the warning about a value the file
+// cannot carry.
+void write_prop(QXmlStreamWriter &xml, const QString &key, const model::Value &value, const QString &owner)
 {
+    bool lossless = true;
+    const QString key_text = xml_text(key, &lossless);
     if (value.is_none()) {
         xml.writeEmptyElement(QStringLiteral("prop"));
-        xml.writeAttribute(QStringLiteral("key"), key);
-        return;
+        xml.writeAttribute(QStringLiteral("key"), key_text);
+    } else {
+        xml.writeStartElement(QStringLiteral("prop"));
+        xml.writeAttribute(QStringLiteral("key"), key_text);
+        xml.writeAttribute(QStringLiteral("type"), model::type_name(value.type()));
+        write_text(xml, value_text(value, &lossless));
+        xml.writeEndElement();
     }
-    xml.writeStartElement(QStringLiteral("prop"));
-    xml.writeAttribute(QStringLiteral("key"), key);
-    xml.writeAttribute(QStringLiteral("type"), model::type_name(value.type()));
-    write_text(xml, value_text(value));
-    xml.writeEndElement();
+    if (!lossless)
+        qCWarning(lc_persistence, "%s, key \"%s\": the value holds text XML can't carry; it was written without it",
+                  qUtf8Printable(owner), qUtf8Printable(xml_text(key)));
 }
 
 // The properties of collections, in order; a key is written once, at the
 // first collection that lists it. A node's keys are shortened by its impl_id;
 // without one (preferences) they are written whole.
 void write_props(QXmlStreamWriter &xml, std::initializer_list<const model::PropertyCollection *> collections,
-                 const QString *impl_id)
+                 const QString *impl_id, const QString &owner)
 {
     // A key list holds each key once, so only a second collection needs the
     // record of what was written.
@@ -87,9 +94,23 @@ void write_props(QXmlStreamWriter &xml, std::initializer_list<const model::Prope
                 written.insert(key);
             }
             const model::Property *property = collection->find(key);
-            write_prop(xml, impl_id ? short_key(key, *impl_id) : key, property ? property->value() : model::Value());
+            write_prop(xml, impl_id ? short_key(key, *impl_id) : key, property ? property->value() : model::Value(),
+                       owner);
         }
     }
+}
+
+// A name attribute (a rack's name, a node's type id) without what XML can't
+// carry; a lone surrogate would otherwise break the whole document.
+void write_name_attribute(QXmlStreamWriter &xml, const QString &attribute, const QString &text,
+                          const QString &owner_kind, const QUuid &owner)
+{
+    bool lossless = true;
+    xml.writeAttribute(attribute, xml_text(text, &lossless));
+    if (!lossless)
+        qCWarning(lc_persistence, "%s %s, attribute \"%s\": the text holds characters XML can't carry; it was written "
+                  "without them",
+                  qUtf8Printable(owner_kind), qUtf8Printable(owner.toString()), qUtf8Printable(attribute));
 }
 
 void write_reference(QXmlStreamWriter &xml, const QUuid &id)
@@ -112,9 +133,10 @@ void write_definitions(QXmlStreamWriter &xml, const model::Project &project, QQu
         written.insert(id);
         xml.writeStartElement(QStringLiteral("node"));
         xml.writeAttribute(QStringLiteral("id"), id_text(id));
-        xml.writeAttribute(QStringLiteral("component"), node->impl_id());
+        write_name_attribute(xml, QStringLiteral("component"), node->impl_id(), QStringLiteral("Node"), id);
         const model::PropertyCollection *second = secondary ? secondary(id) : nullptr;
-        write_props(xml, {second, &node->properties()}, &node->impl_id());
+        write_props(xml, {second, &node->properties()}, &node->impl_id(),
+                    QStringLiteral("Node %1").arg(id.toString()));
         for (const QUuid &child : node->children()->ids()) {
             write_reference(xml, child);
             queue.enqueue(child);
@@ -123,15 +145,19 @@ void write_definitions(QXmlStreamWriter &xml, const model::Project &project, QQu
     }
 }
 
-QByteArray write_document(bool indented, const std::function<void(QXmlStreamWriter &)> &body)
+WriteResult write_document(bool indented, const std::function<void(QXmlStreamWriter &)> &body)
 {
-    QByteArray bytes;
-    QXmlStreamWriter xml(&bytes);
+    WriteResult result;
+    QXmlStreamWriter xml(&result.document);
     xml.setAutoFormatting(indented);
     xml.writeStartDocument();
     body(xml);
     xml.writeEndDocument();
-    return bytes;
+    if (xml.hasError()) {
+        result.document.clear();
+        result.error = QStringLiteral("the XML writer failed");
+    }
+    return result;
 }
 
 void write_preferences_document(QXmlStreamWriter &xml, const model::PropertyCollection &primary,
@@ -141,7 +167,7 @@ void write_preferences_document(QXmlStreamWriter &xml, const model::PropertyColl
     xml.writeStartDocument();
     xml.writeStartElement(QStringLiteral("preferences"));
     xml.writeAttribute(QStringLiteral("version"), QStringLiteral("1"));
-    write_props(xml, {&primary, secondary}, nullptr);
+    write_props(xml, {&primary, secondary}, nullptr, QStringLiteral("Preferences"));
     xml.writeEndElement();
     xml.writeEndDocument();
 }
@@ -158,7 +184,7 @@ void write_racks_content(QXmlStreamWriter &xml, const model::Project &project, c
             continue;
         xml.writeStartElement(QStringLiteral("rack"));
         xml.writeAttribute(QStringLiteral("id"), id_text(rack_id));
-        xml.writeAttribute(QStringLiteral("name"), rack->name());
+        write_name_attribute(xml, QStringLiteral("name"), rack->name(), QStringLiteral("Rack"), rack_id);
         if (!rack->is_enabled())
             xml.writeAttribute(QStringLiteral("disabled"), QStringLiteral("disabled"));
         for (const QUuid &node : rack->top_level()->ids()) {
@@ -176,7 +202,7 @@ void write_project_content(QXmlStreamWriter &xml, const model::Project &project,
     write_racks_content(xml, project, project.profile()->ids(), secondary);
 }
 
-QByteArray write_project(const model::Project &project, const SecondaryCollections &secondary)
+WriteResult write_project(const model::Project &project, const SecondaryCollections &secondary)
 {
     return write_document(true, [&](QXmlStreamWriter &xml) {
         xml.writeStartElement(QStringLiteral("project"));
@@ -186,7 +212,7 @@ QByteArray write_project(const model::Project &project, const SecondaryCollectio
     });
 }
 
-QByteArray write_racks_clipboard(const model::Project &project, const QList<QUuid> &racks)
+WriteResult write_racks_clipboard(const model::Project &project, const QList<QUuid> &racks)
 {
     return write_document(false, [&](QXmlStreamWriter &xml) {
         xml.writeStartElement(QStringLiteral("racks"));
@@ -195,7 +221,7 @@ QByteArray write_racks_clipboard(const model::Project &project, const QList<QUui
     });
 }
 
-QByteArray write_nodes_clipboard(const model::Project &project, const QList<QUuid> &top_nodes,
+WriteResult write_nodes_clipboard(const model::Project &project, const QList<QUuid> &top_nodes,
                                  const SecondaryCollections &secondary)
 {
     return write_document(false, [&](QXmlStreamWriter &xml) {
@@ -221,18 +247,30 @@ QByteArray write_preferences(const model::PropertyCollection &primary, const mod
 }
 
 bool write_preferences_file(const QString &path, const model::PropertyCollection &primary,
-                            const model::PropertyCollection *secondary)
+                            const model::PropertyCollection *secondary, QString *error)
 {
+    const auto failed = [&](const QString &reason) {
+        qCWarning(lc_persistence, "Can't write preferences to %s: %s", qUtf8Printable(path), qUtf8Printable(reason));
+        if (error)
+            *error = reason;
+        return false;
+    };
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        qCWarning(lc_persistence, "Can't write preferences to %s: %s", qUtf8Printable(path),
-                  qUtf8Printable(file.errorString()));
-        return false;
-    }
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return failed(file.errorString());
     QXmlStreamWriter xml(&file);
     write_preferences_document(xml, primary, secondary);
-    return !xml.hasError();
+    // The writer stops at the first failed write; the file's error says why
+    // (a full disk, for one).
+    if (!file.flush() || file.error() != QFileDevice::NoError)
+        return failed(file.errorString());
+    if (xml.hasError())
+        return failed(QStringLiteral("the XML writer failed"));
+    file.close();
+    if (file.error() != QFileDevice::NoError)
+        return failed(file.errorString());
+    return true;
 }
 
 } // namespace corv::engine

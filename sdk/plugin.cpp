@@ -11,6 +11,11 @@ namespace corv::engine {
 
 namespace {
 
+QString data_dir_for(const QString &id)
+{
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QLatin1StringView("/plugins/") + id;
+}
+
 QByteArray copy(const char *text)
 {
     return text ? QByteArray(text) : QByteArray("");
@@ -29,6 +34,12 @@ Plugin::Plugin(const QString &folder_name, const QString &install_dir,
       m_entry_points(entry_points)
 {
     m_identity.id = folder_name;
+    // The folder is named like the plugin, so the data folder is known
+    // before cplugin_set_handle (the id is checked against it later).
+    if (!folder_name.isEmpty()) {
+        m_data_dir = data_dir_for(folder_name);
+        m_data_dir_utf8 = m_data_dir.toUtf8();
+    }
 }
 
 Plugin::~Plugin()
@@ -50,9 +61,12 @@ void Plugin::set_info(const corv_plugin_info &info)
     m_identity.id = QString::fromUtf8(m_id);
     m_identity.name = QString::fromUtf8(m_name);
     m_identity.icon = decode_icon(info.icon);
-    m_data_dir = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation)
-                 + QLatin1StringView("/plugins/") + m_identity.id;
-    m_data_dir_utf8 = m_data_dir.toUtf8();
+    // The executable's own node set has no folder: its data folder follows
+    // its id.
+    if (m_folder_name.isEmpty()) {
+        m_data_dir = data_dir_for(m_identity.id);
+        m_data_dir_utf8 = m_data_dir.toUtf8();
+    }
 }
 
 locale::Translator *Plugin::translator()
@@ -72,7 +86,7 @@ locale::Translator *Plugin::translator()
 
 void Plugin::load_language(QByteArrayView locale_id)
 {
-    if (m_translator)
+    if (m_translator && m_translator->locale() != locale_id)
         m_translator->load(locale_id);
 }
 

@@ -24,6 +24,7 @@ class Translator;
 namespace corv::engine {
 
 class PluginPreferences;
+class PluginList;
 
 // The entry points of a plugin, as resolved from its library (or, for the
 // executable's own node set, given directly). The first three are required.
@@ -58,7 +59,9 @@ public:
     static Plugin *from_handle(corv_plugin *handle) { return reinterpret_cast<Plugin *>(handle); }
 
     // Copies the strings of the info record, parses the version and decodes
-    // the icon. The data folder becomes "<application data>/plugins/<id>".
+    // the icon. The data folder, "<application data>/plugins/<id>", is known
+    // from construction for a plugin with a folder (whose name is the id),
+    // and from here for the executable's own node set.
     void set_info(const corv_plugin_info &info);
 
     // What the node registry records as the registering plugin.
@@ -89,8 +92,12 @@ public:
     // executable's own node set uses the application's translator.
     locale::Translator *translator();
     // Loads a locale into the plugin's translator, when it has one already
-    // (a new one starts in the application's language).
+    // and speaks another (a new one starts in the application's language).
     void load_language(QByteArrayView locale_id);
+
+    // The list that holds the plugin; null before it is admitted.
+    PluginList *list() const { return m_list; }
+    void set_list(PluginList *list) { m_list = list; }
 
     // Set while cplugin_load runs.
     bool is_loading() const { return m_loading; }
@@ -123,6 +130,7 @@ private:
     std::unique_ptr<locale::Translator> m_translator;
     std::unique_ptr<PluginPreferences> m_preferences;
     bool m_loading = false;
+    PluginList *m_list = nullptr;
 };
 
 // The plugin that cplugin_set_handle of the executable itself was given (the

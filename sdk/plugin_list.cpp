@@ -4,6 +4,8 @@
 #include "engine/node_registry.h"
 #include "sdk/logging.h"
 #include "sdk/plugin_preferences.h"
+#include "locale/translate.h"
+#include "locale/translator.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -77,7 +79,16 @@ Plugin *PluginList::load_folder(const QString &folder)
     const QString folder_name = QFileInfo(folder).fileName();
     const QString path = folder + u'/' + folder_name;
 
-    auto library = std::make_unique<QLibrary>(path);
+    // Exactly "<folder>/<folder>" and the platform's suffix: given the whole
+    // file name of an existing file, QLibrary tries no other (such as one
+    // with a "lib" prefix).
+    const QString file = path + QLatin1StringView(CORV_PLUGIN_SUFFIX);
+    if (!QFileInfo(file).isFile()) {
+        qCWarning(lc_sdk, "Failed to load plugin at %s: %s", qUtf8Printable(path),
+                  qUtf8Printable(QStringLiteral("Cannot load library %1: No such file or directory").arg(file)));
+        return nullptr;
+    }
+    auto library = std::make_unique<QLibrary>(file);
     // Every undefined symbol is bound now, so a plugin that needs an export
     // this program lacks fails here rather than at its first call.
     library->setLoadHints(QLibrary::ResolveAllSymbolsHint);
@@ -157,6 +168,7 @@ Plugin *PluginList::admit(const QString &path, const QString &folder_name,
         connect(preferences, &PluginPreferences::rebuild_requested, this,
                 [this, raw] { Q_EMIT preferences_rebuild_requested(raw); });
     }
+    plugin->set_list(this);
     m_plugins.push_back(std::move(plugin));
     return m_plugins.back().get();
 }
@@ -237,6 +249,14 @@ void PluginList::load_language(QByteArrayView locale_id)
 {
     for (const auto &plugin : m_plugins)
         plugin->load_language(locale_id);
+}
+
+bool PluginList::apply_language_preference(qsizetype position)
+{
+    if (!locale::apply_language_preference(position))
+        return false;
+    load_language(locale::application_translator()->locale());
+    return true;
 }
 
 void PluginList::confirm_preferences()

@@ -55,9 +55,16 @@ public:
     Plugin *at(qsizetype index) const { return m_plugins[std::size_t(index)].get(); }
     Plugin *find(const QString &id) const;
 
-    // Loads a locale into every plugin translator made so far (the language
-    // preference was applied).
+    // Loads a locale into every plugin translator made so far.
     void load_language(QByteArrayView locale_id);
+
+    // The language preference (a position in the locale list): loads that
+    // locale into the application's translator and into every plugin's, and
+    // translators made later start in it. This is the one call for a
+    // language change, at start-up (the built-in plugin's postload) and when
+    // the preferences window is confirmed. False, and nothing changes, for a
+    // position out of range.
+    bool apply_language_preference(qsizetype position);
 
     // The preferences window was confirmed: every plugin with preferences
     // gets cplugin_confirm_preferences with its store, then its preferences

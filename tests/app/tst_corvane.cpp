@@ -113,7 +113,7 @@ private slots:
         QFETCH(QString, seen);
         for (QString &argument : arguments) {
             if (argument == QLatin1String("@demo")) {
-                argument = qEnvironmentVariable("CORV_SOURCE_DIR") + QStringLiteral("/examples/demo.corv");
+                argument = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
             } else if (argument == QLatin1String("@damaged")) {
                 argument = m_home->filePath(QStringLiteral("damaged.corv"));
                 QFile damaged(argument);

@@ -70,10 +70,10 @@ public:
 
     void type_name(const QString &text) override
     {
+        // The line edit writes once, when editing is over.
         auto *field = f.field<cui::TextField>(QStringLiteral("!name"));
         field->set_editing(true);
-        for (qsizetype i = 1; i <= text.size(); ++i)
-            field->write(Value::string(text.left(i).toUtf8()));
+        field->write(Value::string(text.toUtf8()));
         field->set_editing(false);
     }
     void drag_level(const QList<int> &values) override
@@ -526,7 +526,7 @@ private Q_SLOTS:
     {
         PanelFixture f;
         f.surface->rebuild();
-        auto *name = f.field<cui::TextField>(QStringLiteral("!name"));
+        auto *name = f.field<cui::FilePickerField>(QStringLiteral("!path"));
         for (const char *text : {"a", "ab", "abc"})
             name->write(Value::string(text));
         QCOMPARE(f.commands.history_size(), std::size_t(1));
@@ -542,11 +542,11 @@ private Q_SLOTS:
         f.commands.undo();
         QCOMPARE(f.stored(QStringLiteral("test.mode")), Value::integer(20));
         f.commands.undo();
-        QCOMPARE(f.stored(QStringLiteral("!name")), Value::string("abc"));
+        QCOMPARE(f.stored(QStringLiteral("!path")), Value::string("abc"));
         f.commands.undo();
-        QCOMPARE(f.stored(QStringLiteral("!name")), Value::string("unnamed"));
+        QCOMPARE(f.stored(QStringLiteral("!path")), Value::string(""));
         QVERIFY(f.settle());
-        QCOMPARE(QByteArray(f.panel.name), QByteArray("unnamed"));
+        QCOMPARE(QByteArray(f.panel.path), QByteArray(""));
         QCOMPARE(mode->current_row(), 1);
     }
 

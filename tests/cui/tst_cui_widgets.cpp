@@ -201,6 +201,19 @@ private Q_SLOTS:
         QCOMPARE(widget_of<QSlider>(f.cui(), QStringLiteral("!level"))->value(), 60);
         QCOMPARE(widget_of<QComboBox>(f.cui(), QStringLiteral("test.mode"))->currentText(), QStringLiteral("Fast"));
         QCOMPARE(widget_of<QLineEdit>(f.cui(), QStringLiteral("!hotkey"))->text(), QString());
+
+        // Typing writes nothing until Return; then one step, and leaving
+        // the unchanged text adds none.
+        auto *name = widget_of<QLineEdit>(f.cui(), QStringLiteral("!name"));
+        name->setFocus();
+        const std::size_t steps = f.commands.index();
+        QTest::keyClicks(name, QStringLiteral("Beta"));
+        QCOMPARE(f.commands.index(), steps);
+        QTest::keyClick(name, Qt::Key_Return);
+        QCOMPARE(f.commands.index(), steps + 1);
+        QCOMPARE(f.stored(QStringLiteral("!name")), Value::string("AlphaBeta"));
+        w.other->setFocus();
+        QCOMPARE(f.commands.index(), steps + 1);
     }
 
     void layout_follows_declaration()

@@ -59,7 +59,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-        // The test runs under a German system locale (see CMakeLists.txt).
+        // The test runs under a German system locale (see main()).
         QCOMPARE(QLocale::system().name(), QStringLiteral("de_DE"));
         QFile file(m_dir.filePath(QStringLiteral("en-US.ini")));
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -230,5 +230,14 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TstTrBuilder)
+// The test runs under a German system locale, set here so that it does so on
+// its own as well as under CTest.
+int main(int argc, char **argv)
+{
+    qputenv("LC_ALL", "de_DE.UTF-8");
+    qputenv("LANG", "de_DE.UTF-8");
+    QCoreApplication app(argc, argv);
+    TstTrBuilder test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_tr_builder.moc"

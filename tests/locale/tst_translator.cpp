@@ -262,9 +262,7 @@ private Q_SLOTS:
     // executable in the build tree.
     void application_translator_uses_shipped_files()
     {
-        const QString runtime = qEnvironmentVariable("CORV_RUNTIME_DIR");
-        if (runtime.isEmpty())
-            QSKIP("CORV_RUNTIME_DIR is not set");
+        const QString runtime = QStringLiteral(CORV_TEST_RUNTIME_DIR);
         corv::locale::set_application_dir(runtime);
         Translator *app = corv::locale::install_application_translator();
         QCOMPARE(corv::locale::application_translator(), app);

@@ -129,7 +129,7 @@ bool Rig::read(const QByteArray &document)
 
 QByteArray Rig::write() const
 {
-    return engine::write_project(project);
+    return engine::write_project(project).document;
 }
 
 void Rig::open()

@@ -10,6 +10,7 @@
 #include "nodes/mailbox.h"
 #include "node_rig.h"
 
+#include <QImage>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -33,39 +34,59 @@ class TstFlowNodes : public QObject
 private Q_SLOTS:
     void init() { fail_on_warnings(); }
 
-    // The registry holds the built types in table order, each named,
-    // categorised, with an icon and the table's decoration.
+    // The registry holds the built types in table order, each with its
+    // name, category, icon and decoration, as stated here.
     void registration()
     {
+        struct Expected {
+            const char *id, *name_key, *name, *category, *icon;
+            quint32 decoration;
+        };
+        const Expected table[] = {
+            {"debounce", "DebounceNode.Name", "Debounce", "Queues", "debounce", 14},
+            {"delay", "DelayNode.Name", "Delay", "Queues", "delay", 14},
+            {"fork", "ForkNode.Name", "Fork", "Operators", "fork", 11},
+            {"forward", "ForwardNode.Name", "Forward to Rack", "Actions", "forward", 35},
+            {"loop", "LoopNode.Name", "Loop", "Operators", "loop", 42},
+            {"custom", "OnCustomNode.Name", "Custom Event", "Sources", "custom", 41},
+            {"ratelimitqueue", "RateLimitQueueNode.Name", "Rate Limit (Queue)", "Queues", "rate_limit", 14},
+            {"ratelimitearliest", "RateLimitEarliestNode.Name", "Rate Limit (Keep Earliest)", "Queues", "rate_limit",
+             14},
+            {"ratelimitlatest", "RateLimitLatestNode.Name", "Rate Limit (Keep Latest)", "Queues", "rate_limit", 14},
+            {"receive", "ReceiveNode.Name", "Receive", "Sources", "receive", 41},
+            {"send", "SendNode.Name", "Send", "Actions", "send", 35},
+            {"sequential", "SequentialNode.Name", "One at a Time", "Queues", "sequential", 42},
+            {"stop", "StopNode.Name", "Stop", "Operators", "stop", 2},
+        };
         Rig rig;
         QStringList ids;
         for (const engine::NodeDefinition *definition : rig.registry.definitions())
             if (definition->id.startsWith(u"io.marrowfield."))
                 ids << definition->id;
         QStringList expected;
-        for (const corv::nodes::BuiltinNodeRow &row : corv::nodes::builtin_node_table())
-            if (row.callbacks)
-                expected << QString::fromLatin1(row.id);
+        for (const Expected &row : table)
+            expected << QStringLiteral("io.marrowfield.") + QLatin1StringView(row.id);
         QCOMPARE(ids, expected);
-        QCOMPARE(ids.size(), 13);
         QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.ratelimit")));
         QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.count")));
 
-        const engine::NodeDefinition *delay = rig.registry.find(QStringLiteral("io.marrowfield.delay"));
-        QCOMPARE(delay->name, QStringLiteral("Delay"));
-        QCOMPARE(delay->category, QStringLiteral("Queues"));
-
         const QUuid rack = rig.add_rack(QStringLiteral("R"));
-        QHash<QUuid, quint32> expected_flags;
-        for (const corv::nodes::BuiltinNodeRow &row : corv::nodes::builtin_node_table()) {
-            if (!row.callbacks)
-                continue;
-            QVERIFY2(!rig.registry.find(QString::fromLatin1(row.id))->icon.isNull(), row.id);
-            expected_flags.insert(rig.add_node(rack, row.id), row.decoration(nullptr));
+        QList<QUuid> nodes;
+        for (const Expected &row : table) {
+            const QString id = QStringLiteral("io.marrowfield.") + QLatin1StringView(row.id);
+            const engine::NodeDefinition *definition = rig.registry.find(id);
+            QCOMPARE(definition->name, QString::fromUtf8(row.name));
+            QCOMPARE(definition->category, QString::fromUtf8(row.category));
+            const QImage icon(QStringLiteral(":/corv/icons/nodes/%1.png").arg(QLatin1StringView(row.icon)));
+            QVERIFY2(!icon.isNull() && definition->icon == icon.convertToFormat(definition->icon.format()), row.id);
+            for (const corv::nodes::BuiltinNodeRow &built : corv::nodes::builtin_node_table())
+                if (id == QLatin1StringView(built.id))
+                    QCOMPARE(QByteArray(built.name_key), QByteArray(row.name_key));
+            nodes << rig.add_node(rack, id.toLatin1().constData());
         }
         rig.open();
-        for (auto it = expected_flags.cbegin(); it != expected_flags.cend(); ++it)
-            QCOMPARE(rig.decoration(it.key()), it.value());
+        for (qsizetype i = 0; i < nodes.size(); ++i)
+            QCOMPARE(rig.decoration(nodes[i]), table[i].decoration);
     }
 
     // Both children and the sibling see the event; what the children hand
@@ -177,6 +198,8 @@ private Q_SLOTS:
         rig.add_probe(second, QStringLiteral("second"));
         const QUuid other = rig.add_node(a, "io.marrowfield.receive", {{"!mailbox", text("Box")}});
         rig.add_probe(other, QStringLiteral("other"));
+        const QUuid unnamed = rig.add_node(a, "io.marrowfield.receive");
+        rig.add_probe(unnamed, QStringLiteral("unnamed"));
         rig.open();
         QCOMPARE(rig.name(send), QStringLiteral("Send to “box”"));
         QCOMPARE(rig.name(first), QStringLiteral("Receive"));
@@ -194,6 +217,16 @@ private Q_SLOTS:
             order << hit.at;
         // Delivery runs inside the send, before it passes its own event on.
         QCOMPARE(order, (QStringList{"second", "first", "after send"}));
+
+        // The mailbox "" is one like any other.
+        rig.set(send, QStringLiteral("!mailbox"), text(""));
+        rig.turns(2);
+        rig.post(a, "2");
+        rig.turns(20);
+        order.clear();
+        for (const Hit &hit : rig.hits())
+            order << hit.at;
+        QCOMPARE(order.mid(3), (QStringList{"unnamed", "after send"}));
     }
 
     void count_migration_data()

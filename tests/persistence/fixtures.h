@@ -86,7 +86,7 @@ struct Snapshot {
 
 inline Snapshot snapshot(const model::Project &project)
 {
-    return {engine::write_project(project), project.nodes().size(), project.racks().size()};
+    return {engine::write_project(project).document, project.nodes().size(), project.racks().size()};
 }
 
 inline void fail_on_warnings()

@@ -115,7 +115,7 @@ private Q_SLOTS:
         model::Node *node = add_node(project, 2, "io.x", add_rack(project, 1, "r")->top_level());
         node->properties().append_key(full_key);
         node->properties().find_or_create(full_key)->set(model::Value::integer(1));
-        QCOMPARE(written_props(engine::write_project(project)),
+        QCOMPARE(written_props(engine::write_project(project).document),
                  QStringList{QStringLiteral("<prop key=\"%1\" type=\"int\">1</prop>").arg(written)});
     }
 
@@ -141,10 +141,10 @@ private Q_SLOTS:
         add_node(project, 12, "", n2->children());
         add_node(project, 13, "io.marrowfield.display", b->top_level());
 
-        const QByteArray first = engine::write_project(project);
+        const QByteArray first = engine::write_project(project).document;
         model::Project again;
         QCOMPARE(engine::read_project(first, again), ReadResult::Ok);
-        QCOMPARE(QString::fromUtf8(engine::write_project(again)), QString::fromUtf8(first));
+        QCOMPARE(QString::fromUtf8(engine::write_project(again).document), QString::fromUtf8(first));
         // Values other than floats come back exactly, the carriage return too;
         // floats to six digits.
         const model::PropertyCollection &read = again.find_node(make_id(10))->properties();
@@ -153,6 +153,46 @@ private Q_SLOTS:
         QCOMPARE(read.find("io.marrowfield.custom.f")->value().to_float(), 2.71828);
         QCOMPARE(again.find_rack(make_id(1))->name(), a->name());
         QCOMPARE(again.find_rack(make_id(2))->is_enabled(), false);
+    }
+
+    // Text XML can carry comes back byte for byte; what it can't is left
+    // out with one warning naming the node or rack and the key, and the
+    // document still reads back.
+    void texts_xml_cannot_carry_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("rack_name");
+        QTest::addColumn<QByteArray>("read_back");
+        QTest::addColumn<QString>("warning");
+        const QString none;
+        const QString value_lost = QStringLiteral("^Node \\{%1\\}, key \"k\": .*XML can't carry").arg(id_text(10));
+        QTest::newRow("leading BOM, U+FFFD, tab")
+            << QByteArray("\xef\xbb\xbf" "a\xef\xbf\xbd\tb") << "r" << QByteArray("\xef\xbb\xbf" "a\xef\xbf\xbd\tb") << none;
+        QTest::newRow("NUL, 0x01, 0x0B") << QByteArray("a\0b\x01" "c\x0b", 6) << "r" << QByteArray("abc") << value_lost;
+        QTest::newRow("U+FFFE") << QByteArray("a\xef\xbf\xbe") << "r" << QByteArray("a") << value_lost;
+        QTest::newRow("not UTF-8") << QByteArray("a\xff") << "r" << QByteArray("a\xef\xbf\xbd") << value_lost;
+        QTest::newRow("lone surrogate in a rack name")
+            << QByteArray("x") << QString(QChar(0xd800)) + QStringLiteral("n") << QByteArray("x")
+            << QStringLiteral("^Rack \\{%1\\}, attribute \"name\": ").arg(id_text(1));
+    }
+
+    void texts_xml_cannot_carry()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, rack_name);
+        QFETCH(QByteArray, read_back);
+        QFETCH(QString, warning);
+        model::Project project;
+        set(add_node(project, 10, "io.x", add_rack(project, 1, rack_name)->top_level()), "k",
+            model::Value::string(bytes));
+        if (!warning.isEmpty())
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(warning));
+        const engine::WriteResult written = engine::write_project(project);
+        QVERIFY(written.ok());
+        model::Project again;
+        QCOMPARE(engine::read_project(written.document, again), ReadResult::Ok);
+        QCOMPARE(again.find_node(make_id(10))->properties().find("io.x.k")->value().bytes(), read_back);
+        QCOMPARE(again.find_rack(make_id(1))->name().endsWith(u'n'), rack_name.endsWith(u'n'));
     }
 
     void unknown_node_types_are_written_back_unchanged()
@@ -178,7 +218,7 @@ private Q_SLOTS:
             "</project>\n";
         model::Project project;
         QCOMPARE(engine::read_project(doc, project), ReadResult::Ok);
-        QCOMPARE(QString::fromUtf8(engine::write_project(project)), QString::fromUtf8(doc));
+        QCOMPARE(QString::fromUtf8(engine::write_project(project).document), QString::fromUtf8(doc));
     }
 
     // Definitions breadth-first over all racks, each once, only when reached.
@@ -188,7 +228,7 @@ private Q_SLOTS:
         fill(project);
         project.find_node(make_id(30))->children()->insert(1, make_id(12)); // a second reference
         add_node(project, 99, "orphan", nullptr);
-        const QByteArray doc = engine::write_project(project);
+        const QByteArray doc = engine::write_project(project).document;
         const QList<int> order{10, 20, 30, 11, 12, 31, 13, 14};
         QList<QUuid> expected;
         for (int n : order)
@@ -215,7 +255,7 @@ private Q_SLOTS:
         view.set("a", model::Value::integer(10));
         const QByteArray doc = engine::write_project(project, [&](const QUuid &id) {
             return id == make_id(2) ? &engine_side : nullptr;
-        });
+        }).document;
         QCOMPARE(written_props(doc), (QStringList{"<prop key=\"!c\" type=\"int\">30</prop>",
                                                   "<prop key=\"d\" type=\"int\">40</prop>",
                                                   "<prop key=\"a\" type=\"int\">10</prop>",
@@ -232,7 +272,7 @@ private Q_SLOTS:
         add_node(project, 11, "t", n->children());
         add_node(project, 12, "t", top);
 
-        const QByteArray racks = engine::write_racks_clipboard(project, {make_id(1)});
+        const QByteArray racks = engine::write_racks_clipboard(project, {make_id(1)}).document;
         QVERIFY(racks.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?><racks><rack "));
         QVERIFY(!racks.trimmed().contains('\n'));
         model::Project pasted;
@@ -240,7 +280,7 @@ private Q_SLOTS:
         QCOMPARE(pasted.profile()->ids(), QList<QUuid>{make_id(1)});
         QCOMPARE(pasted.nodes().size(), 3);
 
-        QCOMPARE(QString::fromUtf8(engine::write_nodes_clipboard(project, {make_id(12), make_id(10)})),
+        QCOMPARE(QString::fromUtf8(engine::write_nodes_clipboard(project, {make_id(12), make_id(10)}).document),
                  QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><nodes><definitions>"
                                 "<node id=\"%1\" component=\"t\"/><node id=\"%2\" component=\"t\"><prop key=\"k\" "
                                 "type=\"string\">v</prop><node>%3</node></node><node id=\"%3\" component=\"t\"/>"
@@ -275,6 +315,12 @@ private Q_SLOTS:
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Can't write preferences to %1: .+$")
                                                                   .arg(QRegularExpression::escape(blocked))));
         QVERIFY(!engine::write_preferences_file(blocked, primary));
+
+        // A file that opens but takes nothing (a full disk) fails with the reason.
+        QString error;
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Can't write preferences to /dev/full: ")));
+        QVERIFY(!engine::write_preferences_file(QStringLiteral("/dev/full"), primary, nullptr, &error));
+        QVERIFY(!error.isEmpty());
     }
 
     // Every pasted node gets a fresh id, references follow it, and undo takes
@@ -284,7 +330,7 @@ private Q_SLOTS:
         model::Project target;
         fill(target);
         const Snapshot before = snapshot(target);
-        const QByteArray clip = engine::write_nodes_clipboard(target, {make_id(10), make_id(20)});
+        const QByteArray clip = engine::write_nodes_clipboard(target, {make_id(10), make_id(20)}).document;
         ReadResult result = ReadResult::ParseError;
         engine::CommandPtr paste = engine::paste_nodes_command(clip, target, {make_id(1), make_id(12), 1}, &result);
         QCOMPARE(result, ReadResult::Ok);
@@ -317,7 +363,7 @@ private Q_SLOTS:
     {
         model::Project target;
         fill(target);
-        const QByteArray clip = engine::write_racks_clipboard(target, {make_id(1)});
+        const QByteArray clip = engine::write_racks_clipboard(target, {make_id(1)}).document;
         model::Project empty;
         engine::CommandManager manager;
         manager.execute(engine::paste_racks_command(clip, empty, 0));

@@ -10,6 +10,8 @@
 #include "engine/project_runtime.h"
 #include "engine/rack_manager.h"
 #include "model/project.h"
+#include "locale/locale_list.h"
+#include "locale/translate.h"
 #include "sdk/include/corvane/corvane_sdk.h"
 #include "sdk/plugin_list.h"
 #include "sdk_test_support.h"
@@ -195,13 +197,19 @@ private Q_SLOTS:
         QCOMPARE(renamed.count(), 1);
         QCOMPARE(repeat_instance->instance_name(), QStringLiteral("Repeat once"));
 
-        // The plugin's own German locale file.
+        // The plugin's own German locale file follows the language preference,
+        // and so does the way back.
+        corv::locale::set_application_dir(QStringLiteral(CORV_TEST_RUNTIME_DIR));
+        const corv::locale::LocaleList &locales = corv::locale::locale_list();
         QTest::ignoreMessage(QtInfoMsg, "io.marrowfield.example locale: Loaded 6 strings for de-DE");
-        f.list.load_language("de-DE");
+        QVERIFY(f.list.apply_language_preference(locales.index_of("de-DE")));
         corv_node_invalidate_name(handles::to_handle(tag_instance));
         corv_node_invalidate_name(handles::to_handle(repeat_instance));
         QCOMPARE(tag_instance->instance_name(), QStringLiteral("source auf „rack“ setzen"));
         QCOMPARE(repeat_instance->instance_name(), QStringLiteral("Einmal wiederholen"));
+        QVERIFY(f.list.apply_language_preference(locales.index_of("en-US")));
+        corv_node_invalidate_name(handles::to_handle(repeat_instance));
+        QCOMPARE(repeat_instance->instance_name(), QStringLiteral("Repeat once"));
     }
 
     void node_and_rack_functions()

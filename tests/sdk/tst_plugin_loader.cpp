@@ -135,11 +135,15 @@ private Q_SLOTS:
             << calls("io.marrowfield.testcase", {"set_handle", "get_info"});
         QTest::newRow("library named otherwise")
             << good << "io.marrowfield.renamed" << good
-            << "Failed to load plugin at %1: Cannot load library %1: .*No such file or directory.*"
+            << "Failed to load plugin at %1: Cannot load library %1\\.\\w+: No such file or directory"
+            << QStringList{};
+        QTest::newRow("library with a lib prefix")
+            << good << "io.marrowfield.prefixed" << "libio.marrowfield.prefixed"
+            << "Failed to load plugin at %1: Cannot load library %1\\.\\w+: No such file or directory"
             << QStringList{};
         QTest::newRow("needs an export the program lacks")
             << "io.marrowfield.testmissing" << "io.marrowfield.testmissing" << ""
-            << "Failed to load plugin at %1: Cannot load library %1: .*undefined symbol: "
+            << "Failed to load plugin at %1: Cannot load library %1\\.\\w+: .*undefined symbol: "
                "corv_missing_export.*"
             << QStringList{};
     }

@@ -3,7 +3,8 @@
  *
  * A plugin is a native library in a folder of its own inside the application's
  * "plugins" folder; folder and library carry the plugin's id (on Linux
- * "plugins/com.example.pass/com.example.pass.so"). The executable loads it at
+ * "plugins/com.example.pass/com.example.pass.so"). The file name is exactly
+ * the folder's name and the platform's suffix: no "lib" prefix. The executable loads it at
  * start-up and calls its entry points; the plugin talks back through the
  * functions that the executable exports, declared in this header. Do not link
  * the plugin against anything: the corv_* symbols are resolved from the running
@@ -71,9 +72,71 @@
  * plugin whose cplugin_load fails is unloaded at once (cplugin_unload) and
  * none of what it registered exists.
  *
+ * The plugin's data folder (corv_plugin_get_data_dir) is known from
+ * cplugin_set_handle on. cplugin_migrate_load_preferences runs in the first
+ * pass, right after the plugin's "prefs.xml" was read into its store; not when
+ * there is no such file yet (first run) or it could not be read.
+ *
+ * Lifetimes of what the program hands out:
+ *   corv_plugin      from cplugin_set_handle until cplugin_unload returns.
+ *   corv_registration  during cplugin_load only.
+ *   corv_node        from create until destroy returns.
+ *   corv_sink        the sinks of a node (corv_node_parent_sink,
+ *                    corv_node_child_sink) as long as its corv_node; a rack's
+ *                    sink as long as its corv_rack.
+ *   corv_rack        returned by cui_select_rack: until the next build of that
+ *                    panel. A rack that goes away rebuilds the panels that
+ *                    chose it, so fetch it again in every build and keep it no
+ *                    longer than that.
+ *   corv_store       the store given to a node's load and unload, and to the
+ *                    preferences callbacks: during that call only; do not keep
+ *                    it. corv_plugin_preferences_store lives as long as the
+ *                    plugin.
+ *
+ * A node's life: create, then load with its stored properties, then build
+ * (its panel is declared right after load, also when the program runs
+ * without a window), then events; finally unload and destroy. load and
+ * unload run only for the nodes of a project being opened or closed (and when
+ * a node's type changes under it): a node the user adds or pastes into a
+ * running project is created and built, but never gets load.
+ *
  * Threads: every callback runs on the application's main thread. The event
  * functions (corv_event_*) may be called from any thread, one thread per
- * handle at a time; everything else belongs to the main thread.
+ * handle at a time; everything else belongs to the main thread, including
+ * corv_node_parent_sink and the other sink getters. A worker thread therefore
+ * posts to a sink fetched on the main thread, and is stopped (joined) in
+ * destroy, before the sink goes:
+ *
+ *     typedef struct { corv_sink *out; thrd_t worker; atomic_bool stop; } watch;
+ *
+ *     static int watch_run(void *arg)            // on the worker thread
+ *     {
+ *         watch *w = arg;
+ *         while (!atomic_load(&w->stop)) {
+ *             corv_event *event = corv_event_create();
+ *             corv_event_set(event, "what", "tick");
+ *             corv_event_post(w->out, event);    // queued for the main thread
+ *             corv_event_destroy(event);
+ *             thrd_sleep(&(struct timespec){.tv_sec = 1}, NULL);
+ *         }
+ *         return 0;
+ *     }
+ *
+ *     static void *watch_create(corv_node *node) // on the main thread
+ *     {
+ *         watch *w = calloc(1, sizeof *w);
+ *         w->out = corv_node_parent_sink(node);  // fetched here, used there
+ *         thrd_create(&w->worker, watch_run, w);
+ *         return w;
+ *     }
+ *
+ *     static void watch_destroy(void *data)
+ *     {
+ *         watch *w = data;
+ *         atomic_store(&w->stop, true);
+ *         thrd_join(w->worker, NULL);            // no post after this returns
+ *         free(w);
+ *     }
  */
 #ifndef CORVANE_SDK_H
 #define CORVANE_SDK_H
@@ -193,8 +256,11 @@ typedef struct corv_node_type {
     corv_node_build_fn build;                         /* declare the node's property panel */
     corv_node_on_event_fn on_event; /* an event from the parent; the callee owns the handle */
     corv_node_on_children_returned_fn on_children_returned; /* back from the children; owned */
-    corv_node_load_fn load;     /* the node's store, once, when the project was opened */
-    corv_node_unload_fn unload; /* the node's store, before the instance is replaced */
+    corv_node_load_fn load;     /* the node's store, once, when the project was opened; the store
+                                   handle is valid during the call only. Nodes added to a
+                                   running project never get load. build follows at once. */
+    corv_node_unload_fn unload; /* the node's store, before the instance is replaced (project
+                                   closed, type changed); valid during the call only */
 } corv_node_type;
 
 /* Maps a node of a retired type to a new type id: write the id as
@@ -239,7 +305,8 @@ typedef struct corv_plugin_info {
 
 /* Required. Return CORV_SDK_VERSION; any other value refuses the plugin. */
 typedef int (*cplugin_sdk_version_fn)(void);
-/* Required. The handle for the corv_plugin_* functions; valid until unload. */
+/* Required. The handle for the corv_plugin_* functions; valid until unload.
+ * The install and data folders can be asked for from here on. */
 typedef void (*cplugin_set_handle_fn)(corv_plugin *plugin);
 /* Required. Fill in the zeroed info record. */
 typedef void (*cplugin_get_info_fn)(corv_plugin_info *info);
@@ -258,7 +325,9 @@ typedef void (*cplugin_build_preferences_fn)(cui_generate_context *context);
  * values to apply. They are written to disk right after. */
 typedef void (*cplugin_confirm_preferences_fn)(corv_store *store);
 /* Optional. The preferences were read from disk into the store: convert what
- * another version of the plugin wrote. */
+ * another version of the plugin wrote. Runs at start-up, in the preferences
+ * pass before any cplugin_load, and only when a "prefs.xml" was read; the
+ * store handle is valid during the call. */
 typedef void (*cplugin_migrate_load_preferences_fn)(corv_store *store);
 /* Optional. The preferences are about to be written from the store: add
  * anything a later version needs to read them (e.g. a format number). */
@@ -336,14 +405,17 @@ CORV_API void corv_node_invalidate_name(corv_node *node);
 CORV_API void corv_node_invalidate_decoration(corv_node *node);
 /* Rebuilds the node's property panel (build) on the next turn of the event loop. */
 CORV_API void corv_node_invalidate_properties(corv_node *node);
-/* Posting here passes an event on to the node's next sibling. */
+/* Posting here passes an event on to the node's next sibling. The sink is
+ * valid as long as the node (until destroy returns); fetch it on the main
+ * thread, post to it from any thread. */
 CORV_API corv_sink *corv_node_parent_sink(corv_node *node);
 /* Posting here runs the node's children from the first. */
 CORV_API corv_sink *corv_node_child_sink(corv_node *node);
 
 /* The rack's current name; borrowed until the rack is renamed. */
 CORV_API const char *corv_rack_name(corv_rack *rack);
-/* Posting here runs the rack's top-level nodes from the first. */
+/* Posting here runs the rack's top-level nodes from the first. Valid as long
+ * as the corv_rack it came from. */
 CORV_API corv_sink *corv_rack_sink(corv_rack *rack);
 
 /* ------------------------------------------------------------------------ */
@@ -357,7 +429,9 @@ CORV_API corv_store *corv_plugin_preferences_store(corv_plugin *plugin);
 CORV_API void corv_plugin_invalidate_preferences(corv_plugin *plugin);
 /* The plugin's folder (borrowed). */
 CORV_API const char *corv_plugin_get_install_dir(corv_plugin *plugin);
-/* A folder for the plugin's own files, made on first request (borrowed). */
+/* A folder for the plugin's own files, "<application data>/plugins/<id>",
+ * made on first request (borrowed; valid as long as the plugin). Known from
+ * cplugin_set_handle on. */
 CORV_API const char *corv_plugin_get_data_dir(corv_plugin *plugin);
 
 /* ------------------------------------------------------------------------ */

@@ -57,8 +57,12 @@ CPLUGIN_EXPORT int cplugin_sdk_version(void)
 #ifndef TP_WITHOUT_SET_HANDLE
 CPLUGIN_EXPORT void cplugin_set_handle(corv_plugin *plugin)
 {
+    const char *data_dir = corv_plugin_get_data_dir(plugin);
     g_plugin = plugin;
     record("set_handle");
+    /* The data folder is known from here on. */
+    if (!data_dir || !strstr(data_dir, "/plugins/" TP_ID))
+        record("no data folder");
 }
 #endif
 
