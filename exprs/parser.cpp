@@ -317,7 +317,6 @@ private:
             return literal(offset, Value::of_text(std::move(text)));
         }
         case Tok::LParen: {
-            Nesting nesting(*this, offset);
             advance();
             const int inner = choice();
             expect(Tok::RParen, "')'");
@@ -352,7 +351,6 @@ private:
         const FunctionInfo *info = find_function(name);
         if (!info)
             fail(offset, "unknown function '" + name + "'");
-        Nesting nesting(*this, offset);
         advance(); // "("
         std::vector<int> arguments;
         if (m_token.kind != Tok::RParen) {
