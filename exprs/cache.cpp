@@ -1,28 +1,34 @@
 #include "exprs/cache.h"
 
-#include <QHash>
+#include "locale/translator.h"
+
+#include <string_view>
+#include <unordered_map>
 
 namespace corv::exprs {
 
 namespace {
 
+// Keyed by views of the cached templates' own texts, so a lookup copies
+// nothing; hashed with FNV-1a, which is cheaper on short texts than QHash's.
 class TemplateCache
 {
 public:
     std::shared_ptr<const Template> get(QByteArrayView text)
     {
-        // Looked up without copying the text.
-        const auto found = m_entries.find(QByteArray::fromRawData(text.data(), text.size()));
+        const auto found = m_entries.find(std::string_view(text.data(), std::size_t(text.size())));
         if (found != m_entries.end()) {
-            found->used = ++m_clock;
-            return found->parsed;
+            found->second.used = ++m_clock;
+            return found->second.parsed;
         }
         auto parsed = std::make_shared<const Template>(text);
         if (text.size() > cache_max_text)
             return parsed;
-        if (m_entries.size() >= cache_capacity)
+        if (m_entries.size() >= std::size_t(cache_capacity))
             evict_least_recent();
-        m_entries.insert(parsed->source(), Entry{parsed, ++m_clock});
+        const QByteArray &source = parsed->source();
+        m_entries.emplace(std::string_view(source.constData(), std::size_t(source.size())),
+                          Entry{parsed, ++m_clock});
         return parsed;
     }
 
@@ -32,18 +38,25 @@ private:
         std::shared_ptr<const Template> parsed;
         quint64 used = 0;
     };
+    struct Hash
+    {
+        std::size_t operator()(std::string_view text) const noexcept
+        {
+            return std::size_t(locale::Fnv1a64::hash(QByteArrayView(text.data(), qsizetype(text.size()))));
+        }
+    };
 
     void evict_least_recent()
     {
         auto oldest = m_entries.begin();
         for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
-            if (it->used < oldest->used)
+            if (it->second.used < oldest->second.used)
                 oldest = it;
         }
         m_entries.erase(oldest);
     }
 
-    QHash<QByteArray, Entry> m_entries;
+    std::unordered_map<std::string_view, Entry, Hash> m_entries;
     quint64 m_clock = 0;
 };
 

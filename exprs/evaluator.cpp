@@ -184,6 +184,7 @@ std::optional<Failure> Template::evaluate(const KeySource &keys, QByteArray &out
         return std::nullopt;
     }
     Evaluator evaluator(*this, keys);
+    out.reserve(m_literal_size + 16 * qsizetype(pieces.size()));
     try {
         for (const Piece &piece : pieces) {
             if (piece.node < 0) {

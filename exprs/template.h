@@ -82,7 +82,6 @@ public:
     explicit Template(QByteArrayView text);
 
     const QByteArray &source() const { return m_source; }
-    bool has_holes() const { return m_has_holes; }
 
     // Writes the result to out, or returns the failure (out is then empty).
     std::optional<Failure> evaluate(const KeySource &keys, QByteArray &out) const;
@@ -105,7 +104,7 @@ public:
 private:
     QByteArray m_source;
     std::optional<Failure> m_parse_failure;
-    bool m_has_holes = false;
+    qsizetype m_literal_size = 0; // bytes of literal text in all pieces
 };
 
 // Parses text into t's nodes and pieces. Throws Failure.

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace corv::exprs {
@@ -132,37 +133,47 @@ std::optional<double> read_number(QByteArrayView text)
     return sign * value;
 }
 
-QByteArray number_to_text(double number)
+namespace {
+
+// Writes the text form of a number to buffer (64 bytes); returns its length.
+qsizetype write_number(double number, char *buffer)
 {
-    if (std::isnan(number))
-        return QByteArrayLiteral("nan");
-    if (std::isinf(number))
-        return number < 0 ? QByteArrayLiteral("-inf") : QByteArrayLiteral("inf");
-    char buffer[64];
-    constexpr double whole_limit = 9007199254740992.0; // 2^53
-    if (std::fabs(number) < whole_limit && number == std::trunc(number)) {
-        const auto result = std::to_chars(buffer, buffer + sizeof buffer, (long long)number);
-        return QByteArray(buffer, result.ptr - buffer);
+    if (std::isnan(number)) {
+        std::memcpy(buffer, "nan", 3);
+        return 3;
     }
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, number,
-                                      std::chars_format::general, 15);
+    if (std::isinf(number)) {
+        std::memcpy(buffer, number < 0 ? "-inf" : "inf", number < 0 ? 4 : 3);
+        return number < 0 ? 4 : 3;
+    }
+    constexpr double whole_limit = 9007199254740992.0; // 2^53
+    if (std::fabs(number) < whole_limit && number == std::trunc(number))
+        return std::to_chars(buffer, buffer + 64, (long long)number).ptr - buffer;
+    char *end = std::to_chars(buffer, buffer + 64, number, std::chars_format::general, 15).ptr;
     // to_chars writes the exponent as "e+20" or "e-05": drop the plus sign and
     // the leading zeros.
-    QByteArray text(buffer, result.ptr - buffer);
-    const qsizetype e = text.indexOf('e');
-    if (e >= 0) {
-        qsizetype digits = e + 1;
-        QByteArray exponent = text.mid(digits);
-        const bool negative = exponent.startsWith('-');
-        exponent.remove(0, (exponent.startsWith('-') || exponent.startsWith('+')) ? 1 : 0);
-        while (exponent.size() > 1 && exponent.startsWith('0'))
-            exponent.remove(0, 1);
-        text.truncate(digits);
-        if (negative)
-            text += '-';
-        text += exponent;
-    }
-    return text;
+    char *e = static_cast<char *>(std::memchr(buffer, 'e', std::size_t(end - buffer)));
+    if (!e)
+        return end - buffer;
+    char *out = e + 1;
+    const char *in = e + 1;
+    if (*in == '-')
+        *out++ = *in++;
+    else if (*in == '+')
+        ++in;
+    while (in + 1 < end && *in == '0')
+        ++in;
+    while (in < end)
+        *out++ = *in++;
+    return out - buffer;
+}
+
+} // namespace
+
+QByteArray number_to_text(double number)
+{
+    char buffer[64];
+    return QByteArray(buffer, write_number(number, buffer));
 }
 
 void append_text(QByteArray &out, const Value &value)
@@ -171,9 +182,11 @@ void append_text(QByteArray &out, const Value &value)
     case Value::Kind::Text:
         out += value.text;
         break;
-    case Value::Kind::Number:
-        out += number_to_text(value.number);
+    case Value::Kind::Number: {
+        char buffer[64];
+        out.append(buffer, write_number(value.number, buffer));
         break;
+    }
     case Value::Kind::Bool:
         out += value.boolean ? QByteArrayView("true") : QByteArrayView("false");
         break;

@@ -96,6 +96,7 @@ private Q_SLOTS:
         row("truth", "{!'0.0'} {!word} {!'False'} {!'nan'} {!(0/0)} {!empty}", "true true false false true true");
         // Parse errors, with columns counting characters
         error("column after é", "héllo {x +}", "11: unexpected '}'");
+        error("%1 in the text", "%1 %2 {%3}", "8: unexpected '%'");
         error("unknown function", "{foo(1)}", "2: unknown function 'foo'");
         error("too few arguments", "{len()}", "2: 'len' takes 1 argument, not 0");
         error("optional arguments", "{substr('a')}", "2: 'substr' takes 2 or 3 arguments, not 1");
