@@ -104,13 +104,14 @@ private:
         fail(m_token.offset, "unexpected '" + token_text() + "'");
     }
 
+    // The token as written, long ones by their start.
     QByteArray token_text() const
     {
-        switch (m_token.kind) {
-        case Tok::String: return "string";
-        default: break;
-        }
-        return m_text.sliced(m_token.offset, m_token.length).toByteArray();
+        constexpr qsizetype shown = 40;
+        const QByteArrayView text = m_text.sliced(m_token.offset, m_token.length);
+        if (text.size() <= shown)
+            return text.toByteArray();
+        return text.first(utf8::offset_of(text, utf8::index_of(text, shown))).toByteArray() + "...";
     }
 
     void advance() { m_token = m_tokens.next(); }

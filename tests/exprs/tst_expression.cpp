@@ -111,6 +111,7 @@ private Q_SLOTS:
         error("missing )", "{(1 2}", "5: expected ')', found '2'");
         error("missing :", "{1 ? 2}", "7: expected ':', found '}'");
         error("two operands", "{name level}", "7: unexpected 'level'");
+        error("two strings", "{'a' 'b'}", "6: unexpected ''b''");
         error("single |", "{1 | 2}", "4: unexpected character '|'");
         error("brace in a hole", "{{1}}{2{}", "8: unexpected character '{'");
         error("keyword as operand", "{and}", "2: unexpected 'and'");
