@@ -42,7 +42,8 @@ private:
     {
         std::size_t operator()(std::string_view text) const noexcept
         {
-            return std::size_t(locale::Fnv1a64::hash(QByteArrayView(text.data(), qsizetype(text.size()))));
+            return std::size_t(
+                locale::Fnv1a64::hash(QByteArrayView(text.data(), qsizetype(text.size()))));
         }
     };
 

@@ -192,8 +192,8 @@ std::optional<Failure> Template::evaluate(const KeySource &keys, QByteArray &out
                 continue;
             }
             const Value value = evaluator.eval(piece.node);
-            if (value.is_text() && out.size() + value.text.size() > max_text)
-                evaluator.fail(piece.node, "text longer than " + QByteArray::number(max_text) + " bytes");
+            if (value.is_text())
+                evaluator.check_size(piece.node, out.size() + value.text.size());
             append_text(out, value);
         }
     } catch (const Failure &failure) {

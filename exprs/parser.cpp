@@ -72,7 +72,8 @@ QByteArray arity_message(const FunctionInfo &info, int given)
 class Parser
 {
 public:
-    Parser(QByteArrayView text, qsizetype at, Template &t) : m_text(text), m_tokens(text, at), m_t(t), m_first_node(int(t.nodes.size()))
+    Parser(QByteArrayView text, qsizetype at, Template &t)
+        : m_text(text), m_tokens(text, at), m_t(t), m_first_node(int(t.nodes.size()))
     {
         advance();
     }

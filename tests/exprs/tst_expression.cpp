@@ -85,15 +85,19 @@ private Q_SLOTS:
         row("NaN", "{nan == nan} {nan != nan} {nan < 1}", "false true false");
         row("booleans as text", "{true == 'true'} {has('x') == false}", "true true");
         // Numbers as text, and texts as numbers
-        row("whole numbers", "{9007199254740991} {-0} {big * 2} {1e3}", "9007199254740991 0 2000 1000");
-        row("15 digits", "{0.1 + 0.2} {1/3} {9007199254740992 + 0}", "0.3 0.333333333333333 9.00719925474099e15");
+        row("whole numbers", "{9007199254740991} {-0} {big * 2} {1e3}",
+            "9007199254740991 0 2000 1000");
+        row("15 digits", "{0.1 + 0.2} {1/3} {9007199254740992 + 0}",
+            "0.3 0.333333333333333 9.00719925474099e15");
         row("exponents", "{1e21} {0.00001} {-2.5e-300}", "1e21 1e-5 -2.5e-300");
         row("IEEE", "{1/0} {-1/0} {0/0} {5 % 0} {-7 % 3}", "inf -inf nan nan -1");
-        row("texts that read", "{' 12.5 ' + 0} {'INF' - 1} {'-nan' * 1} {.5 + '+1.'}", "12.5 inf nan 1.5");
+        row("texts that read", "{' 12.5 ' + 0} {'INF' - 1} {'-nan' * 1} {.5 + '+1.'}",
+            "12.5 inf nan 1.5");
         error("text in arithmetic", "Level {level + name}", "16: 'Ada' is not a number");
         error("bad exponent", "{'1e' * 1}", "2: '1e' is not a number");
         error("boolean in arithmetic", "{true + 1}", "2: 'true' is not a number");
-        row("truth", "{!'0.0'} {!word} {!'False'} {!'nan'} {!(0/0)} {!empty}", "true true false false true true");
+        row("truth", "{!'0.0'} {!word} {!'False'} {!'nan'} {!(0/0)} {!empty}",
+            "true true false false true true");
         // Parse errors, with columns counting characters
         error("column after é", "héllo {x +}", "11: unexpected '}'");
         error("%1 in the text", "%1 %2 {%3}", "8: unexpected '%'");
@@ -118,26 +122,38 @@ private Q_SLOTS:
         error("nested too deeply", "{" + QByteArray(300, '(') + "1" + QByteArray(300, ')') + "}",
               "202: expression nested too deeply");
         // Functions at their edges (positions count code points)
-        row("substr", "{substr(uni, 1, 4)}|{substr(uni, -5)}|{substr(uni, 20)}|{substr(uni, 1, -1)}|{substr(uni, 1.9, 1)}",
+        row("substr", "{substr(uni, 1, 4)}|{substr(uni, -5)}|{substr(uni, 20)}"
+            "|{substr(uni, 1, -1)}|{substr(uni, 1.9, 1)}",
             "éllo|wörld|||é");
-        row("len and find", "{len(uni)} {len('')} {find(uni, 'w')} {find(uni, 'z')} {find('a', '')}", "11 0 6 -1 0");
-        row("case and trim", "{upper('straße')} {lower('ÄB')} [{trim(' \ta b \t')}]", "STRASSE äb [a b]");
+        row("len and find", "{len(uni)} {len('')} {find(uni, 'w')} {find(uni, 'z')}"
+            " {find('a', '')}",
+            "11 0 6 -1 0");
+        row("case and trim", "{upper('straße')} {lower('ÄB')} [{trim(' \ta b \t')}]",
+            "STRASSE äb [a b]");
         row("replace", "{replace('aaa', 'a', 'bb')} {replace('abc', '', 'x')}", "bbbbbb abc");
-        row("contains, starts, ends", "{contains('abc', '')} {startswith(name, 'Ad')} {endswith(name, 'x')}", "true true false");
-        row("pad", "{pad(7, 3, '0')} {pad('ab', -4, '.')} {pad('abcd', 2)} {pad('é', 3, 'üx')} {pad('a', 3, '')}|{pad('a', 2)}",
+        row("contains, starts, ends", "{contains('abc', '')} {startswith(name, 'Ad')}"
+            " {endswith(name, 'x')}",
+            "true true false");
+        row("pad", "{pad(7, 3, '0')} {pad('ab', -4, '.')} {pad('abcd', 2)} {pad('é', 3, 'üx')}"
+            " {pad('a', 3, '')}|{pad('a', 2)}",
             "007 ab.. abcd üüé a| a");
         row("repeat", "{repeat('ab', 3)}[{repeat('ab', -1)}]", "ababab[]");
         error("repeat too long", "{repeat('ab', 1e12)}", "2: text longer than 16777216 bytes");
         row("number", "{number(' 4 ') + 1} {number('')}", "5 0");
         error("number of a word", "{number(name)}", "9: 'Ada' is not a number");
         row("abs floor ceil", "{abs(-2.5)} {floor(-1.5)} {ceil(-1.5)}", "2.5 -2 -1");
-        row("round", "{round(2.5)} {round(-2.5)} {round(1234.5678, 2)} {round(1234, -2)} {round(1.5, 400)}",
+        row("round", "{round(2.5)} {round(-2.5)} {round(1234.5678, 2)} {round(1234, -2)}"
+            " {round(1.5, 400)}",
             "3 -3 1234.57 1200 1.5");
-        row("min max", "{min(3, 1, 2)} {max(3, 1, 2)} {min(1, 0/0)} {max(0/0, 1)} {max(1)}", "1 3 nan nan 1");
+        row("min max", "{min(3, 1, 2)} {max(3, 1, 2)} {min(1, 0/0)} {max(0/0, 1)} {max(1)}",
+            "1 3 nan nan 1");
         error("max of a word", "{max(3, 'x')}", "9: 'x' is not a number");
-        row("pow sqrt clamp", "{pow(2, 10)} {sqrt(-1)} {clamp(5, 1, 3)} {clamp(-5, 1, 3)}", "1024 nan 3 1");
-        row("fixed", "{fixed(2.5, 2)} {fixed(-0.001, 2)} {fixed(1/0, 2)} {fixed(1.5, -1)}", "2.50 0.00 inf 2");
-        row("has key default text", "{has('file.path')} {has('count')} {default(zero, 1)} {text(1.50)} {text(true)}",
+        row("pow sqrt clamp", "{pow(2, 10)} {sqrt(-1)} {clamp(5, 1, 3)} {clamp(-5, 1, 3)}",
+            "1024 nan 3 1");
+        row("fixed", "{fixed(2.5, 2)} {fixed(-0.001, 2)} {fixed(1/0, 2)} {fixed(1.5, -1)}",
+            "2.50 0.00 inf 2");
+        row("has key default text", "{has('file.path')} {has('count')} {default(zero, 1)}"
+            " {text(1.50)} {text(true)}",
             "true false 0 1.5 true");
     }
 
