@@ -24,4 +24,7 @@ const KeySource &no_keys();
 // Parsed templates are kept in a small cache keyed by their text.
 QByteArray evaluate(QByteArrayView text, const KeySource &keys);
 
+// The same, parsing text afresh without the cache.
+QByteArray evaluate_uncached(QByteArrayView text, const KeySource &keys);
+
 } // namespace corv::exprs

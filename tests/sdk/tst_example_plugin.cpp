@@ -144,12 +144,13 @@ private Q_SLOTS:
 
     void routes_events()
     {
-        // Tag, Repeat(3) [Tag], and a retired Label that migrates to a Tag.
+        // Tag, Repeat(3) [Tag with an expression], and a retired Label that
+        // migrates to a Tag.
         Fixture f;
         const QUuid rack = f.add_rack(QStringLiteral("Main"));
         f.add_node(rack, tag, tag_properties("source", "rack"));
         const QUuid repeater = f.add_node(rack, repeat, {{QStringLiteral("!count"), 3}});
-        f.add_node(repeater, tag, tag_properties("inner", "yes"));
+        f.add_node(repeater, tag, tag_properties("inner", "run {repeat * 10}"));
         const QUuid label = f.add_node(
             rack, retired_label, {{QStringLiteral("io.marrowfield.example.label.text"), "hello"}});
         f.open();
@@ -163,7 +164,7 @@ private Q_SLOTS:
                      (QList<QByteArray>{"id", "source", "repeat", "inner", "label"}));
             QCOMPARE(event.value("repeat"), QByteArray::number(i + 1));
             QCOMPARE(event.value("source"), QByteArray("rack"));
-            QCOMPARE(event.value("inner"), QByteArray("yes"));
+            QCOMPARE(event.value("inner"), "run " + QByteArray::number((i + 1) * 10));
             QCOMPARE(event.value("label"), QByteArray("hello"));
         }
 

@@ -1,5 +1,6 @@
 // The event functions of the SDK as a plugin calls them: key order, copy on
-// write between handles, posting, and many threads posting at once.
+// write between handles, posting, many threads posting at once, and
+// expressions over an event's keys.
 
 #include "engine/event.h"
 #include "engine/handles.h"
@@ -174,6 +175,32 @@ private Q_SLOTS:
         QVERIFY(!info.icon);
         QCOMPARE(type.id, "c.plugin.node");
         QVERIFY(!type.create && !type.on_event && !type.unload);
+    }
+
+    void expressions_read_the_event()
+    {
+        corv_event *event = corv_event_create();
+        corv_event_set(event, "level", "3");
+        corv_event_set(event, "file.path", "/tmp/x");
+        char *text = corv_expression("Level {level * 2} of {file.path}", event);
+        QCOMPARE(text, "Level 6 of /tmp/x");
+        corv_string_destroy(text);
+        text = corv_expression(nullptr, event);
+        QCOMPARE(text, "");
+        corv_string_destroy(text);
+
+        // The buffer takes 255 bytes: the 128th two-byte character goes whole.
+        char out[CORV_TEXT_SIZE];
+        corv_expression_str("{repeat('é', 200)}", event, out);
+        QCOMPARE(std::strlen(out), size_t(254));
+        corv_expression_str("[{level}]", nullptr, out);
+        QCOMPARE(out, "[]");
+        QTest::ignoreMessage(QtWarningMsg,
+                             "Expression error in \"{level + x}\" at column 2: 'abc' is not a number");
+        corv_event_set(event, "level", "abc");
+        corv_expression_str("{level + x}", event, out);
+        QCOMPARE(out, "");
+        corv_event_destroy(event);
     }
 };
 

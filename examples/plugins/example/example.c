@@ -4,7 +4,9 @@
  *
  * It brings two node types:
  *   Tag     sets one key of every event that reaches it (key and value come
- *           from its properties "!key" and "!value") and passes it on;
+ *           from its properties "!key" and "!value") and passes it on; the
+ *           value is an expression template, so "run {repeat * 10}" reads
+ *           the event's own keys;
  *   Repeat  runs its children "!count" times with each event (every run
  *           carries "repeat" = 1, 2, ...) and passes on what they hand back.
  * and a migration that turns the retired "io.marrowfield.example.label" type
@@ -101,7 +103,9 @@ static uint32_t tag_get_decoration(void *data)
 static void tag_on_event(void *data, corv_event *event)
 {
     const example_node *self = (const example_node *)data;
-    corv_event_set(event, tag_key(self), tag_value(self));
+    char *value = corv_expression(tag_value(self), event);
+    corv_event_set(event, tag_key(self), value);
+    corv_string_destroy(value);
     corv_event_post(corv_node_parent_sink(self->node), event);
     corv_event_destroy(event);
 }

@@ -479,12 +479,14 @@ CORV_API void corv_plugin_tr_plural_str(corv_plugin *plugin, const char *key, in
 
 /* ------------------------------------------------------------------------ */
 /* Expressions: a text template whose {holes} read event keys, e.g.        */
-/* "Level {level * 2}". A null event has no keys.                          */
+/* "Level {level * 2}" or "{upper(name)} ({len(name)})"; "{{" and "}}" are  */
+/* literal braces. A null text gives "", a null event has no keys, and an   */
+/* error gives "" and logs one warning. Any thread may call these.          */
 /* ------------------------------------------------------------------------ */
 
 /* The result; yours (corv_string_destroy). */
 CORV_API char *corv_expression(const char *text, corv_event *event);
-/* The result in out (CORV_TEXT_SIZE bytes). */
+/* The result in out (CORV_TEXT_SIZE bytes), cut at a character boundary. */
 CORV_API void corv_expression_str(const char *text, corv_event *event, char *out);
 
 /* ------------------------------------------------------------------------ */
