@@ -47,7 +47,7 @@ private Q_SLOTS:
             if (row.callbacks)
                 expected << QString::fromLatin1(row.id);
         QCOMPARE(ids, expected);
-        QCOMPARE(ids.size(), 13);
+        QCOMPARE(ids.size(), 15);
         QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.ratelimit")));
         QVERIFY(rig.registry.find_migration(QStringLiteral("io.marrowfield.count")));
 

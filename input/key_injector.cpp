@@ -1,0 +1,228 @@
+#include "input/key_injector.h"
+
+#include "input/injection_ledger.h"
+#include "input/platform.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QMutexLocker>
+
+#include <algorithm>
+#include <vector>
+
+namespace corv::input {
+
+namespace {
+
+std::mutex g_instance_mutex;
+KeyInjector *g_instance = nullptr;
+
+// The modifiers a job may press, with their keys and the bits of the
+// "pressed" mask (bit 1 is the main key).
+struct Modifier {
+    std::uint32_t mask_bit;
+    std::uint32_t vk;
+    std::uint32_t pressed_bit;
+};
+constexpr Modifier kModifiers[] = {
+    {kShiftBit, kVkShift, 2},
+    {kCtrlBit, kVkControl, 4},
+    {kAltBit, kVkAlt, 8},
+    {kWinBit, kVkLeftWin, 16},
+};
+constexpr std::uint32_t kMainKeyPressed = 1;
+
+} // namespace
+
+KeyInjector &KeyInjector::instance()
+{
+    std::lock_guard lock(g_instance_mutex);
+    if (!g_instance) {
+        g_instance = new KeyInjector;
+        if (QCoreApplication::instance())
+            qAddPostRoutine(&KeyInjector::shutdown);
+    }
+    return *g_instance;
+}
+
+void KeyInjector::shutdown()
+{
+    KeyInjector *injector = nullptr;
+    {
+        std::lock_guard lock(g_instance_mutex);
+        injector = g_instance;
+    }
+    if (injector)
+        injector->stop_thread();
+}
+
+KeyInjector::KeyInjector()
+{
+    m_stop.lock();
+    m_thread.reset(QThread::create([this] { run(); }));
+    m_thread->setObjectName(QStringLiteral("corv.keys"));
+    m_thread->start();
+}
+
+KeyInjector::~KeyInjector()
+{
+    stop_thread();
+}
+
+void KeyInjector::stop_thread()
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        if (m_stopped)
+            return;
+        m_stopped = true;
+        m_stopping = true;
+        m_stop.unlock();
+        m_wake.wakeAll();
+    }
+    m_thread->wait();
+}
+
+void KeyInjector::set_gap(int ms)
+{
+    m_gap.store(std::clamp(ms, 0, 1000));
+}
+
+std::uint64_t KeyInjector::queue(Job job)
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_stopped)
+        return 0;
+    const std::uint64_t id = m_next_id++;
+    m_queue.push_back({id, std::move(job)});
+    m_wake.wakeAll();
+    return id;
+}
+
+void KeyInjector::cancel(const void *owner)
+{
+    QMutexLocker lock(&m_mutex);
+    std::erase_if(m_queue, [owner](const Queued &queued) { return queued.job.owner == owner; });
+    if (m_running && m_running_owner == owner) {
+        m_abandon = true;
+        m_wake.wakeAll();
+        while (m_running && m_running_owner == owner)
+            m_changed.wait(&m_mutex);
+    }
+}
+
+int KeyInjector::pending() const
+{
+    QMutexLocker lock(&m_mutex);
+    return int(m_queue.size()) + (m_running ? 1 : 0);
+}
+
+bool KeyInjector::wait_idle(int ms) const
+{
+    QDeadlineTimer deadline(ms);
+    QMutexLocker lock(&m_mutex);
+    while (!m_queue.empty() || m_running)
+        if (!m_changed.wait(&m_mutex, deadline))
+            return m_queue.empty() && !m_running;
+    return true;
+}
+
+void KeyInjector::run()
+{
+    QMutexLocker lock(&m_mutex);
+    for (;;) {
+        while (m_queue.empty() && !m_stopping)
+            m_wake.wait(&m_mutex);
+        if (m_stopping) {
+            // Queued jobs are dropped; nothing of theirs was pressed.
+            m_queue.clear();
+            m_changed.wakeAll();
+            return;
+        }
+        Queued current = std::move(m_queue.front());
+        m_queue.pop_front();
+        m_running = true;
+        m_running_owner = current.job.owner;
+        m_abandon = false;
+        lock.unlock();
+
+        if (!m_backend_tried) {
+            m_backend_tried = true;
+            m_backend = open_backend();
+        }
+        const Hotkey hotkey = current.job.hotkey;
+
+        // Press: what is not down yet, modifiers first.
+        KeySet down;
+        KeySet wanted;
+        for (const Modifier &modifier : kModifiers)
+            wanted.set(modifier.vk);
+        wanted.set(kVkRightWin);
+        if (hotkey.key < 256)
+            wanted.set(hotkey.key);
+        if (m_backend)
+            m_backend->snapshot(down, wanted);
+        std::vector<KeyRecord> records;
+        std::uint32_t pressed = 0;
+        std::uint32_t pressed_modifiers = 0;
+        for (const Modifier &modifier : kModifiers) {
+            const bool is_down = modifier.vk == kVkLeftWin
+                                     ? key_in(down, kVkLeftWin) || key_in(down, kVkRightWin)
+                                     : key_in(down, modifier.vk);
+            if ((hotkey.mask & modifier.mask_bit) && !is_down) {
+                records.push_back({modifier.vk, false});
+                pressed |= modifier.pressed_bit;
+                pressed_modifiers |= modifier.mask_bit;
+            }
+        }
+        if (hotkey.key != 0) {
+            if (key_in(down, hotkey.key))
+                records.push_back({hotkey.key, true});
+            records.push_back({hotkey.key, false});
+            pressed |= kMainKeyPressed;
+        }
+        const std::uint64_t ledger_id = InjectionLedger::instance().begin(hotkey.key, pressed_modifiers);
+        if (m_backend)
+            m_backend->send(records.data(), records.size());
+
+        bool abandoned = false;
+        lock.relock();
+        abandoned = m_abandon || m_stopping;
+        lock.unlock();
+        if (!abandoned && current.job.on_start)
+            current.job.on_start();
+
+        // Hold, cut short by cancel() or stop.
+        lock.relock();
+        QDeadlineTimer hold(std::max(0, current.job.hold_ms), Qt::PreciseTimer);
+        while (!m_abandon && !m_stopping && !hold.hasExpired())
+            m_wake.wait(&m_mutex, hold);
+        abandoned = m_abandon || m_stopping;
+        lock.unlock();
+
+        // Release exactly what was pressed, main key first.
+        records.clear();
+        if (pressed & kMainKeyPressed)
+            records.push_back({hotkey.key, true});
+        for (auto it = std::rbegin(kModifiers); it != std::rend(kModifiers); ++it)
+            if (pressed & it->pressed_bit)
+                records.push_back({it->vk, true});
+        if (m_backend)
+            m_backend->send(records.data(), records.size());
+        InjectionLedger::instance().released(ledger_id);
+
+        if (!abandoned && current.job.on_finish)
+            current.job.on_finish();
+
+        lock.relock();
+        m_running = false;
+        m_running_owner = nullptr;
+        m_changed.wakeAll();
+        // The gap before the next job; only stopping cuts it short.
+        QDeadlineTimer gap(m_gap.load(), Qt::PreciseTimer);
+        while (!m_stopping && !gap.hasExpired())
+            m_wake.wait(&m_mutex, gap);
+    }
+}
+
+} // namespace corv::input
