@@ -3,6 +3,7 @@
 #include "input/key_table.h"
 
 #include <cctype>
+#include <iterator>
 
 namespace corv::input {
 
@@ -131,6 +132,74 @@ std::optional<Hotkey> parse_hotkey(std::string_view text, const ScanChar &scan_c
         }
     }
     return std::nullopt;
+}
+
+namespace {
+
+struct Modifier {
+    std::uint32_t mask_bit;
+    std::uint32_t vk;
+    std::uint32_t pressed_bit;
+};
+constexpr Modifier kModifiers[] = {
+    {kShiftBit, kVkShift, Injection::kShiftPressed},
+    {kCtrlBit, kVkControl, Injection::kCtrlPressed},
+    {kAltBit, kVkAlt, Injection::kAltPressed},
+    {kWinBit, kVkLeftWin, Injection::kWinPressed},
+};
+
+} // namespace
+
+KeySet Injection::keys_to_read(const Hotkey &hotkey)
+{
+    KeySet keys;
+    for (const Modifier &modifier : kModifiers)
+        keys.set(modifier.vk);
+    keys.set(kVkRightWin);
+    if (hotkey.key < 256)
+        keys.set(hotkey.key);
+    return keys;
+}
+
+std::vector<KeyRecord> Injection::press(const KeySet &down)
+{
+    std::vector<KeyRecord> records;
+    m_pressed = 0;
+    for (const Modifier &modifier : kModifiers) {
+        const bool is_down = modifier.vk == kVkLeftWin ? key_in(down, kVkLeftWin) || key_in(down, kVkRightWin)
+                                                        : key_in(down, modifier.vk);
+        if ((m_hotkey.mask & modifier.mask_bit) && !is_down) {
+            records.push_back({modifier.vk, false});
+            m_pressed |= modifier.pressed_bit;
+        }
+    }
+    if (m_hotkey.key != 0) {
+        if (key_in(down, m_hotkey.key))
+            records.push_back({m_hotkey.key, true});
+        records.push_back({m_hotkey.key, false});
+        m_pressed |= kKeyPressed;
+    }
+    return records;
+}
+
+std::vector<KeyRecord> Injection::release() const
+{
+    std::vector<KeyRecord> records;
+    if (m_pressed & kKeyPressed)
+        records.push_back({m_hotkey.key, true});
+    for (auto it = std::rbegin(kModifiers); it != std::rend(kModifiers); ++it)
+        if (m_pressed & it->pressed_bit)
+            records.push_back({it->vk, true});
+    return records;
+}
+
+std::uint32_t Injection::pressed_modifiers() const
+{
+    std::uint32_t mask = 0;
+    for (const Modifier &modifier : kModifiers)
+        if (m_pressed & modifier.pressed_bit)
+            mask |= modifier.mask_bit;
+    return mask;
 }
 
 std::string hotkey_text(const Hotkey &hotkey)

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corv::input {
 
@@ -41,6 +42,32 @@ using ScanChar = std::function<std::int32_t(char32_t)>;
 // the US layout through the key table. Empty text gives the empty hotkey;
 // text naming no known key gives nothing.
 std::optional<Hotkey> parse_hotkey(std::string_view text, const ScanChar &scan_char = {});
+
+// One injection of a hotkey. press() plans the key-downs for the current
+// key state: each modifier of the mask that is not down yet (Shift, Ctrl,
+// Alt, Win), then the key (let go first when it is already down, so the
+// target sees a fresh press). release() plans key-ups for exactly what the
+// press put down: the key, then the modifiers in reverse order. A modifier
+// the user holds is neither pressed nor released.
+class Injection
+{
+public:
+    // Bits of pressed(): 1 the key, 2 Shift, 4 Ctrl, 8 Alt, 16 Win.
+    enum Pressed : std::uint32_t { kKeyPressed = 1, kShiftPressed = 2, kCtrlPressed = 4, kAltPressed = 8, kWinPressed = 16 };
+
+    explicit Injection(const Hotkey &hotkey) : m_hotkey(hotkey) {}
+    std::vector<KeyRecord> press(const KeySet &down);
+    std::vector<KeyRecord> release() const;
+    std::uint32_t pressed() const { return m_pressed; }
+    // The modifiers press() put down, as mask bits.
+    std::uint32_t pressed_modifiers() const;
+    // The keys to read before press().
+    static KeySet keys_to_read(const Hotkey &hotkey);
+
+private:
+    Hotkey m_hotkey;
+    std::uint32_t m_pressed = 0;
+};
 
 // Writes a hotkey as key-sequence text, modifiers in the order the hotkey
 // field writes them ("Ctrl+Alt+Meta+Shift+"). Empty for an unknown key.

@@ -17,21 +17,6 @@ namespace {
 std::mutex g_instance_mutex;
 KeyInjector *g_instance = nullptr;
 
-// The modifiers a job may press, with their keys and the bits of the
-// "pressed" mask (bit 1 is the main key).
-struct Modifier {
-    std::uint32_t mask_bit;
-    std::uint32_t vk;
-    std::uint32_t pressed_bit;
-};
-constexpr Modifier kModifiers[] = {
-    {kShiftBit, kVkShift, 2},
-    {kCtrlBit, kVkControl, 4},
-    {kAltBit, kVkAlt, 8},
-    {kWinBit, kVkLeftWin, 16},
-};
-constexpr std::uint32_t kMainKeyPressed = 1;
-
 } // namespace
 
 KeyInjector &KeyInjector::instance()
@@ -152,36 +137,14 @@ void KeyInjector::run()
         }
         const Hotkey hotkey = current.job.hotkey;
 
-        // Press: what is not down yet, modifiers first.
+        // Press what is not down yet.
+        const KeySet wanted = Injection::keys_to_read(hotkey);
         KeySet down;
-        KeySet wanted;
-        for (const Modifier &modifier : kModifiers)
-            wanted.set(modifier.vk);
-        wanted.set(kVkRightWin);
-        if (hotkey.key < 256)
-            wanted.set(hotkey.key);
         if (m_backend)
             m_backend->snapshot(down, wanted);
-        std::vector<KeyRecord> records;
-        std::uint32_t pressed = 0;
-        std::uint32_t pressed_modifiers = 0;
-        for (const Modifier &modifier : kModifiers) {
-            const bool is_down = modifier.vk == kVkLeftWin
-                                     ? key_in(down, kVkLeftWin) || key_in(down, kVkRightWin)
-                                     : key_in(down, modifier.vk);
-            if ((hotkey.mask & modifier.mask_bit) && !is_down) {
-                records.push_back({modifier.vk, false});
-                pressed |= modifier.pressed_bit;
-                pressed_modifiers |= modifier.mask_bit;
-            }
-        }
-        if (hotkey.key != 0) {
-            if (key_in(down, hotkey.key))
-                records.push_back({hotkey.key, true});
-            records.push_back({hotkey.key, false});
-            pressed |= kMainKeyPressed;
-        }
-        const std::uint64_t ledger_id = InjectionLedger::instance().begin(hotkey.key, pressed_modifiers);
+        Injection injection(hotkey);
+        std::vector<KeyRecord> records = injection.press(down);
+        const std::uint64_t ledger_id = InjectionLedger::instance().begin(hotkey.key, injection.pressed_modifiers());
         if (m_backend)
             m_backend->send(records.data(), records.size());
 
@@ -200,13 +163,8 @@ void KeyInjector::run()
         abandoned = m_abandon || m_stopping;
         lock.unlock();
 
-        // Release exactly what was pressed, main key first.
-        records.clear();
-        if (pressed & kMainKeyPressed)
-            records.push_back({hotkey.key, true});
-        for (auto it = std::rbegin(kModifiers); it != std::rend(kModifiers); ++it)
-            if (pressed & it->pressed_bit)
-                records.push_back({it->vk, true});
+        // Release exactly what was pressed.
+        records = injection.release();
         if (m_backend)
             m_backend->send(records.data(), records.size());
         InjectionLedger::instance().released(ledger_id);
