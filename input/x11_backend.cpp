@@ -151,8 +151,12 @@ NativeOpening open_native_backend()
     }
     int event_base = 0, error_base = 0, major = 0, minor = 0;
     const bool xtest = XTestQueryExtension(display, &event_base, &error_base, &major, &minor);
+    const char *wayland = std::getenv("WAYLAND_DISPLAY");
     if (!xtest)
         opening.problem = "the X server lacks the XTEST extension, so keys cannot be sent";
+    else if (wayland && *wayland)
+        opening.problem = "this Wayland session's X11 server (XWayland) shows hotkeys only while an X11 window "
+                          "has the keyboard focus, and sends keys to X11 windows only";
     opening.backend = std::make_unique<X11Backend>(display, xtest);
     return opening;
 }

@@ -328,6 +328,25 @@ private Q_SLOTS:
         poller.remove(id2);
     }
 
+    // Without any X11 display (a Wayland session without XWayland) there is
+    // no backend, which is said once; hotkey text still reads (US layout).
+    void no_display_is_reported_once()
+    {
+        const QByteArray display = qgetenv("DISPLAY");
+        qunsetenv("DISPLAY");
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        set_backend_factory({});
+        QTest::ignoreMessage(QtWarningMsg, "Global keyboard input is not available: this Wayland session offers "
+                                           "no X11 display (DISPLAY is not set); hotkey nodes stay idle");
+        QVERIFY(!open_backend());
+        QVERIFY(!open_backend());
+        QCOMPARE(hotkey_from_text("Ctrl+Shift+K"), Hotkey('K', kCtrlBit | kShiftBit));
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        qunsetenv("WAYLAND_DISPLAY");
+        if (!display.isNull())
+            qputenv("DISPLAY", display);
+    }
+
     // Shutting down in the middle of a hold releases what was pressed.
     void shutdown_releases()
     {
