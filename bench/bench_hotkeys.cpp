@@ -24,12 +24,14 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QMutex>
 #include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 
 #include <sys/resource.h>
+#include <time.h>
 
 #include <algorithm>
 #include <atomic>
@@ -154,6 +156,36 @@ int main(int argc, char *argv[])
                     double(thread_cpu_ns("corv.hotkeys") - cpu_before) / 1000.0 / count,
                     double(span.nsecsElapsed()) / 1e6 / count);
     }
+    // The same rhythm bare, as a peer: a thread that sleeps 16 ms on a mutex
+    // and reads the keymap through a connection of its own, no listeners.
+    {
+        QMutex never;
+        never.lock();
+        qint64 cpu_ns = 0;
+        std::vector<double> wakes;
+        std::unique_ptr<QThread> bare(QThread::create([&] {
+            input::NativeOpening own = input::open_native_backend();
+            input::KeySet down;
+            timespec start{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+            QElapsedTimer sleep;
+            for (int i = 0; i < 180; ++i) {
+                sleep.start();
+                never.tryLock(16);
+                wakes.push_back(double(sleep.nsecsElapsed()) / 1e6);
+                own.backend->snapshot(down, input::KeySet());
+            }
+            timespec end{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+            cpu_ns = (end.tv_sec - start.tv_sec) * 1000000000LL + (end.tv_nsec - start.tv_nsec);
+        }));
+        bare->start();
+        bare->wait();
+        never.unlock();
+        std::printf("peer, a bare 16 ms sleep and keymap read: %.2f us cpu each; sleep p50 %.2f ms, p99 %.2f ms\n",
+                    double(cpu_ns) / 1000.0 / 180.0, percentile(wakes, 0.5), percentile(wakes, 0.99));
+    }
+
     QElapsedTimer clock;
     clock.start();
     qint64 triggered_at = -1;
