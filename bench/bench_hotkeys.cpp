@@ -31,7 +31,6 @@
 #include <QTimer>
 
 #include <sys/resource.h>
-#include <time.h>
 
 #include <algorithm>
 #include <atomic>
@@ -115,7 +114,6 @@ int main(int argc, char *argv[])
     project.add_rack(rack_id, std::make_unique<model::Rack>());
     project.profile()->insert(0, rack_id);
     model::Children *top = project.find_rack(rack_id)->top_level();
-    static const char *const keys[] = {"F1", "F2", "F3", "F4", "F5", "F6", "F8", "F9", "F10", "F11", "F12"};
     for (int i = 0; i < 99; ++i)
         add_node(project, top, "io.marrowfield.onhotkey",
                  QByteArray(i % 3 == 0 ? "Ctrl+Alt+" : i % 3 == 1 ? "Alt+Shift+" : "Meta+") + char('A' + i % 26));
@@ -163,11 +161,11 @@ int main(int argc, char *argv[])
         never.lock();
         qint64 cpu_ns = 0;
         std::vector<double> wakes;
+        qint64 peer_start = -1;
         std::unique_ptr<QThread> bare(QThread::create([&] {
             input::NativeOpening own = input::open_native_backend();
             input::KeySet down;
-            timespec start{};
-            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+            peer_start = thread_cpu_ns("corv.peer");
             QElapsedTimer sleep;
             for (int i = 0; i < 180; ++i) {
                 sleep.start();
@@ -175,10 +173,9 @@ int main(int argc, char *argv[])
                 wakes.push_back(double(sleep.nsecsElapsed()) / 1e6);
                 own.backend->snapshot(down, input::KeySet());
             }
-            timespec end{};
-            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
-            cpu_ns = (end.tv_sec - start.tv_sec) * 1000000000LL + (end.tv_nsec - start.tv_nsec);
+            cpu_ns = thread_cpu_ns("corv.peer") - peer_start;
         }));
+        bare->setObjectName(QStringLiteral("corv.peer"));
         bare->start();
         bare->wait();
         never.unlock();

@@ -14,7 +14,6 @@ namespace {
 
 std::mutex g_instance_mutex;
 HotkeyPoller *g_instance = nullptr;
-bool g_shut_down = false;
 
 } // namespace
 
@@ -37,7 +36,6 @@ void HotkeyPoller::shutdown()
     {
         std::lock_guard lock(g_instance_mutex);
         poller = g_instance;
-        g_shut_down = true;
     }
     if (!poller || poller->m_stopped)
         return;

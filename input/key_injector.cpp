@@ -176,10 +176,16 @@ void KeyInjector::run()
         m_running = false;
         m_running_owner = nullptr;
         m_changed.wakeAll();
-        // The gap before the next job; only stopping cuts it short.
-        QDeadlineTimer gap(m_gap.load(), Qt::PreciseTimer);
-        while (!m_stopping && !gap.hasExpired())
-            m_wake.wait(&m_mutex, gap);
+        // The gap before the next job, on the stop mutex: only stopping cuts
+        // it short.
+        lock.unlock();
+        const int gap = m_gap.load();
+        if (gap > 0 && m_stop.tryLock(gap)) {
+            m_stop.unlock();
+            lock.relock();
+            continue; // stopping: the loop's check ends the thread
+        }
+        lock.relock();
     }
 }
 
