@@ -2,6 +2,7 @@
 
 #include "input/key_table.h"
 
+#include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 
@@ -29,13 +30,29 @@ bool is_keypad_keysym(KeySym keysym)
 class X11Backend final : public KeyboardBackend
 {
 public:
-    X11Backend(Display *display, bool xtest) : m_display(display), m_xtest(xtest) { read_mapping(); }
+    X11Backend(Display *display, bool xtest) : m_display(display), m_xtest(xtest)
+    {
+        // Layout changes: an XKB-aware client (as Xlib makes every client)
+        // hears of them only through XKB's events.
+        int opcode = 0, error_base = 0, major = XkbMajorVersion, minor = XkbMinorVersion;
+        if (XkbQueryExtension(m_display, &opcode, &m_xkb_event, &error_base, &major, &minor)) {
+            const unsigned mask = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
+            XkbSelectEvents(m_display, XkbUseCoreKbd, mask, mask);
+        } else {
+            m_xkb_event = -1;
+        }
+        read_mapping();
+    }
     ~X11Backend() override { XCloseDisplay(m_display); }
 
     bool snapshot(KeySet &down, const KeySet &) override
     {
         char keys[32];
         XQueryKeymap(m_display, keys);
+        // Word of a changed keyboard mapping (another layout) arrives with
+        // the replies.
+        if (XQLength(m_display) > 0)
+            handle_events();
         down.reset();
         for (int byte = 0; byte < 32; ++byte) {
             const auto bits = static_cast<unsigned char>(keys[byte]);
@@ -69,6 +86,7 @@ public:
 
     std::int32_t scan_char(char32_t ch) override
     {
+        handle_events();
         const KeySym wanted = (ch >= 0x20 && ch < 0x7f) || (ch >= 0xa0 && ch <= 0xff) ? KeySym(ch)
                                                                                       : KeySym(0x01000000 | ch);
         for (int level = 0; level < 2 && level < m_per_keycode; ++level)
@@ -79,6 +97,20 @@ public:
     }
 
 private:
+    void handle_events()
+    {
+        bool remapped = false;
+        while (XPending(m_display) > 0) {
+            XEvent event;
+            XNextEvent(m_display, &event);
+            if (event.type == m_xkb_event
+                || (event.type == MappingNotify && event.xmapping.request != MappingPointer))
+                remapped = true;
+        }
+        if (remapped)
+            read_mapping();
+    }
+
     KeySym sym(int keycode, int level) const
     {
         return m_syms[std::size_t((keycode - m_min_keycode) * m_per_keycode + level)];
@@ -88,6 +120,8 @@ private:
     // digit or operator); virtual key to the first keycode that has it.
     void read_mapping()
     {
+        m_vk_of_keycode.fill(0);
+        m_keycode_of_vk.fill(0);
         XDisplayKeycodes(m_display, &m_min_keycode, &m_max_keycode);
         KeySym *syms = XGetKeyboardMapping(m_display, KeyCode(m_min_keycode),
                                            m_max_keycode - m_min_keycode + 1, &m_per_keycode);
@@ -121,6 +155,7 @@ private:
 
     Display *m_display;
     bool m_xtest;
+    int m_xkb_event = -1;
     int m_min_keycode = 8;
     int m_max_keycode = 7;
     int m_per_keycode = 1;

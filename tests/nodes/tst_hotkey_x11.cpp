@@ -12,6 +12,10 @@
 #include <QProcess>
 #include <QTest>
 
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
 #include <cstdio>
 
 using model::Value;
@@ -83,6 +87,36 @@ private Q_SLOTS:
         hold(QStringLiteral("super+F5")); // no listener for it
         Rig::wait(50);
         QCOMPARE(rig.hits().size(), 2);
+    }
+
+    // Another layout: a key that now types F11 fires a Ctrl+F11 hotkey.
+    void layout_changes_are_followed()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid on = rig.add_node(rack, "io.marrowfield.onhotkey", {{"!hotkey", text("Ctrl+F11")}});
+        rig.add_probe(on, QStringLiteral("f11"));
+        rig.open();
+        Rig::wait(50);
+
+        Display *display = XOpenDisplay(nullptr);
+        QVERIFY(display);
+        const KeyCode f8 = XKeysymToKeycode(display, XK_F8);
+        const KeyCode control = XKeysymToKeycode(display, XK_Control_L);
+        KeySym f11[] = {XK_F11, XK_F11};
+        XChangeKeyboardMapping(display, f8, 2, f11, 1);
+        XSync(display, False);
+        Rig::wait(50);
+        XTestFakeKeyEvent(display, control, True, CurrentTime);
+        XTestFakeKeyEvent(display, f8, True, CurrentTime);
+        XSync(display, False);
+        Rig::wait(100);
+        XTestFakeKeyEvent(display, f8, False, CurrentTime);
+        XTestFakeKeyEvent(display, control, False, CurrentTime);
+        KeySym back[] = {XK_F8, XK_F8};
+        XChangeKeyboardMapping(display, f8, 2, back, 1);
+        XCloseDisplay(display);
+        QTRY_COMPARE(rig.seen(QStringLiteral("f11")).size(), 1);
     }
 
     // Presses of a rack arrive in another client's focused line edit.
