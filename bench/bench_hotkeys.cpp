@@ -198,7 +198,13 @@ int main(int argc, char *argv[])
     const input::KeyRecord down[] = {{input::kVkControl, false}, {0x76, false}};
     const input::KeyRecord up[] = {{0x76, true}, {input::kVkControl, true}};
     for (int i = 0; i < presses; ++i) {
-        QThread::usleep(QRandomGenerator::global()->bounded(16000u)); // any phase of the poll
+        // Any phase of the poll: spun rather than slept, since a sleeping
+        // thread tends to wake together with the poller's timer.
+        QElapsedTimer phase;
+        phase.start();
+        const qint64 spin_ns = qint64(QRandomGenerator::global()->bounded(16000u)) * 1000;
+        while (phase.nsecsElapsed() < spin_ns) {
+        }
         triggered_at = -1;
         polled_at = -1;
         keyboard.backend->send(down, 2);

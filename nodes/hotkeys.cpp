@@ -9,7 +9,8 @@
 // that Corvane itself sends never fire it. Events from the parent and back
 // from the children are passed on.
 //
-// Trigger-hotkey ("!hotkey", "!seconds" the hold time, "mode" the wait):
+// Trigger-hotkey ("!hotkey", "!seconds" the hold time, 0.05 s unless set,
+// "mode" the wait):
 // each event from the parent queues one press of the combination on the key
 // injector. Mode 0 passes the event on at once; mode 1 when the keys have
 // gone down; mode 2 when they have been released. An empty hotkey, or text
