@@ -8,6 +8,7 @@
 #include <QMutexLocker>
 
 #include <algorithm>
+#include <mutex>
 #include <vector>
 
 namespace corv::input {
