@@ -2,6 +2,7 @@
 
 #include "nodes/count.h"
 #include "nodes/flow.h"
+#include "nodes/hotkeys.h"
 #include "nodes/node_support.h"
 #include "nodes/timing.h"
 
@@ -66,7 +67,7 @@ constexpr BuiltinNodeRow kTable[] = {
     {"io.marrowfield.onfilechanged", "OnFileChangedNode.Name", kSources,
      ":/corv/icons/nodes/file_changed.png", decoration<41>, nullptr},
     {"io.marrowfield.onhotkey", "OnHotkeyNode.Name", kSources,
-     ":/corv/icons/nodes/hotkey.png", decoration<41>, nullptr},
+     ":/corv/icons/nodes/hotkey.png", decoration<41>, &on_hotkey_node},
     {"io.marrowfield.ratelimitqueue", "RateLimitQueueNode.Name", kQueues,
      ":/corv/icons/nodes/rate_limit.png", decoration<14>, &rate_limit_queue_node},
     {"io.marrowfield.ratelimitearliest", "RateLimitEarliestNode.Name", kQueues,
@@ -85,7 +86,7 @@ constexpr BuiltinNodeRow kTable[] = {
      ":/corv/icons/nodes/stop.png", decoration<2>, &stop_node},
     // 35 with wait mode none, else 38: the type's own callback decides.
     {"io.marrowfield.triggerhotkey", "TriggerHotkeyNode.Name", kActions,
-     ":/corv/icons/nodes/hotkey.png", nullptr, nullptr},
+     ":/corv/icons/nodes/hotkey.png", decoration<35>, &trigger_hotkey_node},
     {"io.marrowfield.writetext", "WriteTextFileNode.Name", kActions,
      ":/corv/icons/nodes/write_text.png", decoration<35>, nullptr},
 };

@@ -48,7 +48,12 @@ void probe_on_event(void *data, corv_event *event)
 {
     auto *probe = static_cast<Probe *>(data);
     const char *id = corv_event_get(event, "id");
-    g_hits.append({probe->label, QByteArray(id ? id : ""), g_clock ? g_clock->elapsed() : 0});
+    QByteArrayList keys;
+    for (std::uint64_t i = 0; i < corv_event_count(event); ++i) {
+        const char *key = corv_event_get_key(event, i);
+        keys << QByteArray(key) + '=' + corv_event_get(event, key);
+    }
+    g_hits.append({probe->label, QByteArray(id ? id : ""), g_clock ? g_clock->elapsed() : 0, keys.join(';')});
     corv_event_post(corv_node_parent_sink(probe->node), event);
     corv_event_destroy(event);
 }

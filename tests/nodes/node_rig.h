@@ -27,6 +27,7 @@ struct Hit {
     QString at;     // the probe's label
     QByteArray id;  // the event's "id"
     qint64 ms;      // on the rig's clock
+    QByteArray keys; // every "key=value" of the event, joined by ";"
 };
 
 using Settings = QList<std::pair<QString, model::Value>>;

@@ -49,6 +49,7 @@ private Q_SLOTS:
             {"forward", "ForwardNode.Name", "Forward to Rack", "Actions", "forward", 35},
             {"loop", "LoopNode.Name", "Loop", "Operators", "loop", 42},
             {"custom", "OnCustomNode.Name", "Custom Event", "Sources", "custom", 41},
+            {"onhotkey", "OnHotkeyNode.Name", "On Hotkey", "Sources", "hotkey", 41},
             {"ratelimitqueue", "RateLimitQueueNode.Name", "Rate Limit (Queue)", "Queues", "rate_limit", 14},
             {"ratelimitearliest", "RateLimitEarliestNode.Name", "Rate Limit (Keep Earliest)", "Queues", "rate_limit",
              14},
@@ -57,6 +58,7 @@ private Q_SLOTS:
             {"send", "SendNode.Name", "Send", "Actions", "send", 35},
             {"sequential", "SequentialNode.Name", "One at a Time", "Queues", "sequential", 42},
             {"stop", "StopNode.Name", "Stop", "Operators", "stop", 2},
+            {"triggerhotkey", "TriggerHotkeyNode.Name", "Press Hotkey", "Actions", "hotkey", 35},
         };
         Rig rig;
         QStringList ids;

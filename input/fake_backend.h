@@ -1,0 +1,42 @@
+#pragma once
+
+// An in-memory keyboard for the unit tests: a key state that "the user"
+// changes with press() and release(), and the batches that backends over it
+// send, which change the same state. Every backend made over one keyboard
+// shares it, as the poller's and the injector's share the real one. Qt-free.
+
+#include "input/keyboard_backend.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace corv::input {
+
+class FakeKeyboard : public std::enable_shared_from_this<FakeKeyboard>
+{
+public:
+    // The user holds or lets go of a key (generic modifier codes included).
+    void press(std::uint32_t vk);
+    void release(std::uint32_t vk);
+    void release_all();
+    KeySet down() const;
+
+    // Every record sent so far, in order; and forgets them.
+    std::vector<KeyRecord> sent() const;
+    void clear_sent();
+    // How often the keyboard was read.
+    std::uint64_t snapshots() const { return m_snapshots.load(); }
+
+    std::unique_ptr<KeyboardBackend> make_backend();
+
+private:
+    friend class FakeBackend;
+    mutable std::mutex m_mutex;
+    KeySet m_down;
+    std::vector<KeyRecord> m_sent;
+    std::atomic<std::uint64_t> m_snapshots{0};
+};
+
+} // namespace corv::input

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "input/hotkey.h"
+
+#include <QMutex>
+#include <QThread>
+#include <QWaitCondition>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace corv::input {
+
+class KeyboardBackend;
+
+// Watches the keyboard for registered hotkeys on a thread of its own. Every
+// poll reads the whole keyboard once and tells each listener when its
+// hotkey becomes held (true) or stops being held (false): once per edge,
+// never for a steady state, matching modifiers exactly. With no listeners
+// the thread sleeps on a wait condition; presses that the key injector
+// sends never reach listeners they could fire.
+//
+// One per process, made on first use; stopped by shutdown() or when the
+// application object goes away.
+class HotkeyPoller
+{
+public:
+    // Runs on the poller thread while it holds the registry lock: it must
+    // not add or remove listeners, and hands work on by posting.
+    using Callback = std::function<void(bool held)>;
+
+    static HotkeyPoller &instance();
+    // Stops the thread, if one was made. Listeners are kept but never
+    // called again.
+    static void shutdown();
+
+    // Milliseconds between polls (preference "inputpollms", 0 to 1000;
+    // 0 polls without pause). Takes effect from the next poll.
+    void set_poll_interval(int ms);
+    int poll_interval() const { return m_interval.load(); }
+
+    // Registers a listener (an empty hotkey registers nothing and gives 0);
+    // returns its registration id. Its state starts as "not held", so a
+    // hotkey held at registration fires at the next poll.
+    std::uint64_t add(const Hotkey &hotkey, Callback callback);
+    // Removes a listener; once this returns its callback is not running and
+    // never runs again. 0 and unknown ids are ignored.
+    void remove(std::uint64_t id);
+    int listener_count() const;
+
+    // Polls done since start (for tests and benchmarks).
+    std::uint64_t poll_count() const { return m_polls.load(); }
+
+    ~HotkeyPoller();
+
+private:
+    HotkeyPoller();
+    void run();
+    void poll(); // under m_registry
+    void update_wanted();
+
+    struct Listener {
+        std::uint64_t id;
+        Hotkey hotkey;
+        std::uint8_t last_state = 0;
+    };
+
+    std::unique_ptr<QThread> m_thread;
+    mutable QMutex m_registry;
+    QWaitCondition m_wake;
+    QMutex m_stop; // held by the owner from construction; unlocked to stop
+    bool m_stopped = false;
+    std::vector<Listener> m_listeners; // in registration order, with...
+    std::vector<Callback> m_callbacks; // ...their callbacks in the same order
+    std::uint64_t m_next_id = 1;
+    std::atomic<int> m_interval{16};
+    std::atomic<std::uint64_t> m_polls{0};
+    // Poller thread only.
+    std::unique_ptr<KeyboardBackend> m_backend;
+    bool m_backend_tried = false;
+    KeySet m_wanted; // the keys the listeners look at (under m_registry)
+    KeySet m_down;
+};
+
+} // namespace corv::input

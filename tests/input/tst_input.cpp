@@ -1,0 +1,366 @@
+// The poller and the injector over the in-memory keyboard (one for the
+// whole program: both are process-wide).
+
+#include "input/fake_backend.h"
+#include "input/hotkey_poller.h"
+#include "input/key_injector.h"
+#include "input/key_table.h"
+#include "input/platform.h"
+
+#include <QElapsedTimer>
+#include <QMutex>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <memory>
+
+using namespace corv::input;
+
+Q_DECLARE_METATYPE(Hotkey)
+
+namespace {
+
+std::shared_ptr<FakeKeyboard> g_keyboard;
+
+// Every call a listener gets, from the poller thread.
+struct Calls {
+    QMutex mutex;
+    QList<bool> states;
+    QList<bool> take()
+    {
+        QMutexLocker lock(&mutex);
+        return std::exchange(states, {});
+    }
+    HotkeyPoller::Callback callback()
+    {
+        return [this](bool held) {
+            QMutexLocker lock(&mutex);
+            states << held;
+        };
+    }
+};
+
+void wait_polls(int count)
+{
+    const std::uint64_t start = HotkeyPoller::instance().poll_count();
+    QTRY_VERIFY_WITH_TIMEOUT(HotkeyPoller::instance().poll_count() >= start + std::uint64_t(count), 5000);
+}
+
+Hotkey parse(const char *text)
+{
+    return hotkey_from_text(text).value_or(Hotkey{0xffff, 0xffff});
+}
+
+QString records_text(const std::vector<KeyRecord> &records)
+{
+    QStringList parts;
+    for (const KeyRecord &record : records)
+        parts << (record.up ? QStringLiteral("^") : QStringLiteral("v")) + QString::number(record.vk);
+    return parts.join(u' ');
+}
+
+} // namespace
+
+class TstInput : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        g_keyboard = std::make_shared<FakeKeyboard>();
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        HotkeyPoller::instance().set_poll_interval(1);
+        KeyInjector::instance().set_gap(0);
+    }
+
+    void init()
+    {
+        g_keyboard->release_all();
+        g_keyboard->clear_sent();
+    }
+
+    // Hotkey text as the hotkey field writes it, read with the (US) layout;
+    // and written back where the text is the field's own.
+    void hotkey_text_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<Hotkey>("hotkey");
+        QTest::addColumn<bool>("round_trip");
+        QTest::newRow("ctrl letter") << "Ctrl+K" << Hotkey{'K', kCtrlBit} << true;
+        QTest::newRow("all modifiers") << "Ctrl+Alt+Meta+Shift+A" << Hotkey{'A', 15} << true;
+        QTest::newRow("modifiers only") << "Ctrl+Shift+" << Hotkey{0, kCtrlBit | kShiftBit} << true;
+        QTest::newRow("function key") << "Meta+F5" << Hotkey{0x74, kWinBit} << true;
+        QTest::newRow("F24") << "F24" << Hotkey{0x87, 0} << true;
+        QTest::newRow("arrow") << "Alt+Left" << Hotkey{0x25, kAltBit} << true;
+        QTest::newRow("navigation") << "Shift+PgDown" << Hotkey{0x22, kShiftBit} << true;
+        QTest::newRow("keypad digit") << "Ctrl+Num+7" << Hotkey{0x67, kCtrlBit} << true;
+        QTest::newRow("keypad plus") << "Num++" << Hotkey{0x6B, 0} << true;
+        QTest::newRow("digit") << "Ctrl+1" << Hotkey{'1', kCtrlBit} << true;
+        QTest::newRow("punctuation") << "Ctrl+," << Hotkey{0xBC, kCtrlBit} << true;
+        QTest::newRow("shifted character") << "Shift+!" << Hotkey{'1', kShiftBit} << false;
+        QTest::newRow("plus is shifted") << "Ctrl++" << Hotkey{0xBB, kCtrlBit | kShiftBit} << false;
+        QTest::newRow("backtab") << "Shift+Backtab" << Hotkey{0x09, kShiftBit} << false;
+        QTest::newRow("first combination") << "Ctrl+K, Ctrl+L" << Hotkey{'K', kCtrlBit} << false;
+        QTest::newRow("comma then more") << "Ctrl+,, X" << Hotkey{0xBC, kCtrlBit} << false;
+        QTest::newRow("lower case names") << "ctrl+esc" << Hotkey{0x1B, kCtrlBit} << false;
+        QTest::newRow("media") << "Media Play" << Hotkey{0xB3, 0} << true;
+        QTest::newRow("empty") << "" << Hotkey{} << true;
+        QTest::newRow("unknown") << "Ctrl+Bogus" << Hotkey{0xffff, 0xffff} << false;
+        QTest::newRow("unknown keypad") << "Num+K" << Hotkey{0xffff, 0xffff} << false;
+    }
+    void hotkey_text()
+    {
+        QFETCH(QString, text);
+        QFETCH(Hotkey, hotkey);
+        QFETCH(bool, round_trip);
+        const QByteArray utf8 = text.toUtf8();
+        QCOMPARE(parse(utf8.constData()), hotkey);
+        if (round_trip)
+            QCOMPARE(QString::fromStdString(corv::input::hotkey_text(hotkey)), text);
+    }
+
+    // Every named key of the table reads back to its own code.
+    void key_table_round_trip()
+    {
+        for (const KeyRow &row : key_table()) {
+            if (row.name.empty())
+                continue;
+            const Hotkey hotkey{row.vk, 0};
+            const std::string text = corv::input::hotkey_text(hotkey);
+            QVERIFY2(!text.empty(), row.name.data());
+            QCOMPARE(parse(text.c_str()), hotkey);
+        }
+    }
+
+    // The comparison is exact on purpose: an extra modifier prevents it.
+    void matching_data()
+    {
+        QTest::addColumn<QString>("hotkey");
+        QTest::addColumn<QList<int>>("held");
+        QTest::addColumn<bool>("match");
+        QTest::newRow("exact") << "Ctrl+K" << QList<int>{17, 'K'} << true;
+        QTest::newRow("extra shift") << "Ctrl+K" << QList<int>{17, 16, 'K'} << false;
+        QTest::newRow("missing ctrl") << "Ctrl+K" << QList<int>{'K'} << false;
+        QTest::newRow("key up") << "Ctrl+K" << QList<int>{17} << false;
+        QTest::newRow("left win") << "Meta+E" << QList<int>{91, 'E'} << true;
+        QTest::newRow("right win") << "Meta+E" << QList<int>{92, 'E'} << true;
+        QTest::newRow("win not wanted") << "E" << QList<int>{91, 'E'} << false;
+        QTest::newRow("win missing") << "Meta+E" << QList<int>{'E'} << false;
+        QTest::newRow("other keys do not count") << "Alt+F4" << QList<int>{18, 0x73, 'Q'} << true;
+        QTest::newRow("modifiers only") << "Ctrl+Shift+" << QList<int>{16, 17, 'A'} << true;
+        QTest::newRow("modifiers only, extra alt") << "Ctrl+Shift+" << QList<int>{16, 17, 18} << false;
+    }
+    void matching()
+    {
+        QFETCH(QString, hotkey);
+        QFETCH(QList<int>, held);
+        QFETCH(bool, match);
+        KeySet down;
+        for (int vk : held)
+            down.set(std::size_t(vk));
+        QCOMPARE(matches(parse(hotkey.toUtf8().constData()), down), match);
+    }
+
+    // Ctrl+K does not fire while Ctrl+Shift+K is held, fires once when
+    // Shift is let go, stays quiet while held, and reports the release once.
+    void poller_calls_once_per_edge()
+    {
+        HotkeyPoller &poller = HotkeyPoller::instance();
+        Calls calls;
+        const std::uint64_t id = poller.add(parse("Ctrl+K"), calls.callback());
+        QVERIFY(id != 0);
+        for (std::uint32_t vk : {kVkControl, kVkShift, std::uint32_t('K')})
+            g_keyboard->press(vk);
+        wait_polls(5);
+        QCOMPARE(calls.take(), QList<bool>());
+        g_keyboard->release(kVkShift);
+        wait_polls(20);
+        QCOMPARE(calls.take(), QList<bool>{true});
+        g_keyboard->release('K');
+        wait_polls(5);
+        QCOMPARE(calls.take(), QList<bool>{false});
+        poller.remove(id);
+        g_keyboard->press('K');
+        wait_polls(0);
+        QTest::qWait(20);
+        QCOMPARE(calls.take(), QList<bool>());
+    }
+
+    // Without listeners the thread sleeps on its wait condition: the
+    // keyboard is not read at all until a listener comes.
+    void poller_sleeps_without_listeners()
+    {
+        HotkeyPoller &poller = HotkeyPoller::instance();
+        QCOMPARE(poller.listener_count(), 0);
+        QTest::qWait(10); // a poll under way ends
+        const std::uint64_t reads = g_keyboard->snapshots();
+        QTest::qWait(150);
+        QCOMPARE(g_keyboard->snapshots(), reads);
+        Calls calls;
+        const std::uint64_t id = poller.add(parse("F1"), calls.callback());
+        QTRY_VERIFY(g_keyboard->snapshots() > reads + 5);
+        poller.remove(id);
+        QCOMPARE(poller.add(Hotkey{}, calls.callback()), std::uint64_t(0));
+    }
+
+    // Each job presses only what is not down, releases only what it
+    // pressed, in the order press: modifiers then key; release: key then
+    // modifiers. A key already held is let go first.
+    void injector_presses_data()
+    {
+        QTest::addColumn<QString>("hotkey");
+        QTest::addColumn<QList<int>>("held");
+        QTest::addColumn<QString>("records");
+        QTest::newRow("ctrl held: only C") << "Ctrl+C" << QList<int>{17} << "v67 ^67";
+        QTest::newRow("nothing held") << "Ctrl+Shift+K" << QList<int>{} << "v16 v17 v75 ^75 ^17 ^16";
+        QTest::newRow("win") << "Meta+E" << QList<int>{} << "v91 v69 ^69 ^91";
+        QTest::newRow("right win held") << "Meta+E" << QList<int>{92} << "v69 ^69";
+        QTest::newRow("alt only") << "Alt+" << QList<int>{} << "v18 ^18";
+        QTest::newRow("key held: fresh press") << "F5" << QList<int>{0x74} << "^116 v116 ^116";
+        QTest::newRow("extra modifier stays") << "K" << QList<int>{16} << "v75 ^75";
+    }
+    void injector_presses()
+    {
+        QFETCH(QString, hotkey);
+        QFETCH(QList<int>, held);
+        QFETCH(QString, records);
+        for (int vk : held)
+            g_keyboard->press(std::uint32_t(vk));
+        KeyInjector &injector = KeyInjector::instance();
+        injector.queue({nullptr, parse(hotkey.toUtf8().constData()), 0, {}, {}});
+        QVERIFY(injector.wait_idle(5000));
+        QCOMPARE(records_text(g_keyboard->sent()), records);
+        KeySet expected;
+        for (int vk : held)
+            if (vk != 0x74)
+                expected.set(std::size_t(vk));
+        QCOMPARE(g_keyboard->down(), expected);
+    }
+
+    // Start runs after the press, finish after the release; the gap runs
+    // from one job's release to the next job's press.
+    void injector_hold_and_gap()
+    {
+        KeyInjector &injector = KeyInjector::instance();
+        injector.set_gap(120);
+        QElapsedTimer clock;
+        clock.start();
+        QMutex mutex;
+        QList<std::pair<QString, qint64>> marks;
+        auto mark = [&](const char *what) {
+            return [&, what] {
+                QMutexLocker lock(&mutex);
+                marks.append({QString::fromLatin1(what), clock.elapsed()});
+            };
+        };
+        injector.queue({this, parse("A"), 60, mark("start1"), mark("finish1")});
+        injector.queue({this, parse("B"), 0, mark("start2"), mark("finish2")});
+        QVERIFY(injector.wait_idle(5000));
+        injector.set_gap(0);
+        QCOMPARE(marks.size(), 4);
+        QCOMPARE(marks[0].first, QStringLiteral("start1"));
+        QCOMPARE(marks[3].first, QStringLiteral("finish2"));
+        QVERIFY2(marks[1].second - marks[0].second >= 59, "hold");
+        QVERIFY2(marks[2].second - marks[1].second >= 119, "gap");
+        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v65 ^65 v66 ^66"));
+    }
+
+    // Cancelling cuts a hold short and releases at once; the owner's queued
+    // jobs go, other owners' stay, and no callback of the owner runs after.
+    void cancel_releases_at_once()
+    {
+        KeyInjector &injector = KeyInjector::instance();
+        int owner = 0;
+        int other = 0;
+        std::atomic<int> started{0};
+        std::atomic<int> finished{0};
+        injector.queue({&owner, parse("Ctrl+Alt+K"), 60000, [&] { ++started; }, [&] { ++finished; }});
+        injector.queue({&owner, parse("L"), 0, [&] { ++started; }, {}});
+        injector.queue({&other, parse("M"), 0, {}, {}});
+        QTRY_COMPARE(started.load(), 1);
+        QElapsedTimer clock;
+        clock.start();
+        injector.cancel(&owner);
+        QVERIFY(clock.elapsed() < 1000);
+        QCOMPARE(finished.load(), 0);
+        QVERIFY(injector.wait_idle(5000));
+        QCOMPARE(started.load(), 1);
+        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v17 v18 v75 ^75 ^18 ^17 v77 ^77"));
+        QVERIFY(g_keyboard->down().none());
+    }
+
+    // A combination the injector sends does not fire a listener for it,
+    // neither from a free keyboard nor while the user holds it; the user's
+    // own next press does.
+    void injection_does_not_fire_listeners()
+    {
+        HotkeyPoller &poller = HotkeyPoller::instance();
+        KeyInjector &injector = KeyInjector::instance();
+        Calls calls;
+        Calls modifiers;
+        const std::uint64_t id = poller.add(parse("Ctrl+K"), calls.callback());
+        const std::uint64_t id2 = poller.add(parse("Ctrl+"), modifiers.callback());
+        wait_polls(2);
+        injector.queue({nullptr, parse("Ctrl+K"), 30, {}, {}});
+        QVERIFY(injector.wait_idle(5000));
+        wait_polls(5);
+        QCOMPARE(calls.take(), QList<bool>());
+        QCOMPARE(modifiers.take(), QList<bool>());
+
+        g_keyboard->press(kVkControl);
+        g_keyboard->press('K');
+        wait_polls(3);
+        QCOMPARE(calls.take(), QList<bool>{true});
+        for (int i = 0; i < 20; ++i)
+            injector.queue({nullptr, parse("Ctrl+K"), 5, {}, {}});
+        QVERIFY(injector.wait_idle(5000));
+        wait_polls(5);
+        g_keyboard->release('K');
+        wait_polls(3);
+        QCOMPARE(calls.take(), QList<bool>());
+        g_keyboard->press('K');
+        wait_polls(3);
+        QCOMPARE(calls.take(), QList<bool>{true});
+        QCOMPARE(modifiers.take(), QList<bool>{true}); // the user's Ctrl, once
+        poller.remove(id);
+        poller.remove(id2);
+    }
+
+    // Without any X11 display (a Wayland session without XWayland) there is
+    // no backend, which is said once; hotkey text still reads (US layout).
+    void no_display_is_reported_once()
+    {
+        const QByteArray display = qgetenv("DISPLAY");
+        qunsetenv("DISPLAY");
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        set_backend_factory({});
+        QTest::ignoreMessage(QtWarningMsg, "Global keyboard input is not available: this Wayland session offers "
+                                           "no X11 display (DISPLAY is not set); hotkey nodes stay idle");
+        QVERIFY(!open_backend());
+        QVERIFY(!open_backend());
+        QCOMPARE(hotkey_from_text("Ctrl+Shift+K"), Hotkey('K', kCtrlBit | kShiftBit));
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        qunsetenv("WAYLAND_DISPLAY");
+        if (!display.isNull())
+            qputenv("DISPLAY", display);
+    }
+
+    // Shutting down in the middle of a hold releases what was pressed.
+    void shutdown_releases()
+    {
+        KeyInjector &injector = KeyInjector::instance();
+        std::atomic<bool> started{false};
+        injector.queue({nullptr, parse("Ctrl+Shift+Z"), 60000, [&] { started = true; }, {}});
+        QTRY_VERIFY(started.load());
+        QVERIFY(g_keyboard->down()[kVkControl]);
+        KeyInjector::shutdown();
+        QVERIFY(g_keyboard->down().none());
+        QCOMPARE(injector.queue({nullptr, parse("A"), 0, {}, {}}), std::uint64_t(0));
+        HotkeyPoller::shutdown();
+    }
+};
+
+QTEST_GUILESS_MAIN(TstInput)
+#include "tst_input.moc"
