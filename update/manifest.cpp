@@ -12,7 +12,7 @@ namespace corv::update {
 
 QVersionNumber parse_version(const QString &text)
 {
-    return QVersionNumber::fromString(text.trimmed()).normalized();
+    return QVersionNumber::fromString(text.trimmed());
 }
 
 int compare_versions(const QVersionNumber &a, const QVersionNumber &b)
