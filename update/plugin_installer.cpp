@@ -149,6 +149,7 @@ void PluginInstaller::next_download()
                 fail(message);
                 return;
             }
+            file.close();
             next_download();
         },
         step.sha256, step.size);

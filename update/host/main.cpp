@@ -33,7 +33,7 @@ QFile *g_log = nullptr;
 void log_line(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
     const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8()
-                            + (type >= QtWarningMsg ? " warning: " : " ") + message.toUtf8() + '\n';
+                            + (type == QtWarningMsg || type == QtCriticalMsg || type == QtFatalMsg ? " warning: " : " ") + message.toUtf8() + '\n';
     std::fputs(line.constData(), stderr);
     if (g_log) {
         g_log->write(line);
