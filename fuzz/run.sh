@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang in a build folder of their own and
-# runs each one for SECONDS seconds on a scratch copy of its seed corpus,
-# printing how many inputs it executed.
+# runs them on scratch copies of their seed corpora, sharing SECONDS seconds
+# between them (at least one second each), printing how many inputs each
+# executed.
 #
 #   fuzz/run.sh SECONDS
 #
@@ -52,6 +53,13 @@ if [[ ! -s $list ]] || ! grep -q . "$list"; then
     exit 1
 fi
 
+# The time budget is shared, so adding a target does not lengthen the run.
+targets=$(grep -c . "$list")
+per_target=$((seconds / targets))
+if [[ $per_target -lt 1 ]]; then
+    per_target=1
+fi
+
 failed=0
 total=0
 while IFS=$'\t' read -r name binary seeds dict; do
@@ -68,7 +76,7 @@ while IFS=$'\t' read -r name binary seeds dict; do
     fi
     status=0
     ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1} \
-        "$binary" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        "$binary" -max_total_time="$per_target" -timeout=10 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$artifacts/" "${extra[@]}" \
         "$work" "$seeds" >"$log" 2>&1 || status=$?
     runs=$(sed -n 's/^stat::number_of_executed_units: *\([0-9]*\).*/\1/p' "$log" | tail -n1)
@@ -79,7 +87,7 @@ while IFS=$'\t' read -r name binary seeds dict; do
         tail -n 40 "$log" >&2
         failed=1
     else
-        echo "$name: $runs executions in $seconds s"
+        echo "$name: $runs executions in $per_target s"
     fi
 done <"$list"
 echo "fuzz: $total executions in total"
