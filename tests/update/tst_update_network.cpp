@@ -326,8 +326,9 @@ private slots:
 
         HttpServer server;
         server.serve(QStringLiteral("/corvane/release.tar.gz"), archive);
-        server.serve(QStringLiteral("/corvane/manifest.json"),
-                     manifest({entry("2.0.0", tarball_steps(archive, verified ? sha256(archive) : sha256("x")))}));
+        QJsonArray steps = tarball_steps(archive, verified ? sha256(archive) : sha256("x"));
+        steps.append(QJsonObject{{QStringLiteral("run"), QStringLiteral("touch ran-step")}});
+        server.serve(QStringLiteral("/corvane/manifest.json"), manifest({entry("2.0.0", steps)}));
         const Component app = component(QStringLiteral("io.x.corvapp"), "1.0.0",
                                         server.url(QStringLiteral("/corvane/manifest.json")), install);
         QSettings settings(folder.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
@@ -353,10 +354,11 @@ private slots:
         QCOMPARE(json.value(QStringLiteral("returnTo")).toString(), install + QStringLiteral("/corvapp"));
         QCOMPARE(json.value(QStringLiteral("returnToName")).toString(), QStringLiteral("Corvapp"));
         QCOMPARE(json.value(QStringLiteral("cleanupFiles")).toArray(), QJsonArray{running->folder});
-        const QJsonArray steps = json.value(QStringLiteral("steps")).toArray();
-        QCOMPARE(steps.size(), 2);
-        QCOMPARE(steps[0].toObject().value(QStringLiteral("size")).toInteger(), archive.size());
-        QCOMPARE(steps[1].toObject().value(QStringLiteral("extract")).toString(), QStringLiteral("release.tar.gz"));
+        const QJsonArray written = json.value(QStringLiteral("steps")).toArray();
+        QCOMPARE(written.size(), 3);
+        QCOMPARE(written[0].toObject().value(QStringLiteral("size")).toInteger(), archive.size());
+        QCOMPARE(written[1].toObject().value(QStringLiteral("extract")).toString(), QStringLiteral("release.tar.gz"));
+        QCOMPARE(written[2].toObject().value(QStringLiteral("component")).toString(), app.id);
         const QJsonObject component = json.value(QStringLiteral("components")).toArray().at(0).toObject();
         QCOMPARE(component.value(QStringLiteral("id")).toString(), app.id);
         QCOMPARE(component.value(QStringLiteral("version")).toString(), QStringLiteral("2.0.0"));
@@ -371,6 +373,7 @@ private slots:
         QTRY_VERIFY(read_file(work + QStringLiteral("/updatehost.log")).contains("updater: started"));
         QCOMPARE(read_file(install + QStringLiteral("/ran.txt")), verified ? QByteArray("2.0.0\n") : QByteArray("1.0.0\n"));
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/share/notes.txt")), verified);
+        QCOMPARE(QFileInfo::exists(install + QStringLiteral("/ran-step")), verified);
         QCOMPARE(server.user_agents.last(), QByteArray("UA/1"));
 
         // The next start cleans up.
@@ -378,6 +381,30 @@ private slots:
         clean_up_after_update(settings);
         QVERIFY(!QFileInfo::exists(work));
         QVERIFY(!settings.contains(QStringLiteral("Updates/CleanupFiles")));
+    }
+
+    // A hand-off that cannot copy the host says so; its folder is still
+    // cleaned up at the next start.
+    void hand_off_failure()
+    {
+        QTemporaryDir folder;
+        QSettings settings(folder.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
+        const QString missing = folder.filePath(QStringLiteral("no-such-host"));
+        HandOffRequest request;
+        request.host_program = missing;
+        request.base_path = folder.path();
+        request.return_to = missing;
+        request.temporary_root = folder.path();
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^updater: failed to copy ")
+                                                              + QRegularExpression::escape(missing)
+                                                              + QStringLiteral(" to .*/corvupdate\\.\\w+/updatehost: ")));
+        QVERIFY(!hand_off(request, settings));
+        const QStringList left = settings.value(QStringLiteral("Updates/CleanupFiles")).toStringList();
+        QCOMPARE(left.size(), 1);
+        QVERIFY(QFileInfo(left[0]).isDir());
+        QTest::ignoreMessage(QtInfoMsg, qUtf8Printable(QStringLiteral("updater: cleaned up ") + left[0]));
+        clean_up_after_update(settings);
+        QVERIFY(!QFileInfo::exists(left[0]));
     }
 };
 
