@@ -226,7 +226,8 @@ UpdateWindow::UpdateWindow(UpdateWindowViewModel *model, const QString &settings
 
     QSettings settings(m_settings_file, QSettings::IniFormat);
     restoreGeometry(settings.value(QStringLiteral("UpdateWindow/Geometry")).toByteArray());
-    m_splitter->restoreState(settings.value(QStringLiteral("UpdateWindow/State")).toByteArray());
+    if (!m_splitter->restoreState(settings.value(QStringLiteral("UpdateWindow/State")).toByteArray()))
+        m_splitter->setSizes({200, 520});
 
     refresh_rows();
     m_list->setCurrentRow(0);
