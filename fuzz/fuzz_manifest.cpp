@@ -22,7 +22,8 @@ using namespace corv::update;
 
 namespace {
 
-void silent(QtMsgType, const QMessageLogContext &, const QString &) {}
+void silent(QtMsgType, const QMessageLogContext &, const QString &)
+{}
 
 [[noreturn]] void broken(const char *what, const QByteArray &detail)
 {
@@ -40,13 +41,13 @@ void check_steps(const Manifest &manifest, const QByteArray &bytes)
             if (steps.isEmpty())
                 broken("an empty method was accepted", bytes);
             for (const Step &step : steps) {
-                if (step.kind == Step::Download
-                    && (!hex.match(QString::fromLatin1(step.sha256)).hasMatch() || step.size < 0))
+                if (step.kind == Step::Download &&
+                    (!hex.match(QString::fromLatin1(step.sha256)).hasMatch() || step.size < 0))
                     broken("a download without a digest was accepted", bytes);
                 const std::optional<Step> again = Step::from_json(step.to_json());
-                if (!again || again->kind != step.kind || again->value != step.value
-                    || again->destination != step.destination || again->sha256 != step.sha256
-                    || again->size != step.size)
+                if (!again || again->kind != step.kind || again->value != step.value ||
+                    again->destination != step.destination || again->sha256 != step.sha256 ||
+                    again->size != step.size)
                     broken("a step does not survive its round trip", bytes);
                 is_safe_relative_path(step.destination);
             }
@@ -63,7 +64,8 @@ void check_graph(const Manifest &manifest, const QByteArray &bytes)
         const Entry &entry = manifest.entries[i];
         const QString method = entry.methods.isEmpty() ? QString() : entry.methods.firstKey();
         Component component{QString::number(i), QString::number(i), QVersionNumber(0),
-                            QUrl(QStringLiteral("https://example.invalid/m.json#") + method), QString()};
+                            QUrl(QStringLiteral("https://example.invalid/m.json#") + method),
+                            QString()};
         QList<Entry> candidates = choose_candidates(component, manifest, QVersionNumber());
         if (!candidates.isEmpty())
             updates.append({component, {}, candidates});
@@ -101,7 +103,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         check_graph(*manifest, bytes);
     }
     if (const std::optional<PluginManifest> plugin = read_plugin_manifest(bytes)) {
-        if (plugin->id.isEmpty() || plugin->id.contains(u'/') || plugin->id.contains(QLatin1StringView("..")))
+        if (plugin->id.isEmpty() || plugin->id.contains(u'/') ||
+            plugin->id.contains(QLatin1StringView("..")))
             broken("a plugin id that is no folder name was accepted", bytes);
         check_steps(plugin->package, bytes);
     }

@@ -14,18 +14,20 @@ QList<Entry> choose_candidates(const Component &component, const Manifest &manif
     const QString method = component.method();
     QList<Entry> candidates;
     for (const Entry &entry : manifest.entries) {
-        const bool newer = compare_versions(entry.version, component.current) > 0
-                           && (ignored.isNull() || compare_versions(entry.version, ignored) > 0);
+        const bool newer = compare_versions(entry.version, component.current) > 0 &&
+                           (ignored.isNull() || compare_versions(entry.version, ignored) > 0);
         if (!newer) {
             qCDebug(lc_update).noquote()
-                << QStringLiteral("%1 updater: skipping entry %2 (current version=%3, ignored version=%4)")
+                << QStringLiteral(
+                       "%1 updater: skipping entry %2 (current version=%3, ignored version=%4)")
                        .arg(component.name, entry.version_text, component.current.toString(),
                             ignored.isNull() ? QStringLiteral("none") : ignored.toString());
             continue;
         }
         if (!entry.methods.contains(method)) {
             qCDebug(lc_update).noquote()
-                << QStringLiteral("%1 updater: skipping entry %2 as it doesn't have the required method %3")
+                << QStringLiteral(
+                       "%1 updater: skipping entry %2 as it doesn't have the required method %3")
                        .arg(component.name, entry.version_text, method);
             continue;
         }
@@ -36,7 +38,8 @@ QList<Entry> choose_candidates(const Component &component, const Manifest &manif
     });
     if (candidates.isEmpty())
         qCDebug(lc_update).noquote()
-            << QStringLiteral("%1 updater: skipping component as it has no candidate entries").arg(component.name);
+            << QStringLiteral("%1 updater: skipping component as it has no candidate entries")
+                   .arg(component.name);
     return candidates;
 }
 
@@ -69,7 +72,8 @@ QVersionNumber ignored_version(QSettings &settings, const QString &component_id)
     return {};
 }
 
-void set_ignored_version(QSettings &settings, const QString &component_id, const QVersionNumber &version)
+void set_ignored_version(QSettings &settings, const QString &component_id,
+                         const QVersionNumber &version)
 {
     QList<Ignored> list = read_ignored(settings);
     list.removeIf([&](const Ignored &ignored) { return ignored.id == component_id; });

@@ -42,6 +42,7 @@ struct ComponentUpdate {
 // The versions the user chose to skip: the settings array
 // "Updates/IgnoredVersions" with one "PluginId" and "Version" per component.
 QVersionNumber ignored_version(QSettings &settings, const QString &component_id);
-void set_ignored_version(QSettings &settings, const QString &component_id, const QVersionNumber &version);
+void set_ignored_version(QSettings &settings, const QString &component_id,
+                         const QVersionNumber &version);
 
 } // namespace corv::update

@@ -9,7 +9,8 @@
 
 namespace corv::update {
 
-DependencyGraph::DependencyGraph(QList<ComponentUpdate> updates, QMap<QString, QVersionNumber> installed,
+DependencyGraph::DependencyGraph(QList<ComponentUpdate> updates,
+                                 QMap<QString, QVersionNumber> installed,
                                  QMap<QString, QString> names)
     : m_installed(std::move(installed)), m_names(std::move(names))
 {
@@ -22,7 +23,8 @@ DependencyGraph::DependencyGraph(QList<ComponentUpdate> updates, QMap<QString, Q
             m_nodes.append(Node{std::move(update)});
     }
     resolve();
-    qCInfo(lc_update).noquote() << QStringLiteral("Perf updater: prepared graph for %1 component(s) in %2ms")
+    qCInfo(lc_update).noquote() << QStringLiteral(
+                                       "Perf updater: prepared graph for %1 component(s) in %2ms")
                                        .arg(m_nodes.size())
                                        .arg(timer.elapsed());
 }
@@ -42,7 +44,8 @@ void DependencyGraph::set_skipped(qsizetype index, bool skipped)
     timer.start();
     m_nodes[index].skipped = skipped;
     resolve();
-    qCInfo(lc_update).noquote() << QStringLiteral("Perf updater: updated graph for %1 component(s) in %2ms")
+    qCInfo(lc_update).noquote() << QStringLiteral(
+                                       "Perf updater: updated graph for %1 component(s) in %2ms")
                                        .arg(m_nodes.size())
                                        .arg(timer.elapsed());
 }
@@ -59,7 +62,8 @@ QVersionNumber DependencyGraph::provided(const QString &id) const
     for (qsizetype i = 0; i < m_nodes.size(); ++i) {
         if (!installing(i))
             continue;
-        const QVersionNumber version = m_nodes[i].update.candidates[m_nodes[i].chosen].provides.value(id);
+        const QVersionNumber version =
+            m_nodes[i].update.candidates[m_nodes[i].chosen].provides.value(id);
         if (!version.isNull() && (best.isNull() || compare_versions(version, best) > 0))
             best = version;
     }
@@ -94,7 +98,8 @@ qsizetype DependencyGraph::pick(qsizetype index) const
     const QList<Entry> &candidates = m_nodes[index].update.candidates;
     for (qsizetype c = 0; c < candidates.size(); ++c) {
         bool possible = true;
-        for (auto it = candidates[c].requirements.begin(); possible && it != candidates[c].requirements.end(); ++it)
+        for (auto it = candidates[c].requirements.begin();
+             possible && it != candidates[c].requirements.end(); ++it)
             possible = reachable(it.key(), it.value());
         if (possible)
             return c;
@@ -126,8 +131,8 @@ void DependencyGraph::resolve()
                 const Entry &entry = m_nodes[i].update.candidates[m_nodes[i].chosen];
                 for (auto it = entry.requirements.begin(); it != entry.requirements.end(); ++it) {
                     const qsizetype j = index_of(it.key());
-                    if (j >= 0 && j != i && !m_nodes[j].active && !m_nodes[j].forced
-                        && !satisfied(it.key(), it.value())) {
+                    if (j >= 0 && j != i && !m_nodes[j].active && !m_nodes[j].forced &&
+                        !satisfied(it.key(), it.value())) {
                         m_nodes[j].forced = true;
                         changed = true;
                     }
@@ -145,13 +150,14 @@ void DependencyGraph::resolve()
             bool possible = node.chosen >= 0;
             if (possible) {
                 const Entry &entry = node.update.candidates[node.chosen];
-                for (auto it = entry.requirements.begin(); possible && it != entry.requirements.end(); ++it) {
+                for (auto it = entry.requirements.begin();
+                     possible && it != entry.requirements.end(); ++it) {
                     const qsizetype j = index_of(it.key());
-                    possible = satisfied(it.key(), it.value())
-                               || (j >= 0 && installing(j)
-                                   && compare_versions(m_nodes[j].update.candidates[m_nodes[j].chosen].version,
-                                                       it.value())
-                                          >= 0);
+                    possible =
+                        satisfied(it.key(), it.value()) ||
+                        (j >= 0 && installing(j) &&
+                         compare_versions(m_nodes[j].update.candidates[m_nodes[j].chosen].version,
+                                          it.value()) >= 0);
                 }
             }
             if (!possible) {
@@ -186,8 +192,9 @@ QList<DependencyGraph::Requirement> DependencyGraph::requirements(qsizetype inde
     const Entry &chosen = entry(index);
     for (auto it = chosen.requirements.begin(); it != chosen.requirements.end(); ++it) {
         const qsizetype j = index_of(it.key());
-        const bool met = satisfied(it.key(), it.value())
-                         || (j >= 0 && installing(j) && compare_versions(entry(j).version, it.value()) >= 0);
+        const bool met =
+            satisfied(it.key(), it.value()) ||
+            (j >= 0 && installing(j) && compare_versions(entry(j).version, it.value()) >= 0);
         list.append({it.key(), m_names.value(it.key(), it.key()), it.value(), met});
     }
     return list;
@@ -215,8 +222,8 @@ QList<qsizetype> DependencyGraph::installed_with(qsizetype index) const
         const Entry &chosen = entry(at);
         for (auto it = chosen.requirements.begin(); it != chosen.requirements.end(); ++it) {
             const qsizetype j = index_of(it.key());
-            if (j >= 0 && j != index && installing(j) && !list.contains(j)
-                && compare_versions(m_installed.value(it.key()), it.value()) < 0) {
+            if (j >= 0 && j != index && installing(j) && !list.contains(j) &&
+                compare_versions(m_installed.value(it.key()), it.value()) < 0) {
                 list.append(j);
                 pending.append(j);
             }

@@ -20,8 +20,7 @@ namespace corv::update {
 // installed as a dependency even when the user skipped it. A component none
 // of whose candidates can have its requirements met is blocked and not
 // installed (nor is anything that needs it).
-class DependencyGraph
-{
+class DependencyGraph {
 public:
     enum class State { Install, Dependency, Skipped, Blocked };
 

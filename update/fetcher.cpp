@@ -38,8 +38,7 @@ QString verify_data(QByteArrayView data, const QByteArray &sha256_hex, qint64 si
     return {};
 }
 
-class Fetch::Hasher : public QCryptographicHash
-{
+class Fetch::Hasher : public QCryptographicHash {
 public:
     Hasher() : QCryptographicHash(QCryptographicHash::Sha256) {}
 };
@@ -60,7 +59,8 @@ Fetch::~Fetch()
     delete m_hasher;
 }
 
-void Fetch::start(const QUrl &url, Done done, const QByteArray &sha256_hex, qint64 size, QIODevice *sink)
+void Fetch::start(const QUrl &url, Done done, const QByteArray &sha256_hex, qint64 size,
+                  QIODevice *sink)
 {
     abort();
     m_done = std::move(done);
@@ -85,7 +85,8 @@ void Fetch::start(const QUrl &url, Done done, const QByteArray &sha256_hex, qint
 
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader, m_options.user_agent);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::UserVerifiedRedirectPolicy);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
     request.setMaximumRedirectsAllowed(8);
     m_reply = m_manager->get(request);
     QNetworkReply *reply = m_reply;
@@ -111,7 +112,9 @@ void Fetch::start(const QUrl &url, Done done, const QByteArray &sha256_hex, qint
         }
         if (m_hasher) {
             if (m_size >= 0 && m_received != m_size) {
-                finish(QStringLiteral("size %1 differs from the expected %2").arg(m_received).arg(m_size));
+                finish(QStringLiteral("size %1 differs from the expected %2")
+                           .arg(m_received)
+                           .arg(m_size));
                 return;
             }
             const QByteArray digest = m_hasher->result().toHex();
@@ -172,8 +175,9 @@ void Fetch::abort()
     m_stall->stop();
 }
 
-FetchResult fetch_blocking(QNetworkAccessManager *manager, const FetchOptions &options, const QUrl &url,
-                           const QByteArray &sha256_hex, qint64 size, QIODevice *sink)
+FetchResult fetch_blocking(QNetworkAccessManager *manager, const FetchOptions &options,
+                           const QUrl &url, const QByteArray &sha256_hex, qint64 size,
+                           QIODevice *sink)
 {
     QEventLoop loop;
     FetchResult result;

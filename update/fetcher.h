@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QByteArray>
-#include <QObject>
 #include <QNetworkReply>
+#include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QUrl>
@@ -46,8 +46,7 @@ struct FetchResult {
 // body is checked against it (and refused as soon as it grows past the
 // expected size). `done` runs exactly once, on the thread of `manager`,
 // unless abort() or the deletion of the Fetch comes first.
-class Fetch : public QObject
-{
+class Fetch : public QObject {
     Q_OBJECT
 public:
     using Done = std::function<void(const FetchResult &)>;
@@ -81,7 +80,8 @@ private:
 
 // Runs one fetch to completion in a local event loop (for the update host,
 // which has nothing else to do meanwhile).
-FetchResult fetch_blocking(QNetworkAccessManager *manager, const FetchOptions &options, const QUrl &url,
-                           const QByteArray &sha256_hex = {}, qint64 size = -1, QIODevice *sink = nullptr);
+FetchResult fetch_blocking(QNetworkAccessManager *manager, const FetchOptions &options,
+                           const QUrl &url, const QByteArray &sha256_hex = {}, qint64 size = -1,
+                           QIODevice *sink = nullptr);
 
 } // namespace corv::update

@@ -33,7 +33,8 @@ HandOff::~HandOff() = default;
 HandOff::HandOff(HandOff &&) noexcept = default;
 HandOff &HandOff::operator=(HandOff &&) noexcept = default;
 
-QByteArray update_description(const HandOffRequest &request, const QString &folder, const QString &server_name)
+QByteArray update_description(const HandOffRequest &request, const QString &folder,
+                              const QString &server_name)
 {
     QJsonArray steps;
     QJsonArray components;
@@ -72,11 +73,12 @@ QByteArray update_description(const HandOffRequest &request, const QString &fold
 
 std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &settings)
 {
-    const QString root = request.temporary_root.isEmpty() ? QDir::tempPath() : request.temporary_root;
+    const QString root =
+        request.temporary_root.isEmpty() ? QDir::tempPath() : request.temporary_root;
     QTemporaryDir temporary(QDir(root).filePath(QStringLiteral("corvupdate.XXXXXX")));
     if (!temporary.isValid()) {
-        qCWarning(lc_update).noquote()
-            << QStringLiteral("updater: failed to create %1: %2").arg(temporary.path(), temporary.errorString());
+        qCWarning(lc_update).noquote() << QStringLiteral("updater: failed to create %1: %2")
+                                              .arg(temporary.path(), temporary.errorString());
         return nullptr;
     }
     temporary.setAutoRemove(false);
@@ -91,7 +93,8 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
 
     // The host waits for this server to go away, that is for the program to end.
     result->running = std::make_unique<QLocalServer>();
-    const QString server_name = QStringLiteral("corvupdate-") + QUuid::createUuid().toString(QUuid::Id128);
+    const QString server_name =
+        QStringLiteral("corvupdate-") + QUuid::createUuid().toString(QUuid::Id128);
     result->running->setSocketOptions(QLocalServer::UserAccessOption);
     if (!result->running->listen(server_name)) {
         qCWarning(lc_update).noquote() << QStringLiteral("updater: failed to create %1: %2")
@@ -107,22 +110,27 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
 
     result->manifest_file = QDir(result->folder).filePath(QStringLiteral("update.json"));
     QSaveFile manifest(result->manifest_file);
-    if (!manifest.open(QIODevice::WriteOnly)
-        || manifest.write(update_description(request, result->folder, server_name)) < 0 || !manifest.commit()) {
+    if (!manifest.open(QIODevice::WriteOnly) ||
+        manifest.write(update_description(request, result->folder, server_name)) < 0 ||
+        !manifest.commit()) {
         qCWarning(lc_update).noquote()
-            << QStringLiteral("updater: failed to create manifest file: %1").arg(manifest.errorString());
+            << QStringLiteral("updater: failed to create manifest file: %1")
+                   .arg(manifest.errorString());
         return nullptr;
     }
-    qCInfo(lc_update).noquote() << QStringLiteral("updater: written manifest to %1").arg(result->manifest_file);
+    qCInfo(lc_update).noquote()
+        << QStringLiteral("updater: written manifest to %1").arg(result->manifest_file);
 
     const QString host = QDir(result->folder).filePath(update_host_file_name());
     QFile source(request.host_program);
     if (!source.copy(host)) {
-        qCWarning(lc_update).noquote() << QStringLiteral("updater: failed to copy %1 to %2: %3")
-                                              .arg(request.host_program, host, source.errorString());
+        qCWarning(lc_update).noquote()
+            << QStringLiteral("updater: failed to copy %1 to %2: %3")
+                   .arg(request.host_program, host, source.errorString());
         return nullptr;
     }
-    qCInfo(lc_update).noquote() << QStringLiteral("updater: copied %1 to %2").arg(request.host_program, host);
+    qCInfo(lc_update).noquote()
+        << QStringLiteral("updater: copied %1 to %2").arg(request.host_program, host);
 
     QProcess process;
     process.setProgram(host);
@@ -158,7 +166,8 @@ void clean_up_after_update(QSettings &settings)
         if (removed) {
             qCInfo(lc_update).noquote() << QStringLiteral("updater: cleaned up %1").arg(path);
         } else {
-            qCWarning(lc_update).noquote() << QStringLiteral("updater: failed to clean up %1: %2").arg(path, error);
+            qCWarning(lc_update).noquote()
+                << QStringLiteral("updater: failed to clean up %1: %2").arg(path, error);
             left.append(path);
         }
     }

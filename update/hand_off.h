@@ -54,7 +54,8 @@ struct HandOff {
 std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &settings);
 
 // The document hand_off() writes, for tests and tools.
-QByteArray update_description(const HandOffRequest &request, const QString &folder, const QString &server_name);
+QByteArray update_description(const HandOffRequest &request, const QString &folder,
+                              const QString &server_name);
 
 // At start-up: deletes the files and folders recorded by an earlier
 // hand-off ("updater: cleaned up %s"); those that cannot be deleted yet stay

@@ -58,7 +58,8 @@ bool extract_archive(const QString &archive, const QString &destination, const Q
 {
     QTemporaryDir staging(QDir(work_folder).filePath(QStringLiteral("extract.XXXXXX")));
     if (!staging.isValid()) {
-        *error = QStringLiteral("could not create a folder in %1: %2").arg(work_folder, staging.errorString());
+        *error = QStringLiteral("could not create a folder in %1: %2")
+                     .arg(work_folder, staging.errorString());
         return false;
     }
     QProcess tar;
@@ -70,7 +71,8 @@ bool extract_archive(const QString &archive, const QString &destination, const Q
         *error = QStringLiteral("could not start tar: %1").arg(tar.errorString());
         return false;
     }
-    if (!tar.waitForFinished(600000) || tar.exitStatus() != QProcess::NormalExit || tar.exitCode() != 0) {
+    if (!tar.waitForFinished(600000) || tar.exitStatus() != QProcess::NormalExit ||
+        tar.exitCode() != 0) {
         *error = QStringLiteral("tar failed on %1: %2")
                      .arg(archive, QString::fromLocal8Bit(tar.readAll()).trimmed());
         tar.kill();
@@ -79,8 +81,8 @@ bool extract_archive(const QString &archive, const QString &destination, const Q
     return move_tree(staging.path(), destination, error);
 }
 
-bool run_command(const QString &command, const QString &work_folder, const QString &base_path, int timeout_ms,
-                 QString *error)
+bool run_command(const QString &command, const QString &work_folder, const QString &base_path,
+                 int timeout_ms, QString *error)
 {
     QStringList words = QProcess::splitCommand(command);
     if (words.isEmpty()) {

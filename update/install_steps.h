@@ -21,8 +21,8 @@ bool extract_archive(const QString &archive, const QString &destination, const Q
 // `timeout_ms`). The program is looked for in `work_folder`, then in
 // `base_path`, then on the PATH; it runs in `base_path`. A non-zero exit
 // code is a failure.
-bool run_command(const QString &command, const QString &work_folder, const QString &base_path, int timeout_ms,
-                 QString *error);
+bool run_command(const QString &command, const QString &work_folder, const QString &base_path,
+                 int timeout_ms, QString *error);
 
 // Copies every file below `source` into `destination`, keeping permissions.
 bool move_tree(const QString &source, const QString &destination, QString *error);

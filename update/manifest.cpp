@@ -22,10 +22,11 @@ int compare_versions(const QVersionNumber &a, const QVersionNumber &b)
 
 bool is_safe_relative_path(const QString &path)
 {
-    if (path.isEmpty() || QDir::isAbsolutePath(path) || path.startsWith(u'/') || path.startsWith(u'\\')
-        || path.contains(u':'))
+    if (path.isEmpty() || QDir::isAbsolutePath(path) || path.startsWith(u'/') ||
+        path.startsWith(u'\\') || path.contains(u':'))
         return false;
-    const QStringList parts = path.split(QRegularExpression(QStringLiteral("[/\\\\]")), Qt::SkipEmptyParts);
+    const QStringList parts =
+        path.split(QRegularExpression(QStringLiteral("[/\\\\]")), Qt::SkipEmptyParts);
     if (parts.isEmpty())
         return path == u'.';
     for (const QString &part : parts) {
@@ -59,7 +60,16 @@ QJsonObject Step::to_json() const
 namespace {
 
 // The reasons a step is refused; Ok when it reads.
-enum class StepProblem { Ok, NoKind, TwoKinds, NoDestination, NoSha256, NoSize, BadSha256, BadSize };
+enum class StepProblem {
+    Ok,
+    NoKind,
+    TwoKinds,
+    NoDestination,
+    NoSha256,
+    NoSize,
+    BadSha256,
+    BadSize
+};
 
 StepProblem read_step(const QJsonObject &object, Step &step)
 {
@@ -73,7 +83,11 @@ StepProblem read_step(const QJsonObject &object, Step &step)
         return StepProblem::TwoKinds;
     step = Step();
     step.kind = download ? Step::Download : extract ? Step::Extract : Step::Run;
-    step.value = object.value(QLatin1StringView(download ? "download" : extract ? "extract" : "run")).toString();
+    step.value =
+        object.value(QLatin1StringView(download  ? "download"
+                                       : extract ? "extract"
+                                                 : "run"))
+            .toString();
     if (step.kind == Step::Run)
         return StepProblem::Ok;
     const QJsonValue destination = object.value(QLatin1StringView("destination"));
@@ -125,7 +139,8 @@ std::optional<QJsonObject> parse_object(QByteArrayView json, const Validation &c
     if (parse_error.error != QJsonParseError::NoError)
         return check.fail(QStringLiteral("failed to parse manifest: ") + parse_error.errorString());
     if (!document.isObject())
-        return check.fail(QStringLiteral("failed to parse manifest: the document is not an object"));
+        return check.fail(
+            QStringLiteral("failed to parse manifest: the document is not an object"));
     return document.object();
 }
 
@@ -145,8 +160,8 @@ bool check_format_version(const QJsonObject &root, const Validation &check)
     return true;
 }
 
-bool read_versions(const QJsonValue &value, const QString &where, QMap<QString, QVersionNumber> &out,
-                   const Validation &check)
+bool read_versions(const QJsonValue &value, const QString &where,
+                   QMap<QString, QVersionNumber> &out, const Validation &check)
 {
     const QJsonObject object = value.toObject();
     for (auto it = object.begin(); it != object.end(); ++it) {
@@ -185,12 +200,12 @@ std::optional<Manifest> read_entries(const QJsonObject &root, const Validation &
         if (!description.isString())
             return check.invalid(at + QStringLiteral(".descriptionUrl is missing"));
         entry.description_url = description.toString();
-        entry.release_date = QDateTime::fromString(object.value(QLatin1StringView("releaseDate")).toString(),
-                                                   Qt::ISODateWithMs);
-        if (!read_versions(object.value(QLatin1StringView("provides")), at + QStringLiteral(".provides"),
-                           entry.provides, check)
-            || !read_versions(object.value(QLatin1StringView("requires")), at + QStringLiteral(".requires"),
-                              entry.requirements, check))
+        entry.release_date = QDateTime::fromString(
+            object.value(QLatin1StringView("releaseDate")).toString(), Qt::ISODateWithMs);
+        if (!read_versions(object.value(QLatin1StringView("provides")),
+                           at + QStringLiteral(".provides"), entry.provides, check) ||
+            !read_versions(object.value(QLatin1StringView("requires")),
+                           at + QStringLiteral(".requires"), entry.requirements, check))
             return std::nullopt;
 
         const QJsonValue methods_value = object.value(QLatin1StringView("methods"));
@@ -207,15 +222,18 @@ std::optional<Manifest> read_entries(const QJsonObject &root, const Validation &
             const QJsonArray steps = it.value().toArray();
             QList<Step> &out = entry.methods[it.key()];
             for (qsizetype s = 0; s < steps.size(); ++s) {
-                const QString step_at = QStringLiteral("%1.methods.%2[%3]").arg(at, it.key()).arg(s);
+                const QString step_at =
+                    QStringLiteral("%1.methods.%2[%3]").arg(at, it.key()).arg(s);
                 Step step;
                 switch (read_step(steps.at(s).toObject(), step)) {
                 case StepProblem::Ok:
                     break;
                 case StepProblem::NoKind:
-                    return check.invalid(step_at + QStringLiteral(" must have at least download, run or extract"));
+                    return check.invalid(
+                        step_at + QStringLiteral(" must have at least download, run or extract"));
                 case StepProblem::TwoKinds:
-                    return check.invalid(step_at + QStringLiteral(" can only have either download, run or extract"));
+                    return check.invalid(
+                        step_at + QStringLiteral(" can only have either download, run or extract"));
                 case StepProblem::NoDestination:
                     return check.invalid(step_at + QStringLiteral(".destination is missing"));
                 case StepProblem::NoSha256:
@@ -223,7 +241,8 @@ std::optional<Manifest> read_entries(const QJsonObject &root, const Validation &
                 case StepProblem::NoSize:
                     return check.invalid(step_at + QStringLiteral(".size is missing"));
                 case StepProblem::BadSha256:
-                    return check.invalid(step_at + QStringLiteral(".sha256 is not a hex SHA-256 digest"));
+                    return check.invalid(step_at +
+                                         QStringLiteral(".sha256 is not a hex SHA-256 digest"));
                 case StepProblem::BadSize:
                     return check.invalid(step_at + QStringLiteral(".size is not a byte count"));
                 }
@@ -267,7 +286,8 @@ std::optional<PluginManifest> read_plugin_manifest(QByteArrayView json, QString 
         return check.invalid(QStringLiteral("id is missing"));
     manifest.id = id.toString();
     // The id names the plugin's folder.
-    static const QRegularExpression id_pattern(QStringLiteral("^[A-Za-z0-9_-][A-Za-z0-9._-]{0,127}$"));
+    static const QRegularExpression id_pattern(
+        QStringLiteral("^[A-Za-z0-9_-][A-Za-z0-9._-]{0,127}$"));
     if (!id_pattern.match(manifest.id).hasMatch() || manifest.id.contains(QLatin1StringView("..")))
         return check.invalid(QStringLiteral("id %1 is not a valid plugin id").arg(manifest.id));
     const QJsonValue name = root->value(QLatin1StringView("displayName"));
@@ -278,7 +298,8 @@ std::optional<PluginManifest> read_plugin_manifest(QByteArrayView json, QString 
     const QString icon = root->value(QLatin1StringView("iconUrl")).toString();
     if (!icon.isEmpty()) {
         manifest.icon_url = QUrl(icon);
-        QJsonObject digest{{QStringLiteral("download"), icon}, {QStringLiteral("destination"), QStringLiteral("icon")}};
+        QJsonObject digest{{QStringLiteral("download"), icon},
+                           {QStringLiteral("destination"), QStringLiteral("icon")}};
         if (root->contains(QLatin1StringView("iconSha256")))
             digest[QLatin1StringView("sha256")] = root->value(QLatin1StringView("iconSha256"));
         if (root->contains(QLatin1StringView("iconSize")))
@@ -300,8 +321,8 @@ std::optional<PluginManifest> read_plugin_manifest(QByteArrayView json, QString 
         manifest.icon_size = step.size;
     }
 
-    const std::optional<Manifest> package =
-        read_entries(*root, Validation{manifest.display_name + QStringLiteral(" updater: "), error});
+    const std::optional<Manifest> package = read_entries(
+        *root, Validation{manifest.display_name + QStringLiteral(" updater: "), error});
     if (!package)
         return std::nullopt;
     manifest.package = *package;

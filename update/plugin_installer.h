@@ -20,12 +20,11 @@ namespace corv::update {
 // next start. The newest release with the required method is taken; its
 // downloads are checked against their sha256 and size before anything is
 // unpacked, and a plugin's release may not run programs.
-class PluginInstaller : public QObject
-{
+class PluginInstaller : public QObject {
     Q_OBJECT
 public:
-    PluginInstaller(const FetchOptions &options, const QString &plugins_folder, const QString &method,
-                    QObject *parent = nullptr);
+    PluginInstaller(const FetchOptions &options, const QString &plugins_folder,
+                    const QString &method, QObject *parent = nullptr);
     ~PluginInstaller() override;
 
     // Fetches and validates the manifest, then its icon when it names one.

@@ -8,15 +8,11 @@
 
 namespace corv::update {
 
-UpdateChecker::UpdateChecker(QList<Component> components, QSettings *settings, const FetchOptions &options,
-                             QObject *parent)
-    : QObject(parent),
-      m_components(std::move(components)),
-      m_settings(settings),
-      m_options(options),
-      m_network(new QNetworkAccessManager(this))
-{
-}
+UpdateChecker::UpdateChecker(QList<Component> components, QSettings *settings,
+                             const FetchOptions &options, QObject *parent)
+    : QObject(parent), m_components(std::move(components)), m_settings(settings),
+      m_options(options), m_network(new QNetworkAccessManager(this))
+{}
 
 UpdateChecker::~UpdateChecker() = default;
 
@@ -33,8 +29,9 @@ void UpdateChecker::start()
     }
     for (qsizetype i = 0; i < m_components.size(); ++i) {
         const Component &component = m_components[i];
-        qCDebug(lc_update).noquote() << QStringLiteral("%1 updater: fetching manifest from %2")
-                                            .arg(component.name, component.manifest_url.toDisplayString());
+        qCDebug(lc_update).noquote()
+            << QStringLiteral("%1 updater: fetching manifest from %2")
+                   .arg(component.name, component.manifest_url.toDisplayString());
         auto *fetch = new Fetch(m_network, m_options, this);
         m_fetches.append(fetch);
         fetch->start(component.manifest_url.adjusted(QUrl::RemoveFragment),
@@ -46,12 +43,13 @@ void UpdateChecker::received(qsizetype index, const FetchResult &result)
 {
     const Component &component = m_components[index];
     if (!result.ok()) {
-        qCWarning(lc_update).noquote()
-            << QStringLiteral("%1 updater: failed to fetch manifest: %2").arg(component.name, result.error);
+        qCWarning(lc_update).noquote() << QStringLiteral("%1 updater: failed to fetch manifest: %2")
+                                              .arg(component.name, result.error);
         m_failures.append(component.name + QStringLiteral(": ") + result.error);
     } else {
         QString error;
-        if (const std::optional<Manifest> manifest = read_manifest(result.data, component.name, &error)) {
+        if (const std::optional<Manifest> manifest =
+                read_manifest(result.data, component.name, &error)) {
             const QVersionNumber ignored =
                 m_settings ? ignored_version(*m_settings, component.id) : QVersionNumber();
             QList<Entry> candidates = choose_candidates(component, *manifest, ignored);

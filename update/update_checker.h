@@ -15,8 +15,7 @@ namespace corv::update {
 // One check for updates: fetches the manifest of every component at once,
 // validates it and keeps the candidates newer than the installed and the
 // ignored versions. finished() is emitted once, also after cancel().
-class UpdateChecker : public QObject
-{
+class UpdateChecker : public QObject {
     Q_OBJECT
 public:
     // `settings` holds the ignored versions; it must outlive the check.

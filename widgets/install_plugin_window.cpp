@@ -17,13 +17,12 @@ namespace corv::widgets {
 InstallPluginWindow::InstallPluginWindow(const UpdateContext &context, QWidget *parent)
     : QDialog(parent),
       m_installer(new update::PluginInstaller(
-          update::FetchOptions{context.user_agent, context.stall_timeout_ms}, context.plugins_folder,
+          update::FetchOptions{context.user_agent, context.stall_timeout_ms},
+          context.plugins_folder,
           context.components.isEmpty() ? QString() : context.components.first().method(), this)),
       m_url(new QLineEdit),
-      m_fetch(new QPushButton(locale::translate("InstallPluginWindow.Fetch"))),
-      m_icon(new QLabel),
-      m_plugin(new QLabel),
-      m_status(new QLabel),
+      m_fetch(new QPushButton(locale::translate("InstallPluginWindow.Fetch"))), m_icon(new QLabel),
+      m_plugin(new QLabel), m_status(new QLabel),
       m_install(new QPushButton(locale::translate("InstallPluginWindow.Install")))
 {
     setObjectName(QStringLiteral("InstallPluginWindow"));
@@ -45,7 +44,8 @@ InstallPluginWindow::InstallPluginWindow(const UpdateContext &context, QWidget *
 
     auto *buttons = new QDialogButtonBox;
     buttons->addButton(m_install, QDialogButtonBox::AcceptRole);
-    buttons->addButton(locale::translate("InstallPluginWindow.Close"), QDialogButtonBox::RejectRole);
+    buttons->addButton(locale::translate("InstallPluginWindow.Close"),
+                       QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 
     auto *layout = new QVBoxLayout(this);
@@ -69,23 +69,27 @@ InstallPluginWindow::InstallPluginWindow(const UpdateContext &context, QWidget *
     });
     connect(m_installer, &update::PluginInstaller::manifest_ready, this, [this] {
         const update::PluginManifest &manifest = *m_installer->manifest();
-        m_plugin->setText(locale::translate("InstallPluginWindow.Plugin.%1.%2", manifest.display_name, manifest.id));
+        m_plugin->setText(locale::translate("InstallPluginWindow.Plugin.%1.%2",
+                                            manifest.display_name, manifest.id));
         set_status({});
         m_install->setEnabled(true);
     });
-    connect(m_installer, &update::PluginInstaller::icon_ready, this, [this](const QByteArray &bytes) {
-        QPixmap pixmap;
-        if (pixmap.loadFromData(bytes))
-            m_icon->setPixmap(pixmap);
-    });
+    connect(m_installer, &update::PluginInstaller::icon_ready, this,
+            [this](const QByteArray &bytes) {
+                QPixmap pixmap;
+                if (pixmap.loadFromData(bytes))
+                    m_icon->setPixmap(pixmap);
+            });
     connect(m_install, &QPushButton::clicked, this, [this] {
         m_install->setEnabled(false);
         m_fetch->setEnabled(false);
-        set_status(locale::translate("InstallPluginWindow.Installing.%1", m_installer->manifest()->display_name));
+        set_status(locale::translate("InstallPluginWindow.Installing.%1",
+                                     m_installer->manifest()->display_name));
         m_installer->install();
     });
     connect(m_installer, &update::PluginInstaller::installed, this, [this] {
-        set_status(locale::translate("InstallPluginWindow.Installed.%1", m_installer->manifest()->display_name));
+        set_status(locale::translate("InstallPluginWindow.Installed.%1",
+                                     m_installer->manifest()->display_name));
         m_fetch->setEnabled(true);
     });
     connect(m_installer, &update::PluginInstaller::failed, this, [this](const QString &message) {

@@ -17,8 +17,7 @@ namespace corv::widgets {
 // "Menu.Help.InstallPlugin": asks for a plugin manifest address, shows the
 // plugin it names (icon, name, id) and installs it into the plugins folder
 // of the application data folder; the plugin is loaded at the next start.
-class InstallPluginWindow : public QDialog
-{
+class InstallPluginWindow : public QDialog {
     Q_OBJECT
 public:
     InstallPluginWindow(const UpdateContext &context, QWidget *parent = nullptr);

@@ -43,16 +43,19 @@ QMap<QString, QVersionNumber> installed_versions(const UpdateContext &context)
     return versions;
 }
 
-void show_message(QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &body)
+void show_message(QWidget *parent, QMessageBox::Icon icon, const QString &title,
+                  const QString &body)
 {
     auto *box = new QMessageBox(icon, title, body, QMessageBox::Ok, parent);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
 }
 
-void show_update_window(QWidget *parent, const UpdateContext &context, const QList<update::ComponentUpdate> &updates)
+void show_update_window(QWidget *parent, const UpdateContext &context,
+                        const QList<update::ComponentUpdate> &updates)
 {
-    auto *model = new UpdateWindowViewModel(updates, installed_versions(context), fetch_options(context));
+    auto *model =
+        new UpdateWindowViewModel(updates, installed_versions(context), fetch_options(context));
     auto *window = new UpdateWindow(model, context.settings_file, parent);
     model->setParent(window);
     window->setAttribute(Qt::WA_DeleteOnClose);
@@ -66,10 +69,12 @@ void show_update_window(QWidget *parent, const UpdateContext &context, const QLi
 }
 
 // Starts a check; `done` gets the finished checker, which is deleted after.
-void run_check(QObject *owner, const UpdateContext &context, std::function<void(update::UpdateChecker &)> done)
+void run_check(QObject *owner, const UpdateContext &context,
+               std::function<void(update::UpdateChecker &)> done)
 {
     auto *settings = new QSettings(context.settings_file, QSettings::IniFormat);
-    auto *checker = new update::UpdateChecker(context.components, settings, fetch_options(context), owner);
+    auto *checker =
+        new update::UpdateChecker(context.components, settings, fetch_options(context), owner);
     QObject::connect(checker, &update::UpdateChecker::finished, checker, [checker, settings, done] {
         done(*checker);
         checker->deleteLater();
@@ -87,14 +92,16 @@ UpdateContext update_context(const engine::PluginList &plugins, const QByteArray
         const engine::Plugin *plugin = plugins.at(i);
         if (plugin->update_url().isEmpty())
             continue;
-        context.components.append({plugin->id(), QString::fromUtf8(plugin->name()), plugin->version(),
-                                   QUrl(QString::fromUtf8(plugin->update_url())), plugin->install_dir()});
+        context.components.append({plugin->id(), QString::fromUtf8(plugin->name()),
+                                   plugin->version(), QUrl(QString::fromUtf8(plugin->update_url())),
+                                   plugin->install_dir()});
     }
     const QString data = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     context.user_agent = user_agent;
     context.settings_file = data + QStringLiteral("/settings.ini");
     context.plugins_folder = data + QStringLiteral("/plugins");
-    context.host_program = QDir(QCoreApplication::applicationDirPath()).filePath(update::update_host_file_name());
+    context.host_program =
+        QDir(QCoreApplication::applicationDirPath()).filePath(update::update_host_file_name());
     context.return_to = QCoreApplication::applicationFilePath();
     context.return_to_name = QCoreApplication::applicationName();
     return context;
@@ -106,13 +113,19 @@ bool install_updates(QWidget *parent, const UpdateContext &context,
     if (context.components.isEmpty() || (context.confirm_quit && !context.confirm_quit()))
         return false;
     const update::Component &application = context.components.first();
-    const update::HandOffRequest request{context.host_program, application.base_path, application.manifest_url,
-                                         context.return_to,    context.return_to_name, context.user_agent,
-                                         installs,             {}};
+    const update::HandOffRequest request{context.host_program,
+                                         application.base_path,
+                                         application.manifest_url,
+                                         context.return_to,
+                                         context.return_to_name,
+                                         context.user_agent,
+                                         installs,
+                                         {}};
     QSettings settings(context.settings_file, QSettings::IniFormat);
     std::unique_ptr<update::HandOff> running = update::hand_off(request, settings);
     if (!running) {
-        show_message(parent, QMessageBox::Critical, locale::translate("UpdateWindow.HandOffErrorCaption"),
+        show_message(parent, QMessageBox::Critical,
+                     locale::translate("UpdateWindow.HandOffErrorCaption"),
                      locale::translate("UpdateWindow.HandOffErrorBody"));
         return false;
     }
@@ -127,8 +140,9 @@ bool install_updates(QWidget *parent, const UpdateContext &context,
 
 void check_for_updates(QWidget *parent, const UpdateContext &context)
 {
-    auto *progress = new QProgressDialog(locale::translate("CheckingForUpdates.Caption"),
-                                         locale::translate("CheckingForUpdates.Cancel"), 0, 0, parent);
+    auto *progress =
+        new QProgressDialog(locale::translate("CheckingForUpdates.Caption"),
+                            locale::translate("CheckingForUpdates.Cancel"), 0, 0, parent);
     progress->setAttribute(Qt::WA_DeleteOnClose);
     progress->setWindowTitle(locale::translate("UpdateWindow.Title"));
     progress->setMinimumDuration(0);
@@ -142,7 +156,8 @@ void check_for_updates(QWidget *parent, const UpdateContext &context)
         if (!checker.updates().isEmpty())
             show_update_window(parent, context, checker.updates());
         else if (!checker.failures().isEmpty())
-            show_message(parent, QMessageBox::Critical, locale::translate("UpdateWindow.ErrorCaption"),
+            show_message(parent, QMessageBox::Critical,
+                         locale::translate("UpdateWindow.ErrorCaption"),
                          locale::translate("UpdateWindow.ErrorBody"));
         else
             show_message(parent, QMessageBox::Information, locale::translate("UpdateWindow.Title"),
@@ -165,16 +180,11 @@ void check_for_updates_in_background(QWidget *parent, const UpdateContext &conte
     });
 }
 
-UpdateWindow::UpdateWindow(UpdateWindowViewModel *model, const QString &settings_file, QWidget *parent)
-    : QDialog(parent),
-      m_model(model),
-      m_settings_file(settings_file),
-      m_splitter(new QSplitter(this)),
-      m_list(new QListWidget(m_splitter)),
-      m_title(new QLabel),
-      m_choice(new QButtonGroup(this)),
-      m_relations(new QLabel),
-      m_description(new QTextBrowser)
+UpdateWindow::UpdateWindow(UpdateWindowViewModel *model, const QString &settings_file,
+                           QWidget *parent)
+    : QDialog(parent), m_model(model), m_settings_file(settings_file),
+      m_splitter(new QSplitter(this)), m_list(new QListWidget(m_splitter)), m_title(new QLabel),
+      m_choice(new QButtonGroup(this)), m_relations(new QLabel), m_description(new QTextBrowser)
 {
     setObjectName(QStringLiteral("UpdateWindow"));
     setWindowTitle(locale::translate("UpdateWindow.Title"));
@@ -202,8 +212,10 @@ UpdateWindow::UpdateWindow(UpdateWindowViewModel *model, const QString &settings
     m_splitter->setStretchFactor(1, 1);
 
     auto *buttons = new QDialogButtonBox;
-    buttons->addButton(locale::translate("UpdateWindow.RemindMeLater"), QDialogButtonBox::RejectRole);
-    buttons->addButton(locale::translate("UpdateWindow.Accept"), QDialogButtonBox::AcceptRole)->setDefault(true);
+    buttons->addButton(locale::translate("UpdateWindow.RemindMeLater"),
+                       QDialogButtonBox::RejectRole);
+    buttons->addButton(locale::translate("UpdateWindow.Accept"), QDialogButtonBox::AcceptRole)
+        ->setDefault(true);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 
@@ -213,20 +225,22 @@ UpdateWindow::UpdateWindow(UpdateWindowViewModel *model, const QString &settings
 
     for (qsizetype row = 0; row < m_model->count(); ++row)
         m_list->addItem(m_model->title(row));
-    connect(m_list, &QListWidget::currentRowChanged, m_model, [this](int row) { m_model->set_current(row); });
-    connect(m_choice, &QButtonGroup::idClicked, m_model, [this](int id) {
-        m_model->set_install_chosen(m_model->current(), id == 1);
-    });
+    connect(m_list, &QListWidget::currentRowChanged, m_model,
+            [this](int row) { m_model->set_current(row); });
+    connect(m_choice, &QButtonGroup::idClicked, m_model,
+            [this](int id) { m_model->set_install_chosen(m_model->current(), id == 1); });
     connect(m_model, &UpdateWindowViewModel::choices_changed, this, [this] {
         refresh_rows();
         refresh_current();
     });
     connect(m_model, &UpdateWindowViewModel::current_changed, this, &UpdateWindow::refresh_current);
-    connect(m_model, &UpdateWindowViewModel::description_changed, this, &UpdateWindow::refresh_description);
+    connect(m_model, &UpdateWindowViewModel::description_changed, this,
+            &UpdateWindow::refresh_description);
 
     QSettings settings(m_settings_file, QSettings::IniFormat);
     restoreGeometry(settings.value(QStringLiteral("UpdateWindow/Geometry")).toByteArray());
-    if (!m_splitter->restoreState(settings.value(QStringLiteral("UpdateWindow/State")).toByteArray()))
+    if (!m_splitter->restoreState(
+            settings.value(QStringLiteral("UpdateWindow/State")).toByteArray()))
         m_splitter->setSizes({200, 520});
 
     refresh_rows();
@@ -260,7 +274,8 @@ void UpdateWindow::refresh_current()
     if (row < 0)
         return;
     const QString date = m_model->release_date(row);
-    m_title->setText(date.isEmpty() ? m_model->title(row) : m_model->title(row) + QStringLiteral(" — ") + date);
+    m_title->setText(date.isEmpty() ? m_model->title(row)
+                                    : m_model->title(row) + QStringLiteral(" — ") + date);
     m_choice->button(m_model->install_chosen(row) ? 1 : 0)->setChecked(true);
     QStringList lines;
     for (const UpdateWindowViewModel::Section &section : m_model->sections()) {

@@ -61,11 +61,11 @@ void check_for_updates_in_background(QWidget *parent, const UpdateContext &conte
 
 // The list of updates with the user's choices, the relations and release
 // notes of the selected one, and "Install Now" / "Remind Me Later".
-class UpdateWindow : public QDialog
-{
+class UpdateWindow : public QDialog {
     Q_OBJECT
 public:
-    UpdateWindow(UpdateWindowViewModel *model, const QString &settings_file, QWidget *parent = nullptr);
+    UpdateWindow(UpdateWindowViewModel *model, const QString &settings_file,
+                 QWidget *parent = nullptr);
     ~UpdateWindow() override;
 
     UpdateWindowViewModel *model() const { return m_model; }

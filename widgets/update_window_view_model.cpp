@@ -14,13 +14,10 @@ using update::DependencyGraph;
 UpdateWindowViewModel::UpdateWindowViewModel(QList<update::ComponentUpdate> updates,
                                              QMap<QString, QVersionNumber> installed,
                                              const update::FetchOptions &options, QObject *parent)
-    : QObject(parent),
-      m_graph(std::move(updates), std::move(installed)),
-      m_options(options),
+    : QObject(parent), m_graph(std::move(updates), std::move(installed)), m_options(options),
       m_network(new QNetworkAccessManager(this)),
       m_fetch(new update::Fetch(m_network, options, this))
-{
-}
+{}
 
 UpdateWindowViewModel::~UpdateWindowViewModel() = default;
 
@@ -31,14 +28,15 @@ QString UpdateWindowViewModel::entry_text(const QString &name, const QVersionNum
 
 QString UpdateWindowViewModel::title(qsizetype row) const
 {
-    return locale::translate("UpdateWindow.ComponentVersion.%1.%2", m_graph.update(row).component.name,
-                             m_graph.entry(row).version_text);
+    return locale::translate("UpdateWindow.ComponentVersion.%1.%2",
+                             m_graph.update(row).component.name, m_graph.entry(row).version_text);
 }
 
 QString UpdateWindowViewModel::release_date(qsizetype row) const
 {
     const QDateTime date = m_graph.entry(row).release_date;
-    return date.isValid() ? QLocale().toString(date.toLocalTime().date(), QLocale::LongFormat) : QString();
+    return date.isValid() ? QLocale().toString(date.toLocalTime().date(), QLocale::LongFormat)
+                          : QString();
 }
 
 bool UpdateWindowViewModel::will_install(qsizetype row) const
@@ -76,7 +74,9 @@ QList<UpdateWindowViewModel::Section> UpdateWindowViewModel::sections() const
         list.append(section);
     };
     if (const QList<qsizetype> with = m_graph.installed_with(m_current); !with.isEmpty())
-        add_rows(with, {locale::translate("UpdateWindow.WillInstallCaption.%1.%2", locale::plural(int(with.size())), name), {}});
+        add_rows(with, {locale::translate("UpdateWindow.WillInstallCaption.%1.%2",
+                                          locale::plural(int(with.size())), name),
+                        {}});
     if (const QList<DependencyGraph::Requirement> requirements = m_graph.requirements(m_current);
         !requirements.isEmpty()) {
         Section section{locale::translate("UpdateWindow.RequiresCaption.%1.%2",
@@ -84,17 +84,21 @@ QList<UpdateWindowViewModel::Section> UpdateWindowViewModel::sections() const
                         {}};
         for (const DependencyGraph::Requirement &requirement : requirements)
             section.entries.append(
-                locale::translate("UpdateWindow.RequiresEntry.%1", entry_text(requirement.name, requirement.version)));
+                locale::translate("UpdateWindow.RequiresEntry.%1",
+                                  entry_text(requirement.name, requirement.version)));
         list.append(section);
     }
     if (const QList<qsizetype> dependents = m_graph.dependents(m_current); !dependents.isEmpty())
-        add_rows(dependents,
-                 {locale::translate("UpdateWindow.DependencyCaption.%1.%2", locale::plural(int(dependents.size())), name), {}});
+        add_rows(dependents, {locale::translate("UpdateWindow.DependencyCaption.%1.%2",
+                                                locale::plural(int(dependents.size())), name),
+                              {}});
     if (const QList<update::Entry> passed = m_graph.passed_over(m_current); !passed.isEmpty()) {
-        Section section{
-            locale::translate("UpdateWindow.SkippedCaption.%1.%2", locale::plural(int(passed.size())), name), {}};
+        Section section{locale::translate("UpdateWindow.SkippedCaption.%1.%2",
+                                          locale::plural(int(passed.size())), name),
+                        {}};
         for (const update::Entry &entry : passed)
-            section.entries.append(locale::translate("UpdateWindow.SkippedEntry.%1", entry_text(name, entry.version)));
+            section.entries.append(
+                locale::translate("UpdateWindow.SkippedEntry.%1", entry_text(name, entry.version)));
         list.append(section);
     }
     return list;
@@ -116,8 +120,8 @@ void UpdateWindowViewModel::load_description()
     m_description = locale::translate("UpdateWindow.LoadingDescription");
     m_description_is_html = false;
     emit description_changed();
-    qCDebug(update::lc_update).noquote()
-        << QStringLiteral("%1 updater: fetching changelog from %2").arg(component.name, url.toDisplayString());
+    qCDebug(update::lc_update).noquote() << QStringLiteral("%1 updater: fetching changelog from %2")
+                                                .arg(component.name, url.toDisplayString());
     const QString name = component.name;
     m_fetch->start(url, [this, key, name](const update::FetchResult &result) {
         if (result.ok()) {
@@ -125,7 +129,8 @@ void UpdateWindowViewModel::load_description()
             m_description_is_html = true;
         } else {
             qCWarning(update::lc_update).noquote()
-                << QStringLiteral("%1 updater: failed to fetch changelog: %2").arg(name, result.error);
+                << QStringLiteral("%1 updater: failed to fetch changelog: %2")
+                       .arg(name, result.error);
             m_description = locale::translate("UpdateWindow.ErrorFetchingDescription");
             m_description_is_html = false;
         }

@@ -16,8 +16,7 @@ namespace corv::widgets {
 // user's install-or-skip choice, the relations of the current row as
 // captioned lists, and its release notes (fetched on demand, kept per
 // address).
-class UpdateWindowViewModel : public QObject
-{
+class UpdateWindowViewModel : public QObject {
     Q_OBJECT
 public:
     struct Section {
@@ -25,7 +24,8 @@ public:
         QStringList entries;
     };
 
-    UpdateWindowViewModel(QList<update::ComponentUpdate> updates, QMap<QString, QVersionNumber> installed,
+    UpdateWindowViewModel(QList<update::ComponentUpdate> updates,
+                          QMap<QString, QVersionNumber> installed,
                           const update::FetchOptions &options, QObject *parent = nullptr);
     ~UpdateWindowViewModel() override;
 

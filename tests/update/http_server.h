@@ -8,8 +8,7 @@
 #include <QTcpSocket>
 #include <QUrl>
 
-class HttpServer : public QTcpServer
-{
+class HttpServer : public QTcpServer {
 public:
     struct Route {
         QByteArray body;
@@ -32,7 +31,10 @@ public:
     {
         return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(serverPort()).arg(path));
     }
-    void serve(const QString &path, const QByteArray &body, int status = 200) { routes[path] = {body, status}; }
+    void serve(const QString &path, const QByteArray &body, int status = 200)
+    {
+        routes[path] = {body, status};
+    }
     void stall(const QString &path, const QByteArray &body) { routes[path] = {body, 200, true}; }
 
     QHash<QString, Route> routes;
@@ -56,9 +58,10 @@ private:
         }
         requested.append(path);
         const Route route = routes.value(path, Route{"not found", 404});
-        QByteArray reply = "HTTP/1.1 " + QByteArray::number(route.status) + (route.status == 200 ? " OK" : " Not Found")
-                           + "\r\nContent-Type: application/octet-stream\r\nContent-Length: "
-                           + QByteArray::number(route.body.size()) + "\r\nConnection: close\r\n\r\n";
+        QByteArray reply = "HTTP/1.1 " + QByteArray::number(route.status) +
+                           (route.status == 200 ? " OK" : " Not Found") +
+                           "\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
+                           QByteArray::number(route.body.size()) + "\r\nConnection: close\r\n\r\n";
         if (route.stall) {
             socket->write(reply + route.body.left(route.body.size() / 2));
             return;

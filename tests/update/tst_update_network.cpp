@@ -52,8 +52,8 @@ QByteArray read_file(const QString &path)
 QByteArray tarball(const QString &folder)
 {
     QProcess tar;
-    tar.start(QStringLiteral("tar"), {QStringLiteral("-czf"), QStringLiteral("-"), QStringLiteral("-C"), folder,
-                                      QStringLiteral(".")});
+    tar.start(QStringLiteral("tar"), {QStringLiteral("-czf"), QStringLiteral("-"),
+                                      QStringLiteral("-C"), folder, QStringLiteral(".")});
     tar.waitForFinished();
     return tar.readAllStandardOutput();
 }
@@ -64,8 +64,8 @@ QByteArray program(const char *version)
     return QByteArray("#!/bin/sh\necho ") + version + " > \"$(dirname \"$0\")/ran.txt\"\n";
 }
 
-QJsonObject entry(const char *version, const QJsonArray &steps, const char *method = "linux64.tar.gz",
-                  const QJsonObject &requirements = {})
+QJsonObject entry(const char *version, const QJsonArray &steps,
+                  const char *method = "linux64.tar.gz", const QJsonObject &requirements = {})
 {
     return {{QStringLiteral("version"), QString::fromLatin1(version)},
             {QStringLiteral("descriptionUrl"), QStringLiteral("notes.html")},
@@ -92,19 +92,20 @@ QByteArray manifest(const QJsonArray &entries, const QJsonObject &extra = {})
     return QJsonDocument(root).toJson();
 }
 
-Component component(const QString &id, const char *current, const QUrl &manifest_url, const QString &base = {})
+Component component(const QString &id, const char *current, const QUrl &manifest_url,
+                    const QString &base = {})
 {
     QUrl url = manifest_url;
     url.setFragment(QStringLiteral("linux64.tar.gz"));
-    return {id, id.section(u'.', -1), QVersionNumber::fromString(QString::fromLatin1(current)), url, base};
+    return {id, id.section(u'.', -1), QVersionNumber::fromString(QString::fromLatin1(current)), url,
+            base};
 }
 
 const QJsonArray kRun{QJsonObject{{QStringLiteral("run"), QStringLiteral("true")}}};
 
 } // namespace
 
-class tst_UpdateNetwork : public QObject
-{
+class tst_UpdateNetwork : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
@@ -117,14 +118,20 @@ private slots:
         QTest::addColumn<QString>("error"); // a pattern; empty for success
         const QByteArray good = sha256("hello");
         QTest::newRow("verified") << "/file" << good << qint64(5) << QString();
-        QTest::newRow("missing") << "/missing" << QByteArray() << qint64(-1) << "server replied: Not Found";
-        QTest::newRow("stalled") << "/stall" << QByteArray() << qint64(-1) << "^no data received for 300 ms$";
-        QTest::newRow("outside address") << "http://updates.example.invalid/m.json" << QByteArray() << qint64(-1)
-                                         << "^refused to fetch http://updates.example.invalid/m.json";
-        QTest::newRow("short") << "/file" << good << qint64(6) << "^size 5 differs from the expected 6$";
-        QTest::newRow("long") << "/file" << good << qint64(4) << "^size exceeds the expected 4 bytes$";
-        QTest::newRow("wrong sha256") << "/file" << sha256("hellO") << qint64(5)
-                                      << "^sha256 " + QString::fromLatin1(good) + " differs from the expected ";
+        QTest::newRow("missing") << "/missing" << QByteArray() << qint64(-1)
+                                 << "server replied: Not Found";
+        QTest::newRow("stalled") << "/stall" << QByteArray() << qint64(-1)
+                                 << "^no data received for 300 ms$";
+        QTest::newRow("outside address")
+            << "http://updates.example.invalid/m.json" << QByteArray() << qint64(-1)
+            << "^refused to fetch http://updates.example.invalid/m.json";
+        QTest::newRow("short") << "/file" << good << qint64(6)
+                               << "^size 5 differs from the expected 6$";
+        QTest::newRow("long") << "/file" << good << qint64(4)
+                              << "^size exceeds the expected 4 bytes$";
+        QTest::newRow("wrong sha256")
+            << "/file" << sha256("hellO") << qint64(5)
+            << "^sha256 " + QString::fromLatin1(good) + " differs from the expected ";
     }
     void fetch()
     {
@@ -143,11 +150,13 @@ private slots:
             QCOMPARE(result.error, QString());
             QCOMPARE(result.data, QByteArray("hello"));
         } else {
-            QVERIFY2(QRegularExpression(error).match(result.error).hasMatch(), qPrintable(result.error));
+            QVERIFY2(QRegularExpression(error).match(result.error).hasMatch(),
+                     qPrintable(result.error));
             QVERIFY(result.data.isEmpty());
         }
-        QCOMPARE(server.user_agents, path.startsWith(u'/') ? QList<QByteArray>{"Corvane/0.9.4 (test)"}
-                                                           : QList<QByteArray>{});
+        QCOMPARE(server.user_agents, path.startsWith(u'/')
+                                         ? QList<QByteArray>{"Corvane/0.9.4 (test)"}
+                                         : QList<QByteArray>{});
     }
 
     // Skipping by version (also one ignored before a restart) and by method,
@@ -159,13 +168,16 @@ private slots:
         QTest::addColumn<QStringList>("expected");
         QTest::addColumn<QString>("skip"); // the logged skip line, if any
         const QJsonArray entries{entry("1.2", kRun), entry("1.1", kRun), entry("1.0", kRun)};
-        QTest::newRow("newer") << manifest(entries) << QString() << QStringList{"1.2", "1.1"}
-                               << "C updater: skipping entry 1.0 (current version=1.0, ignored version=none)";
-        QTest::newRow("ignored") << manifest(entries) << "1.2" << QStringList()
-                                 << "C updater: skipping entry 1.2 (current version=1.0, ignored version=1.2)";
-        QTest::newRow("other method") << manifest({entry("2.0", kRun, "win64.msi")}) << QString() << QStringList()
-                                      << "C updater: skipping entry 2.0 as it doesn't have the required method "
-                                         "linux64.tar.gz";
+        QTest::newRow("newer")
+            << manifest(entries) << QString() << QStringList{"1.2", "1.1"}
+            << "C updater: skipping entry 1.0 (current version=1.0, ignored version=none)";
+        QTest::newRow("ignored")
+            << manifest(entries) << "1.2" << QStringList()
+            << "C updater: skipping entry 1.2 (current version=1.0, ignored version=1.2)";
+        QTest::newRow("other method")
+            << manifest({entry("2.0", kRun, "win64.msi")}) << QString() << QStringList()
+            << "C updater: skipping entry 2.0 as it doesn't have the required method "
+               "linux64.tar.gz";
     }
     void check()
     {
@@ -181,17 +193,21 @@ private slots:
             QSettings before(ini, QSettings::IniFormat);
             set_ignored_version(before, QStringLiteral("other"), QVersionNumber(9));
             if (!ignored.isEmpty())
-                set_ignored_version(before, QStringLiteral("io.x.C"), QVersionNumber::fromString(ignored));
+                set_ignored_version(before, QStringLiteral("io.x.C"),
+                                    QVersionNumber::fromString(ignored));
         }
         QSettings settings(ini, QSettings::IniFormat); // as after a restart
         QCOMPARE(ignored_version(settings, QStringLiteral("other")), QVersionNumber(9));
 
         QTest::ignoreMessage(QtDebugMsg, qUtf8Printable(skip));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
-                                               "^Gone updater: failed to fetch manifest: .*Not Found$")));
-        UpdateChecker checker({component(QStringLiteral("io.x.C"), "1.0", server.url(QStringLiteral("/c.json"))),
-                               component(QStringLiteral("io.x.Gone"), "1.0", server.url(QStringLiteral("/gone.json")))},
-                              &settings, FetchOptions{"UA", 2000});
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral(
+                                 "^Gone updater: failed to fetch manifest: .*Not Found$")));
+        UpdateChecker checker(
+            {component(QStringLiteral("io.x.C"), "1.0", server.url(QStringLiteral("/c.json"))),
+             component(QStringLiteral("io.x.Gone"), "1.0",
+                       server.url(QStringLiteral("/gone.json")))},
+            &settings, FetchOptions{"UA", 2000});
         QSignalSpy finished(&checker, &UpdateChecker::finished);
         checker.start();
         QVERIFY(finished.wait(5000));
@@ -209,9 +225,11 @@ private slots:
     {
         HttpServer server;
         server.stall(QStringLiteral("/c.json"), manifest({entry("2.0", kRun)}));
-        QTest::ignoreMessage(QtWarningMsg, "C updater: failed to fetch manifest: no data received for 200 ms");
-        UpdateChecker checker({component(QStringLiteral("C"), "1.0", server.url(QStringLiteral("/c.json")))}, nullptr,
-                              FetchOptions{"UA", 200});
+        QTest::ignoreMessage(QtWarningMsg,
+                             "C updater: failed to fetch manifest: no data received for 200 ms");
+        UpdateChecker checker(
+            {component(QStringLiteral("C"), "1.0", server.url(QStringLiteral("/c.json")))}, nullptr,
+            FetchOptions{"UA", 200});
         QSignalSpy finished(&checker, &UpdateChecker::finished);
         checker.start();
         QVERIFY(finished.wait(3000));
@@ -225,17 +243,23 @@ private slots:
     {
         HttpServer server;
         server.serve(QStringLiteral("/app.json"),
-                     manifest({entry("2.0", kRun, "linux64.tar.gz", {{QStringLiteral("io.x.plugin"), QStringLiteral("1.5")}})}));
-        server.serve(QStringLiteral("/plugin.json"), manifest({entry("1.5", kRun), entry("1.4", kRun)}));
-        UpdateChecker checker({component(QStringLiteral("io.x.app"), "1.0", server.url(QStringLiteral("/app.json"))),
-                               component(QStringLiteral("io.x.plugin"), "1.2", server.url(QStringLiteral("/plugin.json")))},
-                              nullptr, FetchOptions{"UA", 2000});
+                     manifest({entry("2.0", kRun, "linux64.tar.gz",
+                                     {{QStringLiteral("io.x.plugin"), QStringLiteral("1.5")}})}));
+        server.serve(QStringLiteral("/plugin.json"),
+                     manifest({entry("1.5", kRun), entry("1.4", kRun)}));
+        UpdateChecker checker(
+            {component(QStringLiteral("io.x.app"), "1.0", server.url(QStringLiteral("/app.json"))),
+             component(QStringLiteral("io.x.plugin"), "1.2",
+                       server.url(QStringLiteral("/plugin.json")))},
+            nullptr, FetchOptions{"UA", 2000});
         QSignalSpy finished(&checker, &UpdateChecker::finished);
         checker.start();
         QVERIFY(finished.wait(5000));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Perf updater: prepared graph for 2 ")));
+        QTest::ignoreMessage(
+            QtInfoMsg, QRegularExpression(QStringLiteral("^Perf updater: prepared graph for 2 ")));
         DependencyGraph graph(checker.updates(), {});
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Perf updater: updated graph for 2 ")));
+        QTest::ignoreMessage(
+            QtInfoMsg, QRegularExpression(QStringLiteral("^Perf updater: updated graph for 2 ")));
         graph.set_skipped(1, true); // the user skips the plugin; the application still needs it
         QCOMPARE(graph.state(1), DependencyGraph::State::Dependency);
         const QList<DependencyGraph::Install> installs = graph.installs();
@@ -264,25 +288,30 @@ private slots:
         HttpServer server;
         server.serve(QStringLiteral("/p/release.tar.gz"), archive);
         server.serve(QStringLiteral("/p/icon.png"), icon);
-        const QJsonObject extra{{QStringLiteral("id"), QStringLiteral("io.x.p")},
-                                {QStringLiteral("displayName"), QStringLiteral("P")},
-                                {QStringLiteral("iconUrl"), QStringLiteral("icon.png")},
-                                {QStringLiteral("iconSha256"), QString::fromLatin1(sha256(icon))},
-                                {QStringLiteral("iconSize"), good_icon ? icon.size() : icon.size() + 1}};
-        server.serve(QStringLiteral("/p/plugin.json"),
-                     manifest({entry("1.0", tarball_steps(archive, sha256(good_package ? archive : "x")))}, extra));
+        const QJsonObject extra{
+            {QStringLiteral("id"), QStringLiteral("io.x.p")},
+            {QStringLiteral("displayName"), QStringLiteral("P")},
+            {QStringLiteral("iconUrl"), QStringLiteral("icon.png")},
+            {QStringLiteral("iconSha256"), QString::fromLatin1(sha256(icon))},
+            {QStringLiteral("iconSize"), good_icon ? icon.size() : icon.size() + 1}};
+        server.serve(
+            QStringLiteral("/p/plugin.json"),
+            manifest({entry("1.0", tarball_steps(archive, sha256(good_package ? archive : "x")))},
+                     extra));
 
         const QString plugins = folder.filePath(QStringLiteral("data/plugins"));
-        PluginInstaller installer(FetchOptions{"UA", 2000}, plugins, QStringLiteral("linux64.tar.gz"));
+        PluginInstaller installer(FetchOptions{"UA", 2000}, plugins,
+                                  QStringLiteral("linux64.tar.gz"));
         QSignalSpy ready(&installer, &PluginInstaller::manifest_ready);
         QSignalSpy icons(&installer, &PluginInstaller::icon_ready);
         QSignalSpy installed(&installer, &PluginInstaller::installed);
         QSignalSpy failed(&installer, &PluginInstaller::failed);
         if (!good_icon)
-            QTest::ignoreMessage(QtWarningMsg, qUtf8Printable(
-                                                   QStringLiteral("P installer: could not get icon from %1: size 9 "
-                                                                  "differs from the expected 10")
-                                                       .arg(server.url(QStringLiteral("/p/icon.png")).toString())));
+            QTest::ignoreMessage(
+                QtWarningMsg,
+                qUtf8Printable(QStringLiteral("P installer: could not get icon from %1: size 9 "
+                                              "differs from the expected 10")
+                                   .arg(server.url(QStringLiteral("/p/icon.png")).toString())));
         installer.fetch_manifest(server.url(QStringLiteral("/p/plugin.json")));
         QVERIFY(ready.wait(3000));
         QCOMPARE(installer.manifest()->display_name, QStringLiteral("P"));
@@ -290,9 +319,10 @@ private slots:
         QTRY_COMPARE(icons.size(), good_icon ? 1 : 0);
 
         if (!good_package)
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
-                                                   "^plugin installer: failed to install io.x.p: refused .*/p/"
-                                                   "release.tar.gz: sha256 [0-9a-f]+ differs from the expected")));
+            QTest::ignoreMessage(
+                QtWarningMsg, QRegularExpression(QStringLiteral(
+                                  "^plugin installer: failed to install io.x.p: refused .*/p/"
+                                  "release.tar.gz: sha256 [0-9a-f]+ differs from the expected")));
         installer.install();
         QTRY_COMPARE(installed.size() + failed.size(), 1);
         const QString library = plugins + QStringLiteral("/io.x.p/io.x.p.so");
@@ -329,37 +359,49 @@ private slots:
         QJsonArray steps = tarball_steps(archive, verified ? sha256(archive) : sha256("x"));
         steps.append(QJsonObject{{QStringLiteral("run"), QStringLiteral("touch ran-step")}});
         server.serve(QStringLiteral("/corvane/manifest.json"), manifest({entry("2.0.0", steps)}));
-        const Component app = component(QStringLiteral("io.x.corvapp"), "1.0.0",
-                                        server.url(QStringLiteral("/corvane/manifest.json")), install);
+        const Component app =
+            component(QStringLiteral("io.x.corvapp"), "1.0.0",
+                      server.url(QStringLiteral("/corvane/manifest.json")), install);
         QSettings settings(folder.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
         UpdateChecker checker({app}, &settings, FetchOptions{"UA/1", 2000});
         QSignalSpy finished(&checker, &UpdateChecker::finished);
         checker.start();
         QVERIFY(finished.wait(5000));
         QCOMPARE(checker.updates().size(), 1);
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Perf updater: prepared graph")));
+        QTest::ignoreMessage(QtInfoMsg,
+                             QRegularExpression(QStringLiteral("^Perf updater: prepared graph")));
         const DependencyGraph graph(checker.updates(), {});
 
-        const HandOffRequest request{QStringLiteral(CORV_UPDATEHOST), install, app.manifest_url,
-                                     install + QStringLiteral("/corvapp"), QStringLiteral("Corvapp"), "UA/1",
-                                     graph.installs(), folder.path()};
+        const HandOffRequest request{QStringLiteral(CORV_UPDATEHOST),
+                                     install,
+                                     app.manifest_url,
+                                     install + QStringLiteral("/corvapp"),
+                                     QStringLiteral("Corvapp"),
+                                     "UA/1",
+                                     graph.installs(),
+                                     folder.path()};
         std::unique_ptr<HandOff> running = hand_off(request, settings);
         QVERIFY(running);
         QVERIFY(QFileInfo(running->folder).fileName().startsWith(QStringLiteral("corvupdate.")));
         QVERIFY(QFileInfo(running->folder + QStringLiteral("/updatehost")).isExecutable());
 
-        const QJsonObject json = QJsonDocument::fromJson(read_file(running->manifest_file)).object();
-        QCOMPARE(json.value(QStringLiteral("baseUrl")).toString(), server.url(QStringLiteral("/corvane/manifest.json")).toString());
+        const QJsonObject json =
+            QJsonDocument::fromJson(read_file(running->manifest_file)).object();
+        QCOMPARE(json.value(QStringLiteral("baseUrl")).toString(),
+                 server.url(QStringLiteral("/corvane/manifest.json")).toString());
         QCOMPARE(json.value(QStringLiteral("basePath")).toString(), install);
-        QCOMPARE(json.value(QStringLiteral("returnTo")).toString(), install + QStringLiteral("/corvapp"));
+        QCOMPARE(json.value(QStringLiteral("returnTo")).toString(),
+                 install + QStringLiteral("/corvapp"));
         QCOMPARE(json.value(QStringLiteral("returnToName")).toString(), QStringLiteral("Corvapp"));
         QCOMPARE(json.value(QStringLiteral("cleanupFiles")).toArray(), QJsonArray{running->folder});
         const QJsonArray written = json.value(QStringLiteral("steps")).toArray();
         QCOMPARE(written.size(), 3);
         QCOMPARE(written[0].toObject().value(QStringLiteral("size")).toInteger(), archive.size());
-        QCOMPARE(written[1].toObject().value(QStringLiteral("extract")).toString(), QStringLiteral("release.tar.gz"));
+        QCOMPARE(written[1].toObject().value(QStringLiteral("extract")).toString(),
+                 QStringLiteral("release.tar.gz"));
         QCOMPARE(written[2].toObject().value(QStringLiteral("component")).toString(), app.id);
-        const QJsonObject component = json.value(QStringLiteral("components")).toArray().at(0).toObject();
+        const QJsonObject component =
+            json.value(QStringLiteral("components")).toArray().at(0).toObject();
         QCOMPARE(component.value(QStringLiteral("id")).toString(), app.id);
         QCOMPARE(component.value(QStringLiteral("version")).toString(), QStringLiteral("2.0.0"));
 
@@ -370,14 +412,17 @@ private slots:
         running.reset(); // the program exits
 
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(install + QStringLiteral("/ran.txt")), 20000);
-        QTRY_VERIFY(read_file(work + QStringLiteral("/updatehost.log")).contains("updater: started"));
-        QCOMPARE(read_file(install + QStringLiteral("/ran.txt")), verified ? QByteArray("2.0.0\n") : QByteArray("1.0.0\n"));
+        QTRY_VERIFY(
+            read_file(work + QStringLiteral("/updatehost.log")).contains("updater: started"));
+        QCOMPARE(read_file(install + QStringLiteral("/ran.txt")),
+                 verified ? QByteArray("2.0.0\n") : QByteArray("1.0.0\n"));
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/share/notes.txt")), verified);
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/ran-step")), verified);
         QCOMPARE(server.user_agents.last(), QByteArray("UA/1"));
 
         // The next start cleans up.
-        QTest::ignoreMessage(QtInfoMsg, qUtf8Printable(QStringLiteral("updater: cleaned up ") + work));
+        QTest::ignoreMessage(QtInfoMsg,
+                             qUtf8Printable(QStringLiteral("updater: cleaned up ") + work));
         clean_up_after_update(settings);
         QVERIFY(!QFileInfo::exists(work));
         QVERIFY(!settings.contains(QStringLiteral("Updates/CleanupFiles")));
@@ -395,14 +440,18 @@ private slots:
         request.base_path = folder.path();
         request.return_to = missing;
         request.temporary_root = folder.path();
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^updater: failed to copy ")
-                                                              + QRegularExpression::escape(missing)
-                                                              + QStringLiteral(" to .*/corvupdate\\.\\w+/updatehost: ")));
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            QRegularExpression(QStringLiteral("^updater: failed to copy ") +
+                               QRegularExpression::escape(missing) +
+                               QStringLiteral(" to .*/corvupdate\\.\\w+/updatehost: ")));
         QVERIFY(!hand_off(request, settings));
-        const QStringList left = settings.value(QStringLiteral("Updates/CleanupFiles")).toStringList();
+        const QStringList left =
+            settings.value(QStringLiteral("Updates/CleanupFiles")).toStringList();
         QCOMPARE(left.size(), 1);
         QVERIFY(QFileInfo(left[0]).isDir());
-        QTest::ignoreMessage(QtInfoMsg, qUtf8Printable(QStringLiteral("updater: cleaned up ") + left[0]));
+        QTest::ignoreMessage(QtInfoMsg,
+                             qUtf8Printable(QStringLiteral("updater: cleaned up ") + left[0]));
         clean_up_after_update(settings);
         QVERIFY(!QFileInfo::exists(left[0]));
     }

@@ -32,8 +32,10 @@ QFile *g_log = nullptr;
 
 void log_line(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
-    const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8()
-                            + (type == QtWarningMsg || type == QtCriticalMsg || type == QtFatalMsg ? " warning: " : " ") + message.toUtf8() + '\n';
+    const QByteArray line =
+        QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() +
+        (type == QtWarningMsg || type == QtCriticalMsg || type == QtFatalMsg ? " warning: " : " ") +
+        message.toUtf8() + '\n';
     std::fputs(line.constData(), stderr);
     if (g_log) {
         g_log->write(line);
@@ -63,7 +65,8 @@ struct Update {
     }
     QString downloads(const QString &component) const
     {
-        return QDir(folder).filePath(QStringLiteral("downloads/") + (component.isEmpty() ? QStringLiteral("_") : component));
+        return QDir(folder).filePath(QStringLiteral("downloads/") +
+                                     (component.isEmpty() ? QStringLiteral("_") : component));
     }
 };
 
@@ -71,13 +74,15 @@ bool read_update(const QString &path, Update &update)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        qWarning().noquote() << QStringLiteral("updater: failed to read %1: %2").arg(path, file.errorString());
+        qWarning().noquote()
+            << QStringLiteral("updater: failed to read %1: %2").arg(path, file.errorString());
         return false;
     }
     QJsonParseError error{};
     const QJsonObject root = QJsonDocument::fromJson(file.readAll(), &error).object();
     if (error.error != QJsonParseError::NoError) {
-        qWarning().noquote() << QStringLiteral("updater: failed to parse %1: %2").arg(path, error.errorString());
+        qWarning().noquote()
+            << QStringLiteral("updater: failed to parse %1: %2").arg(path, error.errorString());
         return false;
     }
     update.folder = QFileInfo(path).absolutePath();
@@ -97,19 +102,24 @@ bool read_update(const QString &path, Update &update)
     for (qsizetype i = 0; i < steps.size(); ++i) {
         const std::optional<Step> step = Step::from_json(steps[i].toObject());
         if (!step) {
-            qWarning().noquote() << QStringLiteral("updater: step %1 of %2 is not valid").arg(i).arg(path);
+            qWarning().noquote()
+                << QStringLiteral("updater: step %1 of %2 is not valid").arg(i).arg(path);
             return false;
         }
         if (step->kind != Step::Run && !is_safe_relative_path(step->destination)) {
-            qWarning().noquote()
-                << QStringLiteral("updater: step %1 has an unsafe destination %2").arg(i).arg(step->destination);
+            qWarning().noquote() << QStringLiteral("updater: step %1 has an unsafe destination %2")
+                                        .arg(i)
+                                        .arg(step->destination);
             return false;
         }
         if (step->kind == Step::Extract && !is_safe_relative_path(step->value)) {
-            qWarning().noquote() << QStringLiteral("updater: step %1 extracts an unsafe path %2").arg(i).arg(step->value);
+            qWarning().noquote() << QStringLiteral("updater: step %1 extracts an unsafe path %2")
+                                        .arg(i)
+                                        .arg(step->value);
             return false;
         }
-        update.steps.append({steps[i].toObject().value(QLatin1StringView("component")).toString(), *step});
+        update.steps.append(
+            {steps[i].toObject().value(QLatin1StringView("component")).toString(), *step});
     }
     if (update.application.base_path.isEmpty() || update.return_to.isEmpty()) {
         qWarning().noquote() << QStringLiteral("updater: %1 lacks basePath or returnTo").arg(path);
@@ -131,7 +141,8 @@ void wait_for_program(const QString &name)
     while (socket.state() == QLocalSocket::ConnectedState) {
         if (!socket.waitForDisconnected(120000)) {
             if (socket.state() == QLocalSocket::ConnectedState) {
-                qWarning().noquote() << QStringLiteral("updater: the program is still running; going on");
+                qWarning().noquote()
+                    << QStringLiteral("updater: the program is still running; going on");
                 return;
             }
         }
@@ -151,15 +162,18 @@ bool download_all(const Update &update)
         QDir().mkpath(QFileInfo(path).absolutePath());
         QFile file(path);
         if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            qWarning().noquote() << QStringLiteral("updater: failed to create %1: %2").arg(path, file.errorString());
+            qWarning().noquote()
+                << QStringLiteral("updater: failed to create %1: %2").arg(path, file.errorString());
             return false;
         }
         qInfo().noquote() << QStringLiteral("updater: downloading %1").arg(url.toDisplayString());
-        const FetchResult result = fetch_blocking(&network, options, url, step.sha256, step.size, &file);
+        const FetchResult result =
+            fetch_blocking(&network, options, url, step.sha256, step.size, &file);
         file.close();
         if (!result.ok()) {
             file.remove();
-            qWarning().noquote() << QStringLiteral("updater: refused %1: %2").arg(url.toDisplayString(), result.error);
+            qWarning().noquote() << QStringLiteral("updater: refused %1: %2")
+                                        .arg(url.toDisplayString(), result.error);
             return false;
         }
         qInfo().noquote() << QStringLiteral("updater: written data to %1").arg(path);
@@ -176,13 +190,17 @@ bool install_all(const Update &update)
             const QString archive = QDir(update.downloads(component)).filePath(step.value);
             const QString destination = QDir(target.base_path).filePath(step.destination);
             if (!extract_archive(archive, destination, update.folder, &error)) {
-                qWarning().noquote() << QStringLiteral("updater: failed to extract %1: %2").arg(archive, error);
+                qWarning().noquote()
+                    << QStringLiteral("updater: failed to extract %1: %2").arg(archive, error);
                 return false;
             }
-            qInfo().noquote() << QStringLiteral("updater: extracted %1 to %2").arg(archive, destination);
+            qInfo().noquote()
+                << QStringLiteral("updater: extracted %1 to %2").arg(archive, destination);
         } else if (step.kind == Step::Run) {
-            if (!run_command(step.value, update.downloads(component), target.base_path, 600000, &error)) {
-                qWarning().noquote() << QStringLiteral("updater: failed to run %1: %2").arg(step.value, error);
+            if (!run_command(step.value, update.downloads(component), target.base_path, 600000,
+                             &error)) {
+                qWarning().noquote()
+                    << QStringLiteral("updater: failed to run %1: %2").arg(step.value, error);
                 return false;
             }
             qInfo().noquote() << QStringLiteral("updater: ran %1").arg(step.value);
@@ -201,7 +219,8 @@ int main(int argc, char **argv)
         std::fputs("usage: updatehost UPDATE_JSON\n", stderr);
         return 2;
     }
-    QFile log(QDir(QFileInfo(arguments[1]).absolutePath()).filePath(QStringLiteral("updatehost.log")));
+    QFile log(
+        QDir(QFileInfo(arguments[1]).absolutePath()).filePath(QStringLiteral("updatehost.log")));
     if (log.open(QIODevice::Append))
         g_log = &log;
     qInstallMessageHandler(log_line);
@@ -211,15 +230,16 @@ int main(int argc, char **argv)
         return 1;
     wait_for_program(update.wait_for);
     const bool ok = download_all(update) && install_all(update);
-    qInfo().noquote() << (ok ? QStringLiteral("updater: update installed")
-                             : QStringLiteral("updater: update not installed; starting the installed program"));
+    qInfo().noquote()
+        << (ok ? QStringLiteral("updater: update installed")
+               : QStringLiteral("updater: update not installed; starting the installed program"));
 
     QProcess process;
     process.setProgram(update.return_to);
     process.setWorkingDirectory(QFileInfo(update.return_to).absolutePath());
     if (!process.startDetached()) {
-        qWarning().noquote()
-            << QStringLiteral("updater: failed to start %1: %2").arg(update.return_to, process.errorString());
+        qWarning().noquote() << QStringLiteral("updater: failed to start %1: %2")
+                                    .arg(update.return_to, process.errorString());
         return 1;
     }
     qInfo().noquote() << QStringLiteral("updater: started %1").arg(update.return_to);
