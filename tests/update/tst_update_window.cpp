@@ -1,0 +1,261 @@
+// The update window, the update check entry points and the install-plugin
+// window under the offscreen platform, against a local HTTP server.
+#include "http_server.h"
+
+#include "update/candidates.h"
+#include "widgets/install_plugin_window.h"
+#include "widgets/update_window.h"
+#include "widgets/update_window_view_model.h"
+
+#include <QApplication>
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextBrowser>
+
+using namespace corv;
+
+namespace {
+
+QJsonObject entry(const char *version, const QJsonObject &requirements = {},
+                  const QJsonArray &steps = {})
+{
+    return {{QStringLiteral("version"), QString::fromLatin1(version)},
+            {QStringLiteral("descriptionUrl"),
+             QStringLiteral("notes-%1.html").arg(QString::fromLatin1(version))},
+            {QStringLiteral("requires"), requirements},
+            {QStringLiteral("methods"),
+             QJsonObject{{QStringLiteral("linux64.tar.gz"),
+                          steps.isEmpty() ? QJsonArray{QJsonObject{
+                                                {QStringLiteral("run"), QStringLiteral("true")}}}
+                                          : steps}}}};
+}
+
+QByteArray manifest(const QJsonArray &entries, QJsonObject root = {})
+{
+    root[QStringLiteral("formatVersion")] = 1;
+    root[QStringLiteral("entries")] = entries;
+    return QJsonDocument(root).toJson();
+}
+
+template <typename T> T *top_level()
+{
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *found = qobject_cast<T *>(widget); found && found->isVisible())
+            return found;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class tst_UpdateWindow : public QObject {
+    Q_OBJECT
+private:
+    HttpServer *m_server = nullptr;
+    QTemporaryDir m_folder;
+
+    widgets::UpdateContext context(bool plugin_too = true) const
+    {
+        widgets::UpdateContext c;
+        const auto url = [this](const char *path) {
+            QUrl u = m_server->url(QString::fromLatin1(path));
+            u.setFragment(QStringLiteral("linux64.tar.gz"));
+            return u;
+        };
+        c.components.append({QStringLiteral("io.x.app"), QStringLiteral("App"), QVersionNumber(1),
+                             url("/app.json"), m_folder.path()});
+        if (plugin_too)
+            c.components.append({QStringLiteral("io.x.lib"), QStringLiteral("Lib"),
+                                 QVersionNumber(1), url("/lib.json"), m_folder.path()});
+        c.user_agent = "Corvane/test";
+        c.settings_file = m_folder.filePath(QStringLiteral("settings.ini"));
+        c.plugins_folder = m_folder.filePath(QStringLiteral("plugins"));
+        c.stall_timeout_ms = 2000;
+        return c;
+    }
+
+private slots:
+    void initTestCase() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+    void init()
+    {
+        m_server = new HttpServer;
+        m_server->serve(
+            QStringLiteral("/app.json"),
+            manifest({entry("3.0", {{QStringLiteral("io.x.lib"), QStringLiteral("2.0")}}),
+                      entry("2.0")}));
+        m_server->serve(QStringLiteral("/lib.json"), manifest({entry("2.0")}));
+        m_server->serve(QStringLiteral("/notes-3.0.html"), "<h1>App three</h1>");
+    }
+    void cleanup()
+    {
+        while (QWidget *window = QApplication::activeModalWidget())
+            window->close();
+        for (QWidget *widget : QApplication::topLevelWidgets())
+            widget->close();
+        QTest::qWait(0);
+        delete m_server;
+    }
+
+    // The window, row by row: release notes (cached, or the error text), the
+    // relations, and the choices, remembered as ignored versions on accept.
+    void update_window()
+    {
+        widgets::check_for_updates(nullptr, context());
+        QTRY_VERIFY(top_level<widgets::UpdateWindow>());
+        widgets::UpdateWindow *window = top_level<widgets::UpdateWindow>();
+        QCOMPARE(window->windowTitle(), QStringLiteral("Software Update"));
+        auto *model = window->model();
+        auto *list = window->findChild<QListWidget *>();
+        auto *notes = window->findChild<QTextBrowser *>();
+        QCOMPARE(list->count(), 2);
+        QCOMPARE(list->item(0)->text(), QStringLiteral("App 3.0"));
+        QTRY_VERIFY(notes->toPlainText().contains(QStringLiteral("App three")));
+
+        QStringList captions;
+        for (const auto &section : model->sections())
+            captions.append(section.caption + QStringLiteral(": ") +
+                            section.entries.join(QStringLiteral(", ")));
+        QCOMPARE(captions, (QStringList{"One update will be installed with App:: Lib 2.0",
+                                        "App requires one other component:: Lib 2.0",
+                                        "One version of App was skipped:: App 2.0 (skipped)"}));
+
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral(
+                                 "^Lib updater: failed to fetch changelog: .*Not Found$")));
+        list->setCurrentRow(1);
+        QTRY_COMPARE(notes->toPlainText(), QStringLiteral("The release notes couldn't be loaded."));
+        // Skipping the library the application needs keeps it as a dependency.
+        QTest::ignoreMessage(QtInfoMsg,
+                             QRegularExpression(QStringLiteral("^Perf updater: updated graph")));
+        window->findChildren<QRadioButton *>().at(1)->click();
+        QVERIFY(model->will_install(1));
+        QVERIFY(!list->item(1)->font().strikeOut());
+        // Skipping the application too frees it.
+        list->setCurrentRow(0);
+        QCOMPARE(notes->toPlainText(), QStringLiteral("App three")); // cached, no second request
+        QCOMPARE(m_server->requested.count(QStringLiteral("/notes-3.0.html")), 1);
+        QTest::ignoreMessage(QtInfoMsg,
+                             QRegularExpression(QStringLiteral("^Perf updater: updated graph")));
+        window->findChildren<QRadioButton *>().at(1)->click();
+        QVERIFY(!model->will_install(1));
+        QVERIFY(list->item(0)->font().strikeOut());
+
+        window->accept(); // nothing to install: only the skipped versions are kept
+        QSettings settings(context().settings_file, QSettings::IniFormat);
+        QCOMPARE(update::ignored_version(settings, QStringLiteral("io.x.app")),
+                 QVersionNumber(3, 0));
+        QCOMPARE(update::ignored_version(settings, QStringLiteral("io.x.lib")),
+                 QVersionNumber(2, 0));
+        QVERIFY(settings.contains(QStringLiteral("UpdateWindow/Geometry")));
+        settings.remove(QStringLiteral("Updates"));
+    }
+
+    // What "Check for Updates" ends with when there is no update window.
+    void check_results_data()
+    {
+        QTest::addColumn<QByteArray>("app_manifest");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("nothing newer") << manifest({entry("1.0")}) << "Software Update"
+                                       << "Corvane and all plugins are up to date.";
+        QTest::newRow("failed") << QByteArray() << "Couldn't Check for Updates"
+                                << "Corvane couldn't check for updates. Check your internet "
+                                   "connection and try again later.";
+    }
+    void check_results()
+    {
+        QFETCH(QByteArray, app_manifest);
+        QFETCH(QString, title);
+        QFETCH(QString, text);
+        if (app_manifest.isEmpty())
+            m_server->routes.remove(QStringLiteral("/app.json"));
+        else
+            m_server->serve(QStringLiteral("/app.json"), app_manifest);
+        QWidget parent;
+        // Once for the check, once for the background check.
+        for (int i = 0; i < 2 && app_manifest.isEmpty(); ++i)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                                   "^App updater: failed to fetch manifest")));
+        widgets::check_for_updates(&parent, context(false));
+        QTRY_VERIFY(parent.findChild<QMessageBox *>());
+        auto *box = parent.findChild<QMessageBox *>();
+        QCOMPARE(box->windowTitle(), title);
+        QCOMPARE(box->text(), text);
+
+        // The background check says nothing in either case.
+        const qsizetype before = m_server->requested.size();
+        widgets::check_for_updates_in_background(&parent, context(false));
+        QTRY_COMPARE(m_server->requested.size(), before + 1);
+        QTest::qWait(50);
+        QCOMPARE(parent.findChildren<QMessageBox *>().size(), 1);
+        QVERIFY(!top_level<widgets::UpdateWindow>());
+    }
+
+    void install_plugin_window()
+    {
+        QTemporaryDir package;
+        QFile library(package.filePath(QStringLiteral("io.x.p.so")));
+        QVERIFY(library.open(QIODevice::WriteOnly));
+        library.write("library");
+        library.close();
+        QProcess tar;
+        tar.start(QStringLiteral("tar"),
+                  {QStringLiteral("-czf"), QStringLiteral("-"), QStringLiteral("-C"),
+                   package.path(), QStringLiteral(".")});
+        QVERIFY(tar.waitForFinished());
+        const QByteArray archive = tar.readAllStandardOutput();
+        const QByteArray digest =
+            QCryptographicHash::hash(archive, QCryptographicHash::Sha256).toHex();
+        m_server->serve(QStringLiteral("/p.tar.gz"), archive);
+        const QJsonArray steps{
+            QJsonObject{{QStringLiteral("download"), QStringLiteral("p.tar.gz")},
+                        {QStringLiteral("destination"), QStringLiteral("p.tar.gz")},
+                        {QStringLiteral("sha256"), QString::fromLatin1(digest)},
+                        {QStringLiteral("size"), archive.size()}},
+            QJsonObject{{QStringLiteral("extract"), QStringLiteral("p.tar.gz")},
+                        {QStringLiteral("destination"), QStringLiteral(".")}}};
+        m_server->serve(QStringLiteral("/plugin.json"),
+                        manifest({entry("1.0", {}, steps)},
+                                 {{QStringLiteral("id"), QStringLiteral("io.x.p")},
+                                  {QStringLiteral("displayName"), QStringLiteral("Pea")}}));
+
+        widgets::InstallPluginWindow *window =
+            widgets::show_install_plugin_window(nullptr, context());
+        QCOMPARE(window->windowTitle(), QStringLiteral("Install Plugin"));
+        QVERIFY(!window->fetch_button()->isEnabled());
+        window->url_field()->setText(m_server->url(QStringLiteral("/plugin.json")).toString());
+        window->fetch_button()->click();
+        QTRY_VERIFY(window->install_button()->isEnabled());
+        QCOMPARE(window->plugin_label()->text(), QStringLiteral("Pea (io.x.p)"));
+        window->install_button()->click();
+        QTRY_COMPARE(
+            window->status_label()->text(),
+            QStringLiteral("Pea was installed. It will be loaded the next time Corvane starts."));
+        QVERIFY(QFileInfo::exists(context().plugins_folder + QStringLiteral("/io.x.p/io.x.p.so")));
+
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^plugin installer: could not get manifest")));
+        window->url_field()->setText(m_server->url(QStringLiteral("/nothing.json")).toString());
+        window->fetch_button()->click();
+        QTRY_VERIFY(window->status_label()->text().startsWith(QStringLiteral(
+            "The plugin couldn't be installed: plugin installer: could not get manifest")));
+        QVERIFY(!window->install_button()->isEnabled());
+    }
+};
+
+QTEST_MAIN(tst_UpdateWindow)
+#include "tst_update_window.moc"
