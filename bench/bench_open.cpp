@@ -113,7 +113,7 @@ QByteArray generate_racks(int racks, int nodes_per_rack)
                 children = project.find_node(id)->children();
         }
     }
-    return engine::write_project(project);
+    return engine::write_project(project).document;
 }
 
 QByteArray generate_chain(int depth)
@@ -122,7 +122,7 @@ QByteArray generate_chain(int depth)
     model::Children *list = project.find_rack(add_rack(project, 1))->top_level();
     for (int n = 0; n < depth; ++n)
         list = project.find_node(add_node(project, list, n))->children();
-    return engine::write_project(project);
+    return engine::write_project(project).document;
 }
 
 qint64 bare_read(const QByteArray &document)

@@ -116,7 +116,7 @@ private Q_SLOTS:
                 list = next;
                 ids.append(id);
             }
-            saved = write_project(source);
+            saved = write_project(source).document;
         }
 
         // ...read back and run.
@@ -140,7 +140,7 @@ private Q_SLOTS:
         QVERIFY(run_through(*runtime, rack_id, kDepth));
 
         // Saved again, the project is what it was; then it closes.
-        QCOMPARE(write_project(project), saved);
+        QCOMPARE(write_project(project).document, saved);
         runtime.reset();
     }
 };
