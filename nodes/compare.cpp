@@ -72,8 +72,9 @@ enum CompareType : std::int32_t {
 };
 
 constexpr const char *kTypeLabels[kCompareTypes] = {
-    "CompareNode.Is",  "CompareNode.IsNot", "CompareNode.Equal", "CompareNode.NotEqual", "CompareNode.Gt",
-    "CompareNode.Gte", "CompareNode.Lt",    "CompareNode.Lte",   "CompareNode.Between"};
+    "CompareNode.Is",       "CompareNode.IsNot", "CompareNode.Equal",
+    "CompareNode.NotEqual", "CompareNode.Gt",    "CompareNode.Gte",
+    "CompareNode.Lt",       "CompareNode.Lte",   "CompareNode.Between"};
 
 constexpr double kUnbounded = std::numeric_limits<double>::infinity();
 
@@ -214,10 +215,12 @@ void evaluate_name(void *data, char *buffer)
 void evaluate_build(void *data, cui_generate_context *context)
 {
     Evaluate *evaluate = state_of<Evaluate>(data);
-    take_text(evaluate->key, cui_text(context, "!key", corv_plugin_tr(plugin(), "EvaluateNode.KeyField"),
-                                      corv_plugin_tr(plugin(), "EvaluateNode.DefaultKey")));
-    take_text(evaluate->expression,
-              cui_text(context, "!expr", corv_plugin_tr(plugin(), "EvaluateNode.ExpressionField"), ""));
+    take_text(evaluate->key,
+              cui_text(context, "!key", corv_plugin_tr(plugin(), "EvaluateNode.KeyField"),
+                       corv_plugin_tr(plugin(), "EvaluateNode.DefaultKey")));
+    take_text(
+        evaluate->expression,
+        cui_text(context, "!expr", corv_plugin_tr(plugin(), "EvaluateNode.ExpressionField"), ""));
     corv_node_invalidate_name(evaluate->node);
 }
 

@@ -29,8 +29,7 @@ QByteArray count_of(const Hit &hit)
 
 } // namespace
 
-class TstScheduleNode : public QObject
-{
+class TstScheduleNode : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -54,7 +53,8 @@ private Q_SLOTS:
             QVERIFY2(hit.ms >= start + 100 * (k + 1) - 2 && hit.ms <= start + 100 * (k + 1) + kLate,
                      qPrintable(QString::number(hit.ms - start)));
             const QByteArray time = hit.keys.mid(5, hit.keys.indexOf(';') - 5);
-            QVERIFY2(QDateTime::fromString(QString::fromLatin1(time), Qt::ISODate).isValid(), time.constData());
+            QVERIFY2(QDateTime::fromString(QString::fromLatin1(time), Qt::ISODate).isValid(),
+                     time.constData());
         }
         QThread::msleep(350); // the loop stalls over three due times
         rig.wait(30);
@@ -68,7 +68,8 @@ private Q_SLOTS:
     {
         Rig rig;
         QUuid node;
-        schedule_rack(rig, {{"!mode", Value::integer(2)}, {"!seconds", Value::floating(0.15)}}, &node);
+        schedule_rack(rig, {{"!mode", Value::integer(2)}, {"!seconds", Value::floating(0.15)}},
+                      &node);
         rig.open();
         QCOMPARE(rig.name(node), QStringLiteral("Once, 0.15 s after opening"));
         QTRY_COMPARE(rig.hits_at("inside").size(), 1);
@@ -80,11 +81,13 @@ private Q_SLOTS:
     // The next second on the wall clock; a time that is no time never fires.
     void daily_at()
     {
-        const QByteArray text = QTime::currentTime().addSecs(1).toString(QStringLiteral("HH:mm:ss")).toLatin1();
+        const QByteArray text =
+            QTime::currentTime().addSecs(1).toString(QStringLiteral("HH:mm:ss")).toLatin1();
         const QTime at = QTime::fromString(QString::fromLatin1(text), QStringLiteral("HH:mm:ss"));
         Rig rig;
         QUuid node, broken;
-        const QUuid rack = schedule_rack(rig, {{"!mode", Value::integer(1)}, {"!time", Value::string(text)}}, &node);
+        const QUuid rack = schedule_rack(
+            rig, {{"!mode", Value::integer(1)}, {"!time", Value::string(text)}}, &node);
         broken = rig.add_node(rack, "io.marrowfield.onschedule",
                               {{"!mode", Value::integer(1)}, {"!time", Value::string("25:99")}});
         rig.add_probe(broken, QStringLiteral("broken"));
