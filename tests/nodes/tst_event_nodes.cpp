@@ -2,8 +2,13 @@
 // what the events carry, what the panels show.
 
 #include "node_rig.h"
+#include "nodes/builtin_nodes.h"
 
+#include <QTemporaryFile>
 #include <QTest>
+
+#include <cstdio>
+#include <unistd.h>
 
 using model::Value;
 using Keys = QList<std::pair<QByteArray, QByteArray>>;
@@ -169,6 +174,32 @@ private Q_SLOTS:
         QTRY_VERIFY(rig.labels(node).isEmpty());
         rig.post(rack, {{"id", "3"}});
         QTRY_COMPARE(rig.labels(node), QStringList{QStringLiteral("id: 3")});
+    }
+
+    // With the echo on (headless runs), each shown event is also printed.
+    void display_echo_prints_the_lines()
+    {
+        Rig rig;
+        QUuid node;
+        const QUuid rack = one_node_rack(rig, "io.marrowfield.display", {}, &node);
+        rig.open();
+        QTemporaryFile out;
+        QVERIFY(out.open());
+        std::fflush(stdout);
+        const int saved = ::dup(STDOUT_FILENO);
+        ::dup2(out.handle(), STDOUT_FILENO);
+        corv::nodes::set_display_echo(true);
+        rig.post(rack, {{"id", "1"}, {"text", QByteArray(300, 'w')}});
+        rig.turns(10);
+        corv::nodes::set_display_echo(false);
+        rig.post(rack, {{"id", "2"}});
+        rig.turns(10);
+        std::fflush(stdout);
+        ::dup2(saved, STDOUT_FILENO);
+        ::close(saved);
+        QCOMPARE(rig.seen("after"), (QList<QByteArray>{"1", "2"}));
+        QVERIFY(out.seek(0));
+        QCOMPARE(out.readAll(), "id: 1\ntext: " + QByteArray(255 - 6, 'w') + '\n');
     }
 
     // Every third event runs the children; the others go on at once, and
