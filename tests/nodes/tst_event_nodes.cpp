@@ -81,6 +81,9 @@ private Q_SLOTS:
         QTest::newRow("equal decimal point")
             << 2 << 1.5 << 0.0 << QByteArray("1.5e0x") << true << "";
         QTest::newRow("two signs read 0") << 2 << 0.0 << 0.0 << QByteArray("+-5") << true << "";
+        QTest::newRow("too large is infinite")
+            << 4 << 1e308 << 0.0 << QByteArray("1e999") << true << "";
+        QTest::newRow("too small is 0") << 2 << 0.0 << 0.0 << QByteArray("-1e-999") << true << "";
         QTest::newRow("gte") << 5 << 2.0 << 0.0 << QByteArray("2") << true << "If x ≥ 2";
         QTest::newRow("lt") << 6 << 2.0 << 0.0 << QByteArray("2") << false << "";
         QTest::newRow("lte") << 7 << 2.0 << 0.0 << QByteArray("-3e0") << true << "";
