@@ -328,7 +328,7 @@ void run_filter_steps(const char *name, int rounds)
 }
 #endif
 
-int run_measurements(int argc, char **argv, int rounds)
+int run_measurements(int argc, char **argv, int rounds, bool filters_only)
 {
     QCoreApplication app(argc, argv);
     QLoggingCategory::setFilterRules(QStringLiteral("corv.*.info=false\ncorv.*.debug=false"));
@@ -340,14 +340,17 @@ int run_measurements(int argc, char **argv, int rounds)
     Types types;
     double bare = 1e9;
     double hop = 1e9;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < rounds && !filters_only; ++round) {
         bare = std::min(bare, run_bare_chain());
         hop = std::min(hop, run_engine_chain(types));
     }
-    std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
-    std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
-    std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
-    if (!dispatcher.contains("Glib")) {
+    if (!filters_only) {
+        std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
+        std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
+        std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
+    }
+    const bool build_figures = !filters_only && !dispatcher.contains("Glib");
+    if (build_figures) {
         double build = 1e9;
         double teardown = 1e9;
         for (int round = 0; round < rounds; ++round) {
@@ -362,7 +365,7 @@ int run_measurements(int argc, char **argv, int rounds)
 #endif
     }
 #ifdef CORV_BENCH_BUILTIN_NODES
-    if (dispatcher.contains("Glib")) { // otherwise done for the build figure
+    if (!build_figures) { // otherwise done for the build figure
         locale::install_application_translator();
         install_builtin_nodes();
     }
@@ -395,20 +398,25 @@ int run_both(const QString &program, const QStringList &extra)
 
 int main(int argc, char **argv)
 {
-    // bench_engine [--measure] [--rounds N]
+    // bench_engine [--measure] [--rounds N] [--filters]
+    // --filters: only the compare, evaluate and display figures.
     bool measure = false;
+    bool filters_only = false;
     int rounds = 3;
     QStringList extra;
     for (int i = 1; i < argc; ++i) {
         const QByteArray arg(argv[i]);
         if (arg == "--measure") {
             measure = true;
+        } else if (arg == "--filters") {
+            filters_only = true;
+            extra << QStringLiteral("--filters");
         } else if (arg == "--rounds" && i + 1 < argc) {
             rounds = std::max(1, QByteArray(argv[++i]).toInt());
             extra << QStringLiteral("--rounds") << QString::number(rounds);
         }
     }
     if (measure)
-        return run_measurements(argc, argv, rounds);
+        return run_measurements(argc, argv, rounds, filters_only);
     return run_both(QString::fromLocal8Bit(argv[0]), extra);
 }

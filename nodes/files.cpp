@@ -5,7 +5,6 @@
 #include "sdk/include/corvane/corvane_cui.h"
 
 #include <QByteArray>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
