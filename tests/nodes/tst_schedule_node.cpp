@@ -47,21 +47,24 @@ private Q_SLOTS:
         QCOMPARE(rig.name(node), QStringLiteral("Every 0.1 s"));
         QVERIFY(rig.labels(node).value(0).startsWith(u"Next: "));
         QTRY_COMPARE(rig.hits_at("inside").size(), 3);
+        const qint64 first = rig.hits_at("inside")[0].ms;
+        QVERIFY2(first - start >= 98, qPrintable(QString::number(first - start)));
         for (int k = 0; k < 3; ++k) {
             const Hit hit = rig.hits_at("inside")[k];
             QCOMPARE(count_of(hit), QByteArray::number(k + 1));
-            QVERIFY2(hit.ms >= start + 100 * (k + 1) - 2 && hit.ms <= start + 100 * (k + 1) + kLate,
-                     qPrintable(QString::number(hit.ms - start)));
+            QVERIFY2(hit.ms - first >= 100 * k - 2 && hit.ms - first <= 100 * k + kLate,
+                     qPrintable(QString::number(hit.ms - first)));
             const QByteArray time = hit.keys.mid(5, hit.keys.indexOf(';') - 5);
             QVERIFY2(QDateTime::fromString(QString::fromLatin1(time), Qt::ISODate).isValid(),
                      time.constData());
         }
         QThread::msleep(350); // the loop stalls over three due times
         rig.wait(30);
-        QCOMPARE(rig.hits_at("inside").size(), 4);
+        QVERIFY(rig.hits_at("inside").size() <= 4);
         QTRY_COMPARE(rig.hits_at("inside").size(), 5);
-        const qint64 fifth = rig.hits_at("inside")[4].ms - start;
-        QVERIFY2(fifth % 100 <= kLate, qPrintable(QString::number(fifth)));
+        const qint64 fifth = rig.hits_at("inside")[4].ms - first;
+        const qint64 off_grid = (fifth + 50) % 100 - 50;
+        QVERIFY2(off_grid >= -kLate && off_grid <= kLate, qPrintable(QString::number(fifth)));
     }
 
     void once_after_open()
