@@ -62,6 +62,9 @@ struct CommandLine {
                             QStringLiteral("Post an event made of the KEY=VALUE arguments to a mailbox "
                                            "of the running Corvane."),
                             QStringLiteral("mailbox")};
+    QCommandLineOption autosave{QStringLiteral("autosave"),
+                                QStringLiteral("With --headless: save the project on the autosave "
+                                               "timer of the preferences, as a window does.")};
     QCommandLineOption check{QStringLiteral("check"),
                              QStringLiteral("Read a project with every plugin, print each problem and "
                                             "exit with 0 only when there is none."),
@@ -71,6 +74,7 @@ struct CommandLine {
     {
         parser.setApplicationDescription(QStringLiteral("Desktop event automation."));
         parser.addOption(headless);
+        parser.addOption(autosave);
         parser.addOption(post);
         parser.addOption(check);
         parser.addPositionalArgument(QStringLiteral("project"),
@@ -124,6 +128,9 @@ struct CommandLine {
             return options;
         }
         options.headless = parser.isSet(headless);
+        if (parser.isSet(autosave) && !options.headless)
+            refuse(QStringLiteral("--autosave is for --headless runs; a window always follows the preferences"));
+        options.autosave = parser.isSet(autosave);
         options.project_path = arguments.value(0);
         return options;
     }
@@ -428,7 +435,10 @@ struct Application::Impl {
         set_builtin_config_manager(config.get());
         plugins = std::make_unique<engine::PluginList>();
         registry = std::make_unique<engine::NodeRegistry>();
-        projects = std::make_unique<engine::ProjectManager>(*registry, config.get());
+        // A headless run saves nothing unless told: without the config
+        // manager there is no autosave timer.
+        const bool saves = !options.headless || options.autosave;
+        projects = std::make_unique<engine::ProjectManager>(*registry, saves ? config.get() : nullptr);
         projects->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
             cui::install_node_surfaces(runtime, &commands);
         });
@@ -470,10 +480,15 @@ struct Application::Impl {
             failed_exit_code = 1;
     }
 
+    // Display nodes print their "%s: %s" lines to stdout when there is no window.
+    void echo_display_nodes() {}
+
     void create_main_window()
     {
-        if (options.headless)
+        if (options.headless) {
+            echo_display_nodes();
             return;
+        }
         main_window = std::make_unique<QMainWindow>();
         main_window->setWindowTitle(QString::fromLatin1(kApplicationName));
     }
