@@ -20,6 +20,7 @@
 // `corvane --headless PATH` or under a profiler); --child runs one round on
 // the project at PATH in this process.
 
+#include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
 #include "app/shutdown_signals.h"
 #include "cui/property_surface.h"
@@ -47,6 +48,9 @@
 #include <unistd.h>
 
 using namespace corv;
+
+using corv::bench::add_rack;
+using corv::bench::bare_read;
 
 namespace {
 
@@ -79,16 +83,6 @@ void fill_node(model::Node &node, int n)
     }
     store.set(QStringLiteral("!note"), model::Value::string("node " + QByteArray::number(n)));
     store.set(QStringLiteral("count"), model::Value::integer(n));
-}
-
-QUuid add_rack(model::Project &project, int index)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(QStringLiteral("Rack %1").arg(index));
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
-    return id;
 }
 
 QUuid add_node(model::Project &project, model::Children *list, int n)
@@ -124,17 +118,6 @@ QByteArray generate_chain(int depth)
     for (int n = 0; n < depth; ++n)
         list = project.find_node(add_node(project, list, n))->children();
     return engine::write_project(project).document;
-}
-
-qint64 bare_read(const QByteArray &document)
-{
-    QXmlStreamReader xml(document);
-    qint64 seen = 0;
-    while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement)
-            seen += 1 + xml.attributes().size();
-    }
-    return seen;
 }
 
 // VmHWM or VmRSS of this process, in MB.
