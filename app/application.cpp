@@ -197,7 +197,7 @@ void scan_installed_plugins(engine::PluginList &plugins, const QString &folder)
         const bool has_library = std::any_of(files.begin(), files.end(), [&](const QFileInfo &file) {
             return file.completeBaseName() == id && QLibrary::isLibrary(file.fileName());
         });
-        if (!has_library || plugins.find(id))
+        if (!has_library)
             continue;
         qCDebug(lcApp, "Found plugin in %s", qUtf8Printable(plugin_folder.filePath()));
         plugins.load_folder(plugin_folder.filePath());
@@ -470,8 +470,9 @@ struct Application::Impl {
         control->listen();
     }
 
-    // The project named on the command line, running from the start. A
-    // headless run has nothing else to do, so a project it can't read ends it.
+    // The project named on the command line, running from the start (in a
+    // window run it replaces what the window reopened). A headless run has
+    // nothing else to do, so a project it can't read ends it.
     void open_project()
     {
         if (options.project_path.isEmpty())
@@ -522,8 +523,9 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
     d->clean_up_after_update();
     d->load_plugins();
     d->listen_for_commands();
-    d->open_project();
+    // After the window, whose error boxes then show a failure.
     d->create_main_window();
+    d->open_project();
     d->check_for_updates();
 }
 
