@@ -6,7 +6,6 @@
 #include <QLocalSocket>
 #include <QLoggingCategory>
 #include <QOperatingSystemVersion>
-#include <QPointer>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -65,7 +64,10 @@ struct Server::Impl {
         if (message.size() == 1 && message.value(QLatin1StringView("open")).isString()) {
             if (!accepts_open)
                 return refusal(QStringLiteral("this instance has no window to open a project in"));
-            Q_EMIT q->open_requested(message.value(QLatin1StringView("open")).toString());
+            // After the answer: the window may ask about unsaved changes
+            // first, and the command line need not wait for that.
+            const QString path = message.value(QLatin1StringView("open")).toString();
+            QMetaObject::invokeMethod(q, [this, path] { Q_EMIT q->open_requested(path); }, Qt::QueuedConnection);
             return {{QStringLiteral("ok"), true}};
         }
         const QJsonValue mailbox = message.value(QLatin1StringView("post"));
@@ -109,13 +111,11 @@ struct Server::Impl {
                 return;
             }
             const QByteArray line = socket->read(end + 1).trimmed();
-            QPointer<QLocalSocket> alive(socket);
             const QJsonObject reply = answer(line);
             if (!reply.value(QLatin1StringView("ok")).toBool())
                 qCWarning(lc_control, "Refused a control message: %s",
                           qUtf8Printable(reply.value(QLatin1StringView("error")).toString()));
-            if (alive)
-                finish(socket, timer, reply);
+            finish(socket, timer, reply);
         });
     }
 
