@@ -1,6 +1,6 @@
 // Opening, holding and closing a generated 10,000-node, 100-rack project the
 // way the headless program does: the built-in node set loaded through the
-// plugin list, the file opened by ProjectSession::open (read, runtime,
+// plugin list, the file opened by the project manager (read, runtime,
 // instances, first builds, names), a SIGTERM handled by the shutdown signals,
 // then the teardown in the program's order.
 //
@@ -22,11 +22,12 @@
 
 #include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
-#include "app/project_session.h"
 #include "app/shutdown_signals.h"
+#include "cui/property_surface.h"
 #include "engine/node_registry.h"
 #include "locale/translate.h"
 #include "model/project.h"
+#include "persistence/project_manager.h"
 #include "persistence/writer.h"
 #include "sdk/plugin_list.h"
 
@@ -172,10 +173,13 @@ int run_child(int argc, char **argv, const QString &path)
 
     QElapsedTimer timer;
     timer.start();
-    std::unique_ptr<ProjectSession> session = ProjectSession::open(path, *registry);
-    const double open_ms = ms_since(timer);
-    if (!session)
+    auto session = std::make_unique<engine::ProjectManager>(*registry);
+    session->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+        cui::install_node_surfaces(runtime, &commands);
+    });
+    if (!session->open(path))
         return 3;
+    const double open_ms = ms_since(timer);
 
     // Let what the open scheduled run, then stop the way a user does.
     double steady_mb = 0;

@@ -1,0 +1,60 @@
+#include "persistence/file_platform.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <io.h>
+#include <windows.h>
+
+namespace corv::engine::file_platform {
+
+namespace {
+
+bool fail(QString *error)
+{
+    if (error) {
+        wchar_t *text = nullptr;
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                           FORMAT_MESSAGE_IGNORE_INSERTS,
+                       nullptr, GetLastError(), 0, reinterpret_cast<wchar_t *>(&text), 0, nullptr);
+        *error = text ? QString::fromWCharArray(text).trimmed() : QString();
+        LocalFree(text);
+    }
+    return false;
+}
+
+std::wstring native(const QString &path)
+{
+    return QDir::toNativeSeparators(path).toStdWString();
+}
+
+} // namespace
+
+bool flush_to_disk(QFileDevice &file, QString *error)
+{
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(file.handle()));
+    if (!FlushFileBuffers(handle))
+        return fail(error);
+    return true;
+}
+
+bool replace(const QString &from, const QString &to, QString *error)
+{
+    if (!MoveFileExW(native(from).c_str(), native(to).c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return fail(error);
+    return true;
+}
+
+bool keep_as(const QString &path, const QString &backup, QString *error)
+{
+    if (CreateHardLinkW(native(backup).c_str(), native(path).c_str(), nullptr))
+        return true;
+    if (GetLastError() == ERROR_ALREADY_EXISTS)
+        return fail(error);
+    if (!CopyFileW(native(path).c_str(), native(backup).c_str(), TRUE))
+        return fail(error);
+    return true;
+}
+
+} // namespace corv::engine::file_platform
