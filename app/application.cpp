@@ -16,6 +16,7 @@
 #include "locale/translate.h"
 #include "model/project.h"
 #include "model/property.h"
+#include "nodes/builtin_nodes.h"
 #include "nodes/mailbox.h"
 #include "persistence/command_manager.h"
 #include "persistence/project_manager.h"
@@ -482,12 +483,11 @@ struct Application::Impl {
     }
 
     // Display nodes print their "%s: %s" lines to stdout when there is no window.
-    void echo_display_nodes() {}
-
     void create_main_window()
     {
         if (options.headless) {
-            echo_display_nodes();
+            // Without a window, what display nodes show goes to the console.
+            nodes::set_display_echo(true);
             return;
         }
         main_window = std::make_unique<QMainWindow>();
