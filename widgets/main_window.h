@@ -1,0 +1,119 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QMainWindow>
+#include <QPointer>
+
+#include <functional>
+
+class QSplitter;
+class QSystemTrayIcon;
+class QMenu;
+
+namespace corv::engine {
+class PluginList;
+class ProjectManager;
+} // namespace corv::engine
+
+namespace corv::widgets {
+
+class AboutWindow;
+class MainWindowViewModel;
+
+// What the main window needs from the running program.
+struct MainWindowContext {
+    // The open project; must outlive the window.
+    engine::ProjectManager *projects = nullptr;
+    // For the update check and the plugin installer; both are off without it.
+    const engine::PluginList *plugins = nullptr;
+    // The "User-Agent" header of update requests.
+    QByteArray user_agent;
+    // "settings.ini": geometry, splitter state, last project, rack and node.
+    // Empty keeps nothing.
+    QString settings_file;
+    // The running log file and the log folder ("Menu.Help.*Log*").
+    QString log_file;
+    QString log_folder;
+    // The "minimizetotray" preference; true when not given.
+    std::function<bool()> minimize_to_tray;
+    // Opens the preferences window.
+    std::function<void(QWidget *parent)> open_preferences;
+};
+
+// The application's single main window ("CorvMainWindow"): the File, Edit,
+// Run and Help menus, the three panels side by side in a splitter, the
+// title, the questions and error boxes around project operations, and the
+// tray icon while the window is minimised to the tray.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    // Every action of the menus, named after its text's key.
+    enum class Action {
+        New, Open, Save, SaveAs, Preferences, Quit,
+        Undo, Redo, Cut, Copy, Paste, Delete, SelectAll,
+        PauseAll,
+        CurrentLogFile, OpenLogDirectory, InstallPlugin, CheckForUpdates, About,
+    };
+
+    explicit MainWindow(const MainWindowContext &context, QWidget *parent = nullptr);
+    // Saves the window settings.
+    ~MainWindow() override;
+
+    MainWindowViewModel *view_model() const { return m_model; }
+    QAction *action(Action which) const { return m_actions.value(which); }
+    QSplitter *splitter() const { return m_splitter; }
+
+    // The first project: `path` when given, else "LastOpenPath" when that
+    // file exists, else a new one. No question is asked (nothing is open yet).
+    void open_initial_project(const QString &path = {});
+
+    // Writes geometry, splitter state and the last project to "settings.ini".
+    void save_settings() const;
+
+    // Minimised to the tray: the tray icon is shown and the window hidden.
+    // Null while the window is not in the tray.
+    QSystemTrayIcon *tray_icon() const { return m_tray; }
+    void hide_to_tray();
+    // Back from the tray: shows the window and removes the tray icon.
+    void restore_from_tray();
+
+    // The modal boxes of this window; replaceable so that tests and scripts
+    // can answer them.
+    using CriticalBox = std::function<void(const QString &title, const QString &body)>;
+    void set_critical_box(CriticalBox box) { m_critical_box = std::move(box); }
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private:
+    void create_actions();
+    void create_menus();
+    void create_panels();
+    void restore_settings();
+    void refresh_undo_redo();
+    void refresh_pause();
+    void dispatch_edit(Action which);
+    void show_about();
+    void quit();
+    bool should_minimize_to_tray() const;
+    QString ask_open_path();
+    QString ask_save_path();
+    QString dialog_folder() const;
+
+    MainWindowContext m_context;
+    MainWindowViewModel *m_model;
+    QMap<Action, QAction *> m_actions;
+    QSplitter *m_splitter = nullptr;
+    QSystemTrayIcon *m_tray = nullptr;
+    QMenu *m_tray_menu = nullptr;
+    QAction *m_tray_pause = nullptr;
+    QPointer<AboutWindow> m_about;
+    CriticalBox m_critical_box;
+    // Set once quitting was confirmed, so closing asks no second time.
+    bool m_quit_confirmed = false;
+};
+
+} // namespace corv::widgets
