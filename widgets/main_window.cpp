@@ -85,8 +85,6 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
     m_model->set_save_path_question([this] { return ask_save_path(); });
 
     connect(m_model, &MainWindowViewModel::title_changed, this, &QWidget::setWindowTitle);
-    connect(m_model, &MainWindowViewModel::is_project_modified_changed, this,
-            &QWidget::setWindowModified);
     connect(m_model, &MainWindowViewModel::error_occurred, this,
             [this](const QString &title, const QString &body) {
                 if (m_critical_box)
