@@ -1,10 +1,17 @@
 #include "widgets/main_window.h"
 
 #include "locale/translate.h"
+#include "model/project.h"
 #include "persistence/project_manager.h"
 #include "widgets/about_window.h"
 #include "widgets/install_plugin_window.h"
 #include "widgets/main_window_view_model.h"
+#include "widgets/node_panel.h"
+#include "widgets/node_panel_view_model.h"
+#include "widgets/rack_panel.h"
+#include "widgets/rack_panel_view_model.h"
+#include "widgets/racks_panel.h"
+#include "widgets/racks_panel_view_model.h"
 #include "widgets/update_window.h"
 
 #include <QAction>
@@ -24,6 +31,7 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 #include <QUrl>
+#include <QVBoxLayout>
 
 namespace corv::widgets {
 
@@ -37,6 +45,25 @@ QString default_suffix()
     const QRegularExpressionMatch match =
         pattern.match(locale::translate("FileDialog.Filter"));
     return match.hasMatch() ? match.captured(1) : QString();
+}
+
+// A panel under its title; the title label is returned.
+QLabel *add_titled(QSplitter *splitter, QWidget *panel, const QString &title)
+{
+    auto *frame = new QWidget(splitter);
+    auto *label = new QLabel(title, frame);
+    label->setObjectName(QStringLiteral("PanelTitle"));
+    label->setContentsMargins(6, 4, 6, 2);
+    QFont font = label->font();
+    font.setBold(true);
+    label->setFont(font);
+    auto *layout = new QVBoxLayout(frame);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(label);
+    layout->addWidget(panel, 1);
+    splitter->addWidget(frame);
+    return label;
 }
 
 // Calls the first of `methods` that the widget or one of its parents offers.
@@ -94,7 +121,12 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
             &MainWindow::refresh_undo_redo);
     connect(m_model, &MainWindowViewModel::is_paused_changed, this, &MainWindow::refresh_pause);
     connect(m_model, &MainWindowViewModel::linked_project_file_changed, this,
-            [this] { save_settings(); });
+            [this](const QString &path) {
+                if (m_context.settings_file.isEmpty() || path.isEmpty())
+                    return;
+                QSettings(m_context.settings_file, QSettings::IniFormat)
+                    .setValue(QStringLiteral("LastOpenPath"), path);
+            });
 
     create_actions();
     create_menus();
@@ -248,14 +280,65 @@ void MainWindow::create_panels()
     m_splitter = new QSplitter(Qt::Horizontal, this);
     m_splitter->setObjectName(QStringLiteral("MainSplitter"));
     m_splitter->setChildrenCollapsible(false);
-    for (const char *key : {CORV_TR_KEY("RacksPanel.Title"), CORV_TR_KEY("RackPanel.Title.None"),
-                            CORV_TR_KEY("NodePanel.Title.None")}) {
-        auto *placeholder = new QLabel(locale::translate(key), m_splitter);
-        placeholder->setAlignment(Qt::AlignCenter);
-        m_splitter->addWidget(placeholder);
-    }
+
+    m_racks_model = new RacksPanelViewModel(this);
+    m_rack_model = new RackPanelViewModel(this);
+    m_node_model = new NodePanelViewModel(this);
+    m_racks_panel = new RacksPanel(m_racks_model);
+    m_rack_panel = new RackPanel(m_rack_model);
+    m_node_panel = new NodePanel(m_node_model);
+    add_titled(m_splitter, m_racks_panel, locale::translate("RacksPanel.Title"));
+    QLabel *rack_title = add_titled(m_splitter, m_rack_panel, m_rack_model->title());
+    QLabel *node_title = add_titled(m_splitter, m_node_panel, m_node_model->title());
+    connect(m_rack_panel, &RackPanel::title_changed, rack_title, &QLabel::setText);
+    connect(m_node_panel, &NodePanel::title_changed, node_title, &QLabel::setText);
+
+    connect(m_racks_panel, &RacksPanel::selected_rack_changed, this, [this](const QUuid &rack) {
+        m_rack_panel->set_rack(rack);
+        m_node_model->set_node(m_rack_panel->current_node());
+    });
+    connect(m_rack_panel, &RackPanel::selected_node_changed, m_node_model,
+            &NodePanelViewModel::set_node);
+    connect(m_rack_panel, &RackPanel::edit_requested, this, [this](const QUuid &node) {
+        m_node_model->set_node(node);
+        m_node_panel->setFocus();
+    });
+
+    // Panels let go of a project before it goes and take up the next one.
+    connect(m_model, &MainWindowViewModel::before_project_replaced, this, [this] {
+        m_node_model->set_node({});
+        m_rack_panel->set_rack({});
+        const PanelContext none;
+        m_node_model->set_context(none);
+        m_rack_model->set_context(none);
+        m_racks_model->set_context(none);
+    });
+    connect(m_model, &MainWindowViewModel::project_replaced, this, &MainWindow::bind_panels);
+    bind_panels();
+
+    m_splitter->setStretchFactor(0, 0);
+    m_splitter->setStretchFactor(1, 1);
+    m_splitter->setStretchFactor(2, 1);
     m_splitter->setSizes({240, 480, 380});
     setCentralWidget(m_splitter);
+}
+
+void MainWindow::bind_panels()
+{
+    engine::ProjectManager &projects = m_model->project_manager();
+    PanelContext context;
+    if (projects.has_project()) {
+        context.project = projects.project();
+        context.commands = projects.commands();
+        context.runtime = projects.runtime();
+        context.registry = &projects.registry();
+    }
+    m_racks_model->set_context(context);
+    m_rack_model->set_context(context);
+    m_node_model->set_context(context);
+    // The first rack is open from the start.
+    if (context.project && m_racks_model->rowCount() > 0)
+        m_racks_model->set_selected_rack(m_racks_model->rack_at(0));
 }
 
 void MainWindow::restore_settings()
@@ -275,24 +358,47 @@ void MainWindow::save_settings() const
     settings.setValue(QStringLiteral("MainWindow/Geometry"), saveGeometry());
     settings.setValue(QStringLiteral("MainWindow/State"), m_splitter->saveState());
     const QString linked = m_model->linked_file();
-    if (!linked.isEmpty())
-        settings.setValue(QStringLiteral("LastOpenPath"), linked);
+    if (linked.isEmpty())
+        return;
+    settings.setValue(QStringLiteral("LastOpenPath"), linked);
+    settings.setValue(QStringLiteral("LastOpenRack"),
+                      m_racks_model->selected_rack().toString(QUuid::WithoutBraces));
+    settings.setValue(QStringLiteral("LastOpenNode"),
+                      m_rack_panel->current_node().toString(QUuid::WithoutBraces));
 }
 
 void MainWindow::open_initial_project(const QString &path)
 {
-    QString chosen = path;
-    if (chosen.isEmpty() && !m_context.settings_file.isEmpty()) {
+    QString last;
+    QUuid rack;
+    QUuid node;
+    if (!m_context.settings_file.isEmpty()) {
         QSettings settings(m_context.settings_file, QSettings::IniFormat);
-        const QString last = settings.value(QStringLiteral("LastOpenPath")).toString();
-        if (!last.isEmpty() && QFileInfo(last).isFile())
-            chosen = last;
+        last = settings.value(QStringLiteral("LastOpenPath")).toString();
+        rack = QUuid(settings.value(QStringLiteral("LastOpenRack")).toString());
+        node = QUuid(settings.value(QStringLiteral("LastOpenNode")).toString());
     }
+    QString chosen = path;
+    if (chosen.isEmpty() && !last.isEmpty() && QFileInfo(last).isFile())
+        chosen = last;
     engine::ProjectManager &projects = m_model->project_manager();
-    if (chosen.isEmpty() || !projects.open(chosen)) {
-        if (!projects.has_project())
-            projects.new_project();
+    if (!chosen.isEmpty() && projects.open(chosen)) {
+        if (QFileInfo(chosen) == QFileInfo(last))
+            restore_selection(rack, node);
+        return;
     }
+    if (!projects.has_project())
+        projects.new_project();
+}
+
+void MainWindow::restore_selection(const QUuid &rack, const QUuid &node)
+{
+    if (rack.isNull() || m_racks_model->row_of(rack) < 0)
+        return;
+    m_racks_model->set_selected_rack(rack);
+    const model::Project *project = m_rack_model->context().project;
+    if (!node.isNull() && project && project->find_node(node))
+        m_rack_panel->select_node(node);
 }
 
 void MainWindow::refresh_undo_redo()

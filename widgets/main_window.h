@@ -4,9 +4,11 @@
 #include <QMap>
 #include <QMainWindow>
 #include <QPointer>
+#include <QUuid>
 
 #include <functional>
 
+class QLabel;
 class QSplitter;
 class QSystemTrayIcon;
 class QMenu;
@@ -20,6 +22,12 @@ namespace corv::widgets {
 
 class AboutWindow;
 class MainWindowViewModel;
+class NodePanel;
+class NodePanelViewModel;
+class RackPanel;
+class RackPanelViewModel;
+class RacksPanel;
+class RacksPanelViewModel;
 
 // What the main window needs from the running program.
 struct MainWindowContext {
@@ -64,9 +72,14 @@ public:
     MainWindowViewModel *view_model() const { return m_model; }
     QAction *action(Action which) const { return m_actions.value(which); }
     QSplitter *splitter() const { return m_splitter; }
+    RacksPanel *racks_panel() const { return m_racks_panel; }
+    RackPanel *rack_panel() const { return m_rack_panel; }
+    NodePanel *node_panel() const { return m_node_panel; }
 
     // The first project: `path` when given, else "LastOpenPath" when that
     // file exists, else a new one. No question is asked (nothing is open yet).
+    // The last project comes back with "LastOpenRack" and "LastOpenNode"
+    // selected.
     void open_initial_project(const QString &path = {});
 
     // Writes geometry, splitter state and the last project to "settings.ini".
@@ -92,7 +105,9 @@ private:
     void create_actions();
     void create_menus();
     void create_panels();
+    void bind_panels();
     void restore_settings();
+    void restore_selection(const QUuid &rack, const QUuid &node);
     void refresh_undo_redo();
     void refresh_pause();
     void dispatch_edit(Action which);
@@ -107,6 +122,12 @@ private:
     MainWindowViewModel *m_model;
     QMap<Action, QAction *> m_actions;
     QSplitter *m_splitter = nullptr;
+    RacksPanelViewModel *m_racks_model = nullptr;
+    RackPanelViewModel *m_rack_model = nullptr;
+    NodePanelViewModel *m_node_model = nullptr;
+    RacksPanel *m_racks_panel = nullptr;
+    RackPanel *m_rack_panel = nullptr;
+    NodePanel *m_node_panel = nullptr;
     QSystemTrayIcon *m_tray = nullptr;
     QMenu *m_tray_menu = nullptr;
     QAction *m_tray_pause = nullptr;

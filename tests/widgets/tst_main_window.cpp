@@ -14,6 +14,10 @@
 #include "persistence/project_manager.h"
 #include "widgets/main_window.h"
 #include "widgets/main_window_view_model.h"
+#include "widgets/rack_panel.h"
+#include "widgets/rack_panel_view_model.h"
+#include "widgets/racks_panel.h"
+#include "widgets/racks_panel_view_model.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -436,7 +440,10 @@ private Q_SLOTS:
     // The last project, the splitter and the geometry come back.
     void settings_restored()
     {
+        add_rack(QStringLiteral("first"));
         open_saved("show.corv");
+        const QUuid second = m_projects->project()->profile()->at(1);
+        m_window->racks_panel()->view_model()->set_selected_rack(second);
         m_window->splitter()->setSizes({100, 500, 300});
         const QList<int> sizes = m_window->splitter()->sizes();
         m_window.reset();
@@ -447,7 +454,9 @@ private Q_SLOTS:
         m_projects = std::make_unique<engine::ProjectManager>(m_registry, &m_config);
         make_window();
         QCOMPARE(m_window->view_model()->linked_file(), path("show.corv"));
-        QCOMPARE(rack_count(), 1);
+        QCOMPARE(rack_count(), 2u);
+        QCOMPARE(m_window->racks_panel()->view_model()->selected_rack(), second);
+        QCOMPARE(m_window->rack_panel()->view_model()->title(), QStringLiteral("Rack: A"));
         QCOMPARE(m_window->splitter()->sizes(), sizes);
     }
 };
