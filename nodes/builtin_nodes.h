@@ -28,4 +28,10 @@ std::span<const BuiltinNodeRow> builtin_node_table();
 // is kept for the nodes' translations.
 void register_builtin_nodes(corv_plugin *plugin, corv_registration *registration);
 
+// Display echo: while on, every event a display node shows is also printed to
+// standard output, one "key: value" line per key as its panel shows them.
+// Off unless the program turns it on (it does for headless runs).
+void set_display_echo(bool on);
+bool display_echo();
+
 } // namespace corv::nodes

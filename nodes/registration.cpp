@@ -1,9 +1,12 @@
 #include "nodes/builtin_nodes.h"
 
+#include "nodes/compare.h"
 #include "nodes/count.h"
+#include "nodes/files.h"
 #include "nodes/flow.h"
 #include "nodes/hotkeys.h"
 #include "nodes/node_support.h"
+#include "nodes/schedule.h"
 #include "nodes/timing.h"
 
 #include <QByteArray>
@@ -34,28 +37,26 @@ constexpr char kOperators[] = "NodeCategory.Operators";
 constexpr char kQueues[] = "NodeCategory.Queues";
 constexpr char kSources[] = "NodeCategory.Sources";
 
-// Rows without callbacks are the types of later work: compare and evaluate,
-// the counts (registered right after compare), display, the file nodes and
-// the hotkey nodes. They fill in their callbacks here, in this order.
+// The count types are registered right after compare.
 constexpr BuiltinNodeRow kTable[] = {
     {"io.marrowfield.compare", "CompareNode.Name", kFilters,
-     ":/corv/icons/nodes/compare.png", decoration<42>, nullptr},
+     ":/corv/icons/nodes/compare.png", decoration<42>, &compare_node},
     {"io.marrowfield.countblock", "CountBlockNode.Name", kOperators,
-     ":/corv/icons/nodes/count.png", decoration<43>, nullptr},
+     ":/corv/icons/nodes/count.png", decoration<43>, &count_block_node},
     {"io.marrowfield.countdiscretetime", "CountDiscreteTimeNode.Name", kOperators,
-     ":/corv/icons/nodes/count.png", decoration<43>, nullptr},
+     ":/corv/icons/nodes/count.png", decoration<43>, &count_discrete_time_node},
     {"io.marrowfield.countrollingtime", "CountRollingTimeNode.Name", kOperators,
-     ":/corv/icons/nodes/count.png", decoration<43>, nullptr},
+     ":/corv/icons/nodes/count.png", decoration<43>, &count_rolling_time_node},
     {"io.marrowfield.countchildreset", "CountChildResetNode.Name", kOperators,
-     ":/corv/icons/nodes/count.png", decoration<42>, nullptr},
+     ":/corv/icons/nodes/count.png", decoration<42>, &count_child_reset_node},
     {"io.marrowfield.debounce", "DebounceNode.Name", kQueues,
      ":/corv/icons/nodes/debounce.png", decoration<14>, &debounce_node},
     {"io.marrowfield.delay", "DelayNode.Name", kQueues,
      ":/corv/icons/nodes/delay.png", decoration<14>, &delay_node},
     {"io.marrowfield.display", "DisplayNode.Name", kActions,
-     ":/corv/icons/nodes/display.png", decoration<35>, nullptr},
+     ":/corv/icons/nodes/display.png", decoration<35>, &display_node},
     {"io.marrowfield.evaluate", "EvaluateNode.Name", kOperators,
-     ":/corv/icons/nodes/evaluate.png", decoration<38>, nullptr},
+     ":/corv/icons/nodes/evaluate.png", decoration<38>, &evaluate_node},
     {"io.marrowfield.fork", "ForkNode.Name", kOperators,
      ":/corv/icons/nodes/fork.png", decoration<11>, &fork_node},
     {"io.marrowfield.forward", "ForwardNode.Name", kActions,
@@ -65,7 +66,7 @@ constexpr BuiltinNodeRow kTable[] = {
     {"io.marrowfield.custom", "OnCustomNode.Name", kSources,
      ":/corv/icons/nodes/custom.png", decoration<41>, &on_custom_node},
     {"io.marrowfield.onfilechanged", "OnFileChangedNode.Name", kSources,
-     ":/corv/icons/nodes/file_changed.png", decoration<41>, nullptr},
+     ":/corv/icons/nodes/file_changed.png", decoration<41>, &on_file_changed_node},
     {"io.marrowfield.onhotkey", "OnHotkeyNode.Name", kSources,
      ":/corv/icons/nodes/hotkey.png", decoration<41>, &on_hotkey_node},
     {"io.marrowfield.ratelimitqueue", "RateLimitQueueNode.Name", kQueues,
@@ -75,7 +76,7 @@ constexpr BuiltinNodeRow kTable[] = {
     {"io.marrowfield.ratelimitlatest", "RateLimitLatestNode.Name", kQueues,
      ":/corv/icons/nodes/rate_limit.png", decoration<14>, &rate_limit_latest_node},
     {"io.marrowfield.readtext", "ReadTextFileNode.Name", kOperators,
-     ":/corv/icons/nodes/read_text.png", decoration<38>, nullptr},
+     ":/corv/icons/nodes/read_text.png", decoration<38>, &read_text_node},
     {"io.marrowfield.receive", "ReceiveNode.Name", kSources,
      ":/corv/icons/nodes/receive.png", decoration<41>, &receive_node},
     {"io.marrowfield.send", "SendNode.Name", kActions,
@@ -88,8 +89,30 @@ constexpr BuiltinNodeRow kTable[] = {
     {"io.marrowfield.triggerhotkey", "TriggerHotkeyNode.Name", kActions,
      ":/corv/icons/nodes/hotkey.png", decoration<35>, &trigger_hotkey_node},
     {"io.marrowfield.writetext", "WriteTextFileNode.Name", kActions,
-     ":/corv/icons/nodes/write_text.png", decoration<35>, nullptr},
+     ":/corv/icons/nodes/write_text.png", decoration<35>, &write_text_node},
 };
+
+// Types that came after the table; registered behind it, in this order.
+constexpr BuiltinNodeRow kLater[] = {
+    {"io.marrowfield.onschedule", "OnScheduleNode.Name", kSources,
+     ":/corv/icons/nodes/schedule.png", decoration<41>, &on_schedule_node},
+};
+
+void register_row(corv_plugin *plugin, corv_registration *registration, const BuiltinNodeRow &row)
+{
+    if (!row.callbacks)
+        return;
+    const QByteArray icon_bytes = read_icon(row.icon);
+    const corv_icon icon{CORV_IMAGE_DETECT, icon_bytes.constData(), std::uint32_t(icon_bytes.size())};
+    corv_node_type type = *row.callbacks;
+    type.id = row.id;
+    type.name = corv_plugin_tr(plugin, row.name_key);
+    type.category = corv_plugin_tr(plugin, row.category_key);
+    type.icon = icon_bytes.isEmpty() ? nullptr : &icon;
+    if (!type.get_decoration)
+        type.get_decoration = row.decoration;
+    corv_register_node(registration, &type);
+}
 
 } // namespace
 
@@ -101,20 +124,10 @@ std::span<const BuiltinNodeRow> builtin_node_table()
 void register_builtin_nodes(corv_plugin *plugin, corv_registration *registration)
 {
     set_plugin(plugin);
-    for (const BuiltinNodeRow &row : kTable) {
-        if (!row.callbacks)
-            continue;
-        const QByteArray icon_bytes = read_icon(row.icon);
-        const corv_icon icon{CORV_IMAGE_DETECT, icon_bytes.constData(), std::uint32_t(icon_bytes.size())};
-        corv_node_type type = *row.callbacks;
-        type.id = row.id;
-        type.name = corv_plugin_tr(plugin, row.name_key);
-        type.category = corv_plugin_tr(plugin, row.category_key);
-        type.icon = icon_bytes.isEmpty() ? nullptr : &icon;
-        if (!type.get_decoration)
-            type.get_decoration = row.decoration;
-        corv_register_node(registration, &type);
-    }
+    for (const BuiltinNodeRow &row : kTable)
+        register_row(plugin, registration, row);
+    for (const BuiltinNodeRow &row : kLater)
+        register_row(plugin, registration, row);
 
     const corv_node_migration rate_limit{"io.marrowfield.ratelimit", nullptr, migrate_rate_limit};
     corv_register_node_migration(registration, &rate_limit);

@@ -188,6 +188,27 @@ void Rig::post(const QUuid &rack, const QByteArray &id)
     corv_event_destroy(event);
 }
 
+void Rig::post(const QUuid &rack, const QList<std::pair<QByteArray, QByteArray>> &keys)
+{
+    corv_event *event = corv_event_create();
+    for (const auto &[key, value] : keys)
+        corv_event_set(event, key.constData(), value.constData());
+    corv_event_post(engine::handles::to_handle(runtime->find_rack_manager(rack)->sink()), event);
+    corv_event_destroy(event);
+}
+
+QStringList Rig::labels(const QUuid &node) const
+{
+    QStringList texts;
+    auto *panel = dynamic_cast<corv::cui::PropertySurface *>(runtime->find_node_manager(node)->surface());
+    if (!panel)
+        return texts;
+    for (const QString &id : panel->surface()->declared_ids())
+        if (auto *label = panel->surface()->element_as<corv::cui::LabelField>(id))
+            texts << label->text();
+    return texts;
+}
+
 void Rig::turns(int count)
 {
     for (int i = 0; i < count; ++i)

@@ -59,6 +59,10 @@ public:
 
     // Posts an event {"id": id} into a rack, as a source would.
     void post(const QUuid &rack, const QByteArray &id);
+    // Posts an event of these keys and values, in this order.
+    void post(const QUuid &rack, const QList<std::pair<QByteArray, QByteArray>> &keys);
+    // The texts of the labels of the node's panel, in declaration order.
+    QStringList labels(const QUuid &node) const;
     // Lets the event loop run `count` turns, or for `ms` milliseconds.
     static void turns(int count);
     static void wait(int ms);

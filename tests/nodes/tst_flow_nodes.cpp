@@ -43,22 +43,33 @@ private Q_SLOTS:
             quint32 decoration;
         };
         const Expected table[] = {
+            {"compare", "CompareNode.Name", "Compare", "Filters", "compare", 42},
+            {"countblock", "CountBlockNode.Name", "Count in Blocks", "Operators", "count", 43},
+            {"countdiscretetime", "CountDiscreteTimeNode.Name", "Count per Time Window", "Operators", "count", 43},
+            {"countrollingtime", "CountRollingTimeNode.Name", "Count in Rolling Window", "Operators", "count", 43},
+            {"countchildreset", "CountChildResetNode.Name", "Count Until Reset", "Operators", "count", 42},
             {"debounce", "DebounceNode.Name", "Debounce", "Queues", "debounce", 14},
             {"delay", "DelayNode.Name", "Delay", "Queues", "delay", 14},
+            {"display", "DisplayNode.Name", "Display", "Actions", "display", 35},
+            {"evaluate", "EvaluateNode.Name", "Evaluate", "Operators", "evaluate", 38},
             {"fork", "ForkNode.Name", "Fork", "Operators", "fork", 11},
             {"forward", "ForwardNode.Name", "Forward to Rack", "Actions", "forward", 35},
             {"loop", "LoopNode.Name", "Loop", "Operators", "loop", 42},
             {"custom", "OnCustomNode.Name", "Custom Event", "Sources", "custom", 41},
+            {"onfilechanged", "OnFileChangedNode.Name", "On File Change", "Sources", "file_changed", 41},
             {"onhotkey", "OnHotkeyNode.Name", "On Hotkey", "Sources", "hotkey", 41},
             {"ratelimitqueue", "RateLimitQueueNode.Name", "Rate Limit (Queue)", "Queues", "rate_limit", 14},
             {"ratelimitearliest", "RateLimitEarliestNode.Name", "Rate Limit (Keep Earliest)", "Queues", "rate_limit",
              14},
             {"ratelimitlatest", "RateLimitLatestNode.Name", "Rate Limit (Keep Latest)", "Queues", "rate_limit", 14},
+            {"readtext", "ReadTextFileNode.Name", "Read Text File", "Operators", "read_text", 38},
             {"receive", "ReceiveNode.Name", "Receive", "Sources", "receive", 41},
             {"send", "SendNode.Name", "Send", "Actions", "send", 35},
             {"sequential", "SequentialNode.Name", "One at a Time", "Queues", "sequential", 42},
             {"stop", "StopNode.Name", "Stop", "Operators", "stop", 2},
             {"triggerhotkey", "TriggerHotkeyNode.Name", "Press Hotkey", "Actions", "hotkey", 35},
+            {"writetext", "WriteTextFileNode.Name", "Write Text File", "Actions", "write_text", 35},
+            {"onschedule", "OnScheduleNode.Name", "On Schedule", "Sources", "schedule", 41},
         };
         Rig rig;
         QStringList ids;
