@@ -27,6 +27,7 @@
 #include <QIcon>
 #include <QPixmap>
 #include <QLineEdit>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSettings>
@@ -366,9 +367,24 @@ private Q_SLOTS:
         QCOMPARE(m_window->windowTitle(), QStringLiteral("show – Corvane 0.9.4"));
     }
 
-    // Edit actions go to the focused widget.
+    // Edit actions go to the focused widget: a panel, or a text field.
     void edit_actions_reach_focus()
     {
+        add_rack(QStringLiteral("A"));
+        add_rack(QStringLiteral("B"));
+        QListView *racks = m_window->racks_panel()->list();
+        racks->setFocus();
+        QTRY_VERIFY(racks->hasFocus());
+        m_window->action(Action::SelectAll)->trigger();
+        m_window->action(Action::Copy)->trigger();
+        m_window->action(Action::Paste)->trigger();
+        QCOMPARE(rack_count(), 4u);
+        m_window->action(Action::SelectAll)->trigger();
+        m_window->action(Action::Delete)->trigger();
+        QCOMPARE(rack_count(), 0u);
+        m_window->action(Action::Undo)->trigger();
+        QCOMPARE(rack_count(), 4u);
+
         auto *field = new QLineEdit(QStringLiteral("hello"), m_window.get());
         field->show();
         field->setFocus();
