@@ -1,25 +1,47 @@
 #include "app/application.h"
 
 #include "app/builtin_plugin.h"
+#include "app/control.h"
 #include "app/identity.h"
-#include "app/project_session.h"
 #include "app/paths.h"
 #include "app/shutdown_signals.h"
+#include "app/user_agent.h"
 
+#include "cui/property_surface.h"
+#include "engine/config_manager.h"
 #include "engine/node_registry.h"
+#include "engine/project_runtime.h"
+#include "input/hotkey_poller.h"
+#include "input/key_injector.h"
 #include "locale/translate.h"
 #include "model/project.h"
+#include "model/property.h"
+#include "nodes/mailbox.h"
+#include "persistence/command_manager.h"
+#include "persistence/project_manager.h"
+#include "persistence/reader.h"
 #include "sdk/plugin_list.h"
+#include "sdk/plugin_preferences.h"
+#include "update/hand_off.h"
+#include "widgets/update_window.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QIcon>
+#include <QJsonObject>
+#include <QLibrary>
 #include <QLoggingCategory>
 #include <QMainWindow>
 #include <QProxyStyle>
+#include <QSettings>
 #include <QSysInfo>
+#include <QTimer>
+
+#include <algorithm>
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,13 +58,24 @@ struct CommandLine {
     QCommandLineOption version;
     QCommandLineOption headless{QStringLiteral("headless"),
                                 QStringLiteral("Run without any window until interrupted.")};
+    QCommandLineOption post{QStringLiteral("post"),
+                            QStringLiteral("Post an event made of the KEY=VALUE arguments to a mailbox "
+                                           "of the running Corvane."),
+                            QStringLiteral("mailbox")};
+    QCommandLineOption check{QStringLiteral("check"),
+                             QStringLiteral("Read a project with every plugin, print each problem and "
+                                            "exit with 0 only when there is none."),
+                             QStringLiteral("project")};
 
     CommandLine() : help(parser.addHelpOption()), version(parser.addVersionOption())
     {
         parser.setApplicationDescription(QStringLiteral("Desktop event automation."));
         parser.addOption(headless);
+        parser.addOption(post);
+        parser.addOption(check);
         parser.addPositionalArgument(QStringLiteral("project"),
-                                     QStringLiteral("Project file to open."),
+                                     QStringLiteral("Project file to open (with --post: KEY=VALUE "
+                                                    "pairs of the event)."),
                                      QStringLiteral("[project]"));
     }
 
@@ -52,17 +85,47 @@ struct CommandLine {
                parser.optionNames().contains(QLatin1StringView("help-all"));
     }
 
-    // Ends the process on more than one project: only the first would open.
+    bool runs_without_window() const
+    {
+        return parser.isSet(headless) || parser.isSet(post) || parser.isSet(check);
+    }
+
+    [[noreturn]] static void refuse(const QString &text)
+    {
+        std::fprintf(stderr, "%s: %s\n", qUtf8Printable(QCoreApplication::applicationName().toLower()),
+                     qUtf8Printable(text));
+        std::exit(EXIT_FAILURE);
+    }
+
+    // Ends the process on a command line that asks for two things at once.
     StartOptions options() const
     {
-        const QStringList projects = parser.positionalArguments();
-        if (projects.size() > 1) {
-            std::fprintf(stderr, "%s: expected at most one project, got %lld\n",
-                         qUtf8Printable(QCoreApplication::applicationName().toLower()),
-                         static_cast<long long>(projects.size()));
-            std::exit(EXIT_FAILURE);
+        StartOptions options;
+        const QStringList arguments = parser.positionalArguments();
+        if (int(parser.isSet(post)) + int(parser.isSet(check)) + int(parser.isSet(headless)) > 1)
+            refuse(QStringLiteral("--post, --check and --headless can't be combined"));
+        if (parser.isSet(post)) {
+            options.mode = StartOptions::Mode::Post;
+            options.mailbox = parser.value(post);
+            for (const QString &argument : arguments) {
+                if (!argument.contains(u'='))
+                    refuse(QStringLiteral("expected KEY=VALUE, got \"%1\"").arg(argument));
+            }
+            options.values = arguments;
+            return options;
         }
-        return {parser.isSet(headless), projects.value(0)};
+        if (arguments.size() > 1)
+            refuse(QStringLiteral("expected at most one project, got %1").arg(arguments.size()));
+        if (parser.isSet(check)) {
+            if (!arguments.isEmpty())
+                refuse(QStringLiteral("--check takes one project"));
+            options.mode = StartOptions::Mode::Check;
+            options.project_path = parser.value(check);
+            return options;
+        }
+        options.headless = parser.isSet(headless);
+        options.project_path = arguments.value(0);
+        return options;
     }
 };
 
@@ -104,13 +167,93 @@ StartOptions read_command_line(int &argc, char **argv)
         return line.options();
     // A GUI run may carry Qt's own options (-platform, -style ...), which only
     // QApplication knows; such a command line is checked again once it exists.
-    if (!parsed && !line.parser.isSet(line.headless))
+    if (!parsed && !line.runs_without_window())
         return {};
 
     QCoreApplication app(argc, argv);
     line.parser.process(app); // prints help, version or the error, and exits
     return line.options();
 }
+
+namespace {
+
+// The folders of a folder that hold a library named like the folder: the
+// plugins that the plugin installer put there. Folders holding only a
+// plugin's preferences are passed over without a word.
+void scan_installed_plugins(engine::PluginList &plugins, const QString &folder)
+{
+    const QFileInfoList folders =
+        QDir(folder).entryInfoList(QDir::Dirs | QDir::Readable | QDir::NoDotAndDotDot, QDir::Unsorted);
+    for (const QFileInfo &plugin_folder : folders) {
+        const QString id = plugin_folder.fileName();
+        const QFileInfoList files = QDir(plugin_folder.filePath()).entryInfoList(QDir::Files);
+        const bool has_library = std::any_of(files.begin(), files.end(), [&](const QFileInfo &file) {
+            return file.completeBaseName() == id && QLibrary::isLibrary(file.fileName());
+        });
+        if (!has_library || plugins.find(id))
+            continue;
+        qCDebug(lcApp, "Found plugin in %s", qUtf8Printable(plugin_folder.filePath()));
+        plugins.load_folder(plugin_folder.filePath());
+    }
+}
+
+// The plugins of the program, as a run and --check load them: the built-in
+// node set first, the folder beside the executable, then the plugins the
+// user installed; and the three initialisation passes.
+void load_all_plugins(engine::PluginList &plugins, engine::NodeRegistry &registry)
+{
+    install_builtin_nodes();
+    plugins.add_builtin(builtin_plugin_entry_points(), paths::application_folder());
+    plugins.scan(paths::plugins_folder());
+    scan_installed_plugins(plugins, paths::installed_plugins_folder());
+    plugins.initialize(registry);
+}
+
+void install_translation()
+{
+    locale::install_application_translator();
+    model::set_rack_name_source(&locale::rack_name);
+}
+
+// Every node's rack, found by walking each rack's tree.
+QHash<QUuid, QUuid> rack_of_nodes(const model::Project &project)
+{
+    QHash<QUuid, QUuid> rack_of;
+    for (std::size_t r = 0; r < project.profile()->count(); ++r) {
+        const QUuid rack_id = project.profile()->at(r);
+        const model::Rack *rack = project.find_rack(rack_id);
+        if (!rack)
+            continue;
+        QList<const model::Children *> pending{rack->top_level()};
+        while (!pending.isEmpty()) {
+            const model::Children *children = pending.takeLast();
+            for (std::size_t i = 0; i < children->count(); ++i) {
+                const QUuid id = children->at(i);
+                if (rack_of.contains(id))
+                    continue;
+                rack_of.insert(id, rack_id);
+                if (const model::Node *node = project.find_node(id))
+                    pending.append(node->children());
+            }
+        }
+    }
+    return rack_of;
+}
+
+// Collects the warnings of --check and keeps the rest of the log quiet.
+QStringList *g_check_messages = nullptr;
+
+void check_message_handler(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type == QtDebugMsg || type == QtInfoMsg)
+        return;
+    if (g_check_messages)
+        g_check_messages->append(message);
+    else
+        std::fprintf(stderr, "%s\n", qUtf8Printable(message));
+}
+
+} // namespace
 
 void log_banner()
 {
@@ -119,15 +262,124 @@ void log_banner()
     qInfo("Compiled on Qt %s, running on Qt %s", QT_VERSION_STR, qVersion());
 }
 
+bool hand_project_to_running_instance(const StartOptions &options)
+{
+    if (options.mode != StartOptions::Mode::Run || options.headless || options.project_path.isEmpty())
+        return false;
+    const control::Reply reply = control::send(
+        {{QStringLiteral("open"), QFileInfo(options.project_path).absoluteFilePath()}},
+        control::socket_name(), 2000);
+    return reply.status == control::Reply::Answered && reply.answer.value(QLatin1StringView("ok")).toBool();
+}
+
+int run_post(int &argc, char **argv, const StartOptions &options)
+{
+    QCoreApplication app(argc, argv);
+    QJsonObject event;
+    for (const QString &pair : options.values) {
+        const qsizetype equals = pair.indexOf(u'=');
+        event.insert(pair.left(equals), pair.mid(equals + 1));
+    }
+    const control::Reply reply =
+        control::send({{QStringLiteral("post"), options.mailbox}, {QStringLiteral("event"), event}});
+    switch (reply.status) {
+    case control::Reply::NoInstance:
+        std::fprintf(stderr, "No running Corvane to post to\n");
+        return 1;
+    case control::Reply::Failed:
+        std::fprintf(stderr, "%s\n", qUtf8Printable(reply.error));
+        return 2;
+    case control::Reply::Answered:
+        break;
+    }
+    if (!reply.answer.value(QLatin1StringView("ok")).toBool()) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(reply.answer.value(QLatin1StringView("error")).toString()));
+        return 2;
+    }
+    std::printf("Posted to %d receive node(s) of mailbox \"%s\"\n",
+                reply.answer.value(QLatin1StringView("receivers")).toInt(), qUtf8Printable(options.mailbox));
+    return 0;
+}
+
+namespace {
+int check_project(const QString &path);
+}
+
+int run_check(int &argc, char **argv, const StartOptions &options)
+{
+    QCoreApplication app(argc, argv);
+    qInstallMessageHandler(check_message_handler);
+    install_translation();
+    const int exit_code = check_project(options.project_path);
+    std::fflush(stdout);
+    return exit_code;
+}
+
+namespace {
+
+int check_project(const QString &path)
+{
+    engine::PluginList plugins;
+    engine::NodeRegistry registry;
+    load_all_plugins(plugins, registry);
+
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        std::printf("%s: %s\n", qUtf8Printable(path), qUtf8Printable(file.errorString()));
+        return 1;
+    }
+    QStringList messages;
+    model::Project project;
+    g_check_messages = &messages;
+    const engine::ReadResult result = engine::read_project(file.readAll(), project);
+    g_check_messages = nullptr;
+
+    qsizetype problems = messages.size();
+    for (const QString &message : messages)
+        std::printf("%s: %s\n", qUtf8Printable(path), qUtf8Printable(message));
+    if (result == engine::ReadResult::Ok) {
+        const QHash<QUuid, QUuid> rack_of = rack_of_nodes(project);
+        QList<QUuid> ids = project.nodes().keys();
+        std::sort(ids.begin(), ids.end(), [&](const QUuid &a, const QUuid &b) {
+            return std::pair(rack_of.value(a), a) < std::pair(rack_of.value(b), b);
+        });
+        for (const QUuid &id : ids) {
+            const QString type = project.find_node(id)->impl_id();
+            if (registry.find(type) || registry.find_migration(type))
+                continue;
+            ++problems;
+            const QUuid rack_id = rack_of.value(id);
+            const model::Rack *rack = project.find_rack(rack_id);
+            std::printf("%s: unknown node type \"%s\" in rack %s, node %s\n",
+                        qUtf8Printable(path), qUtf8Printable(type),
+                        rack ? qUtf8Printable(QStringLiteral("\"%1\" (%2)")
+                                                  .arg(rack->name(), rack_id.toString(QUuid::WithoutBraces)))
+                             : "(none)",
+                        qUtf8Printable(id.toString(QUuid::WithoutBraces)));
+        }
+    } else if (messages.isEmpty()) {
+        ++problems;
+    }
+    if (problems == 0)
+        std::printf("%s: no problems\n", qUtf8Printable(path));
+    return problems == 0 ? 0 : 1;
+}
+
+} // namespace
+
 struct Application::Impl {
     StartOptions options;
     // Declared in construction order; members are destroyed bottom-up.
     std::unique_ptr<QCoreApplication> qt;
     std::unique_ptr<ShutdownSignals> shutdown_signals;
+    std::unique_ptr<engine::ConfigManager> config;
     std::unique_ptr<engine::PluginList> plugins;
     std::unique_ptr<engine::NodeRegistry> registry;
-    std::unique_ptr<ProjectSession> session;
+    std::unique_ptr<engine::ProjectManager> projects;
+    std::unique_ptr<control::Server> control;
     std::unique_ptr<QMainWindow> main_window;
+    // Set when a headless run can't do what it was started for.
+    int failed_exit_code = 0;
 
     void create_application_object(int &argc, char **argv)
     {
@@ -160,32 +412,60 @@ struct Application::Impl {
                          });
     }
 
-    // The application's translator, and the names it proposes for new racks.
-    void install_translation()
+    // What an update left behind at the last start goes now.
+    void clean_up_after_update()
     {
-        locale::install_application_translator();
-        model::set_rack_name_source(&locale::rack_name);
+        QSettings settings(paths::settings_file(), QSettings::IniFormat);
+        update::clean_up_after_update(settings);
     }
 
-    // The plugin list with the executable's own node set first, then one
-    // plugin per folder of the "plugins" folder; the node registry; and the
-    // three initialisation passes (preferences, load, postload).
+    // The plugin list, the node registry and the project engine, then the
+    // three initialisation passes; the application's preferences reach the
+    // config manager in the built-in plugin's postload.
     void load_plugins()
     {
-        install_builtin_nodes();
+        config = std::make_unique<engine::ConfigManager>();
+        set_builtin_config_manager(config.get());
         plugins = std::make_unique<engine::PluginList>();
-        plugins->add_builtin(builtin_plugin_entry_points(), paths::application_folder());
-        plugins->scan(paths::plugins_folder());
         registry = std::make_unique<engine::NodeRegistry>();
-        // The project engine joins here once projects are opened.
-        plugins->initialize(*registry);
+        projects = std::make_unique<engine::ProjectManager>(*registry, config.get());
+        projects->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+            cui::install_node_surfaces(runtime, &commands);
+        });
+        // The input threads follow the preferences from the first reading on.
+        QObject::connect(config.get(), &engine::ConfigManager::input_poll_ms_changed, config.get(),
+                         [](int ms) { input::HotkeyPoller::instance().set_poll_interval(ms); });
+        QObject::connect(config.get(), &engine::ConfigManager::input_gap_ms_changed, config.get(),
+                         [](int ms) { input::KeyInjector::instance().set_gap(ms); });
+        load_all_plugins(*plugins, *registry);
     }
 
-    // The project named on the command line, running from the start.
+    void listen_for_commands()
+    {
+        control = std::make_unique<control::Server>();
+        control->set_accepts_open(!options.headless);
+        control->set_post_handler([](const QByteArray &mailbox, const QList<QPair<QByteArray, QByteArray>> &pairs) {
+            corv_event *event = corv_event_create();
+            for (const auto &[key, value] : pairs)
+                corv_event_set(event, key.constData(), value.constData());
+            nodes::MailboxRegistry &mailboxes = nodes::MailboxRegistry::instance();
+            const int receivers = int(mailboxes.entry_count(mailbox));
+            mailboxes.deliver(mailbox, event);
+            corv_event_destroy(event);
+            qCDebug(lcApp, "Posted to mailbox %s from the command line", mailbox.constData());
+            return receivers;
+        });
+        control->listen();
+    }
+
+    // The project named on the command line, running from the start. A
+    // headless run has nothing else to do, so a project it can't read ends it.
     void open_project()
     {
-        if (!options.project_path.isEmpty())
-            session = ProjectSession::open(options.project_path, *registry);
+        if (options.project_path.isEmpty())
+            return;
+        if (!projects->open(options.project_path) && options.headless)
+            failed_exit_code = 1;
     }
 
     void create_main_window()
@@ -194,6 +474,23 @@ struct Application::Impl {
             return;
         main_window = std::make_unique<QMainWindow>();
         main_window->setWindowTitle(QString::fromLatin1(kApplicationName));
+    }
+
+    // At start, when the "updatecheck" preference is set, once the window shows.
+    void check_for_updates()
+    {
+        engine::Plugin *application = engine::builtin_plugin();
+        if (!main_window || !application || !application->preferences())
+            return;
+        const model::Property *check =
+            application->preferences()->collection().find(QStringLiteral("updatecheck"));
+        if (!check || !check->value().to_bool())
+            return;
+        QMainWindow *window = main_window.get();
+        engine::PluginList *list = plugins.get();
+        QTimer::singleShot(0, window, [window, list] {
+            widgets::check_for_updates_in_background(window, widgets::update_context(*list, user_agent()));
+        });
     }
 };
 
@@ -204,26 +501,34 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
     d->create_application_object(argc, argv);
     d->read_final_command_line();
     d->watch_shutdown_signals();
-    d->install_translation();
+    install_translation();
+    d->clean_up_after_update();
     d->load_plugins();
+    d->listen_for_commands();
     d->open_project();
     d->create_main_window();
+    d->check_for_updates();
 }
 
 Application::~Application()
 {
     d->main_window.reset();
-    d->session.reset();
+    d->control.reset();
+    d->projects.reset();
     // The registry goes before the plugins whose callbacks it holds; the
     // plugins are unloaded here.
     d->registry.reset();
     d->plugins.reset();
+    set_builtin_config_manager(nullptr);
+    d->config.reset();
     d->shutdown_signals.reset();
     d->qt.reset();
 }
 
 int Application::exec()
 {
+    if (d->failed_exit_code)
+        return d->failed_exit_code;
     qInfo("Initialization complete; starting UI");
     if (d->main_window)
         d->main_window->show();
@@ -238,6 +543,31 @@ const StartOptions &Application::options() const
 QMainWindow *Application::main_window() const
 {
     return d->main_window.get();
+}
+
+engine::PluginList &Application::plugins() const
+{
+    return *d->plugins;
+}
+
+engine::NodeRegistry &Application::registry() const
+{
+    return *d->registry;
+}
+
+engine::ConfigManager &Application::config() const
+{
+    return *d->config;
+}
+
+engine::ProjectManager &Application::projects() const
+{
+    return *d->projects;
+}
+
+control::Server &Application::control() const
+{
+    return *d->control;
 }
 
 } // namespace corv

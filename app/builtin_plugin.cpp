@@ -1,15 +1,47 @@
 #include "app/builtin_plugin.h"
 
 #include "app/identity.h"
+#include "engine/config_manager.h"
+#include "locale/locale_list.h"
 #include "locale/translate.h"
 #include "nodes/builtin_nodes.h"
 #include "sdk/plugin_list.h"
+#include "sdk/plugin_preferences.h"
+#include "cui/property_surface.h"
+#include "widgets/preferences_window_view_model.h"
+
+#include <QGuiApplication>
+#include <QSystemTrayIcon>
+
+#include <vector>
 
 namespace corv {
 
 namespace {
 
 BuiltinNodeRegistrar g_registrar = nullptr;
+engine::ConfigManager *g_config = nullptr;
+
+// The application preferences as the config manager sees them.
+void read_config()
+{
+    engine::Plugin *plugin = engine::builtin_plugin();
+    if (g_config && plugin && plugin->preferences())
+        g_config->read(plugin->preferences()->collection());
+}
+
+// A translated text as the cui calls take it.
+QByteArray utf8(const QString &text)
+{
+    return text.toUtf8();
+}
+
+bool system_tray_available()
+{
+    // Only a window system can have a tray; asking without one is not safe.
+    return qobject_cast<QGuiApplication *>(QCoreApplication::instance()) &&
+           QSystemTrayIcon::isSystemTrayAvailable();
+}
 
 corv_store *preferences_store()
 {
@@ -49,23 +81,61 @@ int builtin_load(corv_registration *registration)
 
 void builtin_postload()
 {
+    // One build of the general page, without any window, puts the default
+    // of every field that the file did not hold into the preferences.
+    if (engine::Plugin *plugin = engine::builtin_plugin())
+        widgets::make_preferences_surface(*plugin);
     apply_language(preferences_store());
+    read_config();
 }
 
 void builtin_unload() {}
 
-// The general page of the preferences window is declared by the window.
-void builtin_build_preferences(cui_generate_context *) {}
-
 void builtin_confirm_preferences(corv_store *store)
 {
     apply_language(store);
+    read_config();
 }
 
 void builtin_migrate_load_preferences(corv_store *) {}
 void builtin_migrate_save_preferences(corv_store *) {}
 
 } // namespace
+
+void set_builtin_config_manager(engine::ConfigManager *config)
+{
+    g_config = config;
+}
+
+void build_application_preferences(cui_generate_context *context)
+{
+    const QStringList names = locale::locale_list().display_names();
+    std::vector<QByteArray> name_bytes;
+    std::vector<const char *> items;
+    for (const QString &name : names)
+        name_bytes.push_back(name.toUtf8());
+    for (const QByteArray &name : name_bytes)
+        items.push_back(name.constData());
+    cui_select(context, "language", utf8(locale::translate("PreferencesWindow.LanguageField")).constData(), items.data(), nullptr,
+               std::uint32_t(items.size()), std::int32_t(locale::default_language_position()));
+    cui_checkbox(context, "updatecheck", utf8(locale::translate("PreferencesWindow.CheckForUpdatesField")).constData(), true);
+    cui_checkbox(context, "minimizetotray", utf8(locale::translate("PreferencesWindow.MinimizeToTray")).constData(), true);
+    cui_set_enabled(context, system_tray_available());
+    cui_int(context, "saveversions", utf8(locale::translate("PreferencesWindow.SaveVersions")).constData(), 3, 1, 1000);
+
+    cui_start_group(context, utf8(locale::translate("PreferencesWindow.AutoSave")).constData());
+    const bool autosave = cui_checkbox(context, "autosave", utf8(locale::translate("PreferencesWindow.AutoSaveEnabled")).constData(), true);
+    cui_int(context, "autosaveminutes", utf8(locale::translate("PreferencesWindow.AutoSaveMinutes")).constData(), 5, 1, 2147483647);
+    cui_set_enabled(context, autosave);
+    cui_end_group(context);
+
+    cui_start_group(context, utf8(locale::translate("PreferencesWindow.Advanced")).constData());
+    cui_int(context, "inputpollms", utf8(locale::translate("PreferencesWindow.InputPollRate")).constData(), 16, 0, 1000);
+    cui_label(context, "", utf8(locale::translate("PreferencesWindow.InputPollRateDescription")).constData());
+    cui_int(context, "inputgapms", utf8(locale::translate("PreferencesWindow.InputGap")).constData(), 50, 0, 1000);
+    cui_label(context, "", utf8(locale::translate("PreferencesWindow.InputGapDescription")).constData());
+    cui_end_group(context);
+}
 
 void set_builtin_node_registrar(BuiltinNodeRegistrar registrar)
 {
@@ -89,7 +159,7 @@ engine::PluginEntryPoints builtin_plugin_entry_points()
     entry.load = &builtin_load;
     entry.postload = &builtin_postload;
     entry.unload = &builtin_unload;
-    entry.build_preferences = &builtin_build_preferences;
+    entry.build_preferences = &build_application_preferences;
     entry.confirm_preferences = &builtin_confirm_preferences;
     entry.migrate_load_preferences = &builtin_migrate_load_preferences;
     entry.migrate_save_preferences = &builtin_migrate_save_preferences;

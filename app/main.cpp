@@ -9,6 +9,18 @@ int main(int argc, char *argv[])
     corv::prefer_unix_event_dispatcher();
     const corv::StartOptions options = corv::read_command_line(argc, argv);
 
+    // The command-line tools answer on the console and keep no log.
+    switch (options.mode) {
+    case corv::StartOptions::Mode::Post:
+        return corv::run_post(argc, argv, options);
+    case corv::StartOptions::Mode::Check:
+        return corv::run_check(argc, argv, options);
+    case corv::StartOptions::Mode::Run:
+        break;
+    }
+    if (corv::hand_project_to_running_instance(options))
+        return 0;
+
     corv::install_logging(corv::paths::log_folder());
     corv::log_banner();
 

@@ -15,6 +15,11 @@ QString plugins_folder()
     return application_folder() + QLatin1StringView("/plugins");
 }
 
+QString installed_plugins_folder()
+{
+    return app_data_folder() + QLatin1StringView("/plugins");
+}
+
 QString app_data_folder()
 {
     return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);

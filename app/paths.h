@@ -12,6 +12,10 @@ QString application_folder();
 // The application folder's "plugins" subfolder, one plugin per subfolder.
 QString plugins_folder();
 
+// The application data folder's "plugins" subfolder: the plugins the plugin
+// installer put there (each beside its data, "<id>/<id>" and the suffix).
+QString installed_plugins_folder();
+
 // QStandardPaths::AppDataLocation: settings, logs and per-plugin data.
 QString app_data_folder();
 QString log_folder();

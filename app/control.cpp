@@ -1,0 +1,217 @@
+#include "app/control.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QLoggingCategory>
+#include <QOperatingSystemVersion>
+#include <QPointer>
+#include <QStandardPaths>
+#include <QTimer>
+
+namespace corv::control {
+
+Q_LOGGING_CATEGORY(lc_control, "corv.app.control")
+
+namespace {
+
+QString user_name()
+{
+    QString name = qEnvironmentVariable("USER");
+    if (name.isEmpty())
+        name = qEnvironmentVariable("USERNAME");
+    if (name.isEmpty())
+        name = qEnvironmentVariable("LOGNAME");
+    return name.isEmpty() ? QStringLiteral("user") : name;
+}
+
+QByteArray line_of(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+}
+
+QJsonObject refusal(const QString &error)
+{
+    return {{QStringLiteral("ok"), false}, {QStringLiteral("error"), error}};
+}
+
+} // namespace
+
+QString socket_name()
+{
+    const QString name = QStringLiteral("corvane-") + user_name();
+    // Windows pipes have names only; elsewhere the socket is a file, best
+    // kept in the user's own runtime folder rather than the shared one.
+    if (QOperatingSystemVersion::currentType() == QOperatingSystemVersion::Windows)
+        return name;
+    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    return runtime.isEmpty() ? name : runtime + u'/' + name;
+}
+
+struct Server::Impl {
+    Server *q = nullptr;
+    QLocalServer server;
+    PostHandler post;
+    bool accepts_open = false;
+
+    QJsonObject answer(const QByteArray &line)
+    {
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(line, &error);
+        if (error.error != QJsonParseError::NoError || !document.isObject())
+            return refusal(QStringLiteral("not a JSON object"));
+        const QJsonObject message = document.object();
+        if (message.size() == 1 && message.value(QLatin1StringView("open")).isString()) {
+            if (!accepts_open)
+                return refusal(QStringLiteral("this instance has no window to open a project in"));
+            Q_EMIT q->open_requested(message.value(QLatin1StringView("open")).toString());
+            return {{QStringLiteral("ok"), true}};
+        }
+        const QJsonValue mailbox = message.value(QLatin1StringView("post"));
+        const QJsonValue event = message.value(QLatin1StringView("event"));
+        if (!mailbox.isString() || !(event.isObject() || event.isUndefined()) ||
+            message.size() != (event.isUndefined() ? 1 : 2))
+            return refusal(QStringLiteral("expected {\"post\": MAILBOX, \"event\": {KEY: VALUE}} or {\"open\": PATH}"));
+        QList<QPair<QByteArray, QByteArray>> pairs;
+        const QJsonObject values = event.toObject();
+        for (auto it = values.begin(); it != values.end(); ++it) {
+            if (!it.value().isString())
+                return refusal(QStringLiteral("the value of \"%1\" is not a string").arg(it.key()));
+            pairs.append({it.key().toUtf8(), it.value().toString().toUtf8()});
+        }
+        const int receivers = post ? post(mailbox.toString().toUtf8(), pairs) : 0;
+        return {{QStringLiteral("ok"), true}, {QStringLiteral("receivers"), receivers}};
+    }
+
+    void serve(QLocalSocket *socket)
+    {
+        auto *timer = new QTimer(socket);
+        timer->setSingleShot(true);
+        QObject::connect(timer, &QTimer::timeout, socket, [socket] {
+            qCWarning(lc_control, "Dropped a control connection that sent no whole message");
+            socket->abort();
+        });
+        timer->start(kReadTimeoutMs);
+        QObject::connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        QObject::connect(socket, &QLocalSocket::readyRead, socket, [this, socket, timer] {
+            if (socket->property("answered").toBool()) {
+                socket->readAll();
+                return;
+            }
+            const qsizetype end = socket->peek(kMaxMessageBytes + 1).indexOf('\n');
+            if (end < 0) {
+                if (socket->bytesAvailable() > kMaxMessageBytes) {
+                    qCWarning(lc_control, "Dropped a control message of more than %lld bytes",
+                              static_cast<long long>(kMaxMessageBytes));
+                    finish(socket, timer, refusal(QStringLiteral("message too long")));
+                }
+                return;
+            }
+            const QByteArray line = socket->read(end + 1).trimmed();
+            QPointer<QLocalSocket> alive(socket);
+            const QJsonObject reply = answer(line);
+            if (!reply.value(QLatin1StringView("ok")).toBool())
+                qCWarning(lc_control, "Refused a control message: %s",
+                          qUtf8Printable(reply.value(QLatin1StringView("error")).toString()));
+            if (alive)
+                finish(socket, timer, reply);
+        });
+    }
+
+    static void finish(QLocalSocket *socket, QTimer *timer, const QJsonObject &reply)
+    {
+        timer->stop();
+        socket->setProperty("answered", true);
+        socket->write(line_of(reply));
+        socket->flush();
+        socket->disconnectFromServer();
+    }
+};
+
+Server::Server(QObject *parent) : QObject(parent), d(std::make_unique<Impl>())
+{
+    d->q = this;
+    d->server.setSocketOptions(QLocalServer::UserAccessOption);
+    d->server.setMaxPendingConnections(16);
+    connect(&d->server, &QLocalServer::newConnection, this, [this] {
+        while (QLocalSocket *socket = d->server.nextPendingConnection())
+            d->serve(socket);
+    });
+}
+
+Server::~Server() = default;
+
+bool Server::listen(const QString &name)
+{
+    if (d->server.listen(name))
+        return true;
+    // Someone answers there: another instance is the one to talk to.
+    QLocalSocket probe;
+    probe.connectToServer(name);
+    if (probe.waitForConnected(1000)) {
+        probe.abort();
+        qInfo("Another Corvane is listening on %s; this one takes no commands", qUtf8Printable(name));
+        return false;
+    }
+    // A socket file left by an instance that is gone.
+    QLocalServer::removeServer(name);
+    if (d->server.listen(name))
+        return true;
+    qWarning("Can't listen on %s: %s", qUtf8Printable(name), qUtf8Printable(d->server.errorString()));
+    return false;
+}
+
+bool Server::is_listening() const
+{
+    return d->server.isListening();
+}
+
+QString Server::server_name() const
+{
+    return d->server.fullServerName();
+}
+
+void Server::set_post_handler(PostHandler handler)
+{
+    d->post = std::move(handler);
+}
+
+void Server::set_accepts_open(bool accepts)
+{
+    d->accepts_open = accepts;
+}
+
+Reply send(const QJsonObject &message, const QString &name, int timeout_ms)
+{
+    Reply reply;
+    QLocalSocket socket;
+    socket.connectToServer(name);
+    if (!socket.waitForConnected(timeout_ms)) {
+        reply.status = Reply::NoInstance;
+        return reply;
+    }
+    socket.write(line_of(message));
+    socket.flush();
+    QByteArray received;
+    QElapsedTimer clock;
+    clock.start();
+    while (!received.contains('\n') && clock.elapsed() < timeout_ms) {
+        if (!socket.waitForReadyRead(int(std::max<qint64>(1, timeout_ms - clock.elapsed()))) &&
+            socket.state() != QLocalSocket::ConnectedState && socket.bytesAvailable() == 0)
+            break;
+        received += socket.readAll();
+    }
+    received += socket.readAll();
+    const QJsonDocument document = QJsonDocument::fromJson(received.trimmed());
+    if (!document.isObject()) {
+        reply.status = Reply::Failed;
+        reply.error = QStringLiteral("no answer from the running Corvane");
+        return reply;
+    }
+    reply.status = Reply::Answered;
+    reply.answer = document.object();
+    return reply;
+}
+
+} // namespace corv::control
