@@ -219,7 +219,8 @@ void MainWindow::create_actions()
     m_actions[Action::OpenLogDirectory]->setEnabled(!m_context.log_folder.isEmpty());
 
     const auto update_context = [this] {
-        UpdateContext context = widgets::update_context(*m_context.plugins, m_context.user_agent);
+        UpdateContext context = widgets::update_context(
+            *m_context.plugins, m_context.user_agent ? m_context.user_agent() : QByteArray());
         if (!m_context.settings_file.isEmpty())
             context.settings_file = m_context.settings_file;
         context.confirm_quit = [this] { return m_model->confirm_unsaved_changes(); };
@@ -378,17 +379,18 @@ void MainWindow::open_initial_project(const QString &path)
         rack = QUuid(settings.value(QStringLiteral("LastOpenRack")).toString());
         node = QUuid(settings.value(QStringLiteral("LastOpenNode")).toString());
     }
-    QString chosen = path;
-    if (chosen.isEmpty() && !last.isEmpty() && QFileInfo(last).isFile())
-        chosen = last;
     engine::ProjectManager &projects = m_model->project_manager();
-    if (!chosen.isEmpty() && projects.open(chosen)) {
-        if (QFileInfo(chosen) == QFileInfo(last))
-            restore_selection(rack, node);
-        return;
+    // A project opened before the window came stays.
+    if (!projects.has_project()) {
+        QString chosen = path;
+        if (chosen.isEmpty() && !last.isEmpty() && QFileInfo(last).isFile())
+            chosen = last;
+        if (chosen.isEmpty() || !projects.open(chosen))
+            projects.new_project();
     }
-    if (!projects.has_project())
-        projects.new_project();
+    const QString linked = m_model->linked_file();
+    if (!linked.isEmpty() && QFileInfo(linked) == QFileInfo(last))
+        restore_selection(rack, node);
 }
 
 void MainWindow::restore_selection(const QUuid &rack, const QUuid &node)

@@ -35,8 +35,8 @@ struct MainWindowContext {
     engine::ProjectManager *projects = nullptr;
     // For the update check and the plugin installer; both are off without it.
     const engine::PluginList *plugins = nullptr;
-    // The "User-Agent" header of update requests.
-    QByteArray user_agent;
+    // The "User-Agent" header of update requests, asked for when needed.
+    std::function<QByteArray()> user_agent;
     // "settings.ini": geometry, splitter state, last project, rack and node.
     // Empty keeps nothing.
     QString settings_file;
@@ -77,8 +77,8 @@ public:
     NodePanel *node_panel() const { return m_node_panel; }
 
     // The first project: `path` when given, else "LastOpenPath" when that
-    // file exists, else a new one. No question is asked (nothing is open yet).
-    // The last project comes back with "LastOpenRack" and "LastOpenNode"
+    // file exists, else a new one; a project the manager holds already stays.
+    // No question is asked (nothing is open yet). The last project comes back with "LastOpenRack" and "LastOpenNode"
     // selected.
     void open_initial_project(const QString &path = {});
 
