@@ -19,6 +19,7 @@
 
 #include <QAbstractItemView>
 #include <QApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
@@ -182,6 +183,51 @@ private Q_SLOTS:
         QTRY_VERIFY(QFileInfo::exists(path("buttons.001.corv")));
         QVERIFY(contents(file).contains("greeting: hello"));
         QVERIFY(!projects.is_modified());
+    }
+
+    // The built program: opens the project of its command line in its
+    // window, saves it on Ctrl+S and quits on Ctrl+Q with exit code 0.
+    void corvane_saves_and_quits()
+    {
+        QTemporaryDir home;
+        const QString file = home.filePath(QStringLiteral("show.corv"));
+        write(file, project_document());
+        QVERIFY(QDir(home.path()).mkpath(QStringLiteral("run")));
+        QFile::setPermissions(home.filePath(QStringLiteral("run")),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), home.path());
+        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        QProcess corvane;
+        corvane.setProcessEnvironment(env);
+        corvane.setProcessChannelMode(QProcess::MergedChannels);
+        corvane.start(QStringLiteral(CORVANE_EXECUTABLE), {file});
+        QVERIFY(corvane.waitForStarted());
+
+        QByteArray window;
+        QVERIFY2(xdotool({QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
+                          QStringLiteral("--pid"), QString::number(corvane.processId()),
+                          QStringLiteral("--name"), QStringLiteral("^show – Corvane")},
+                         &window),
+                 corvane.readAll().constData());
+        window = window.split('\n').first();
+        QTest::qWait(300);
+        QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), QString::fromLatin1(window)}));
+        QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
+        QTRY_VERIFY(QFileInfo::exists(home.filePath(QStringLiteral("show.001.corv"))));
+        QVERIFY(contents(file).contains("Buttons"));
+
+        QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+q")}));
+        QVERIFY(corvane.waitForFinished(10000));
+        const QByteArray output = corvane.readAll();
+        QCOMPARE(corvane.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(corvane.exitCode() == 0, output.constData());
+        QVERIFY2(output.contains("Shutting down with exit code 0"), output.constData());
+        const QString settings = home.filePath(QStringLiteral("data/Corvane/settings.ini"));
+        QVERIFY(contents(settings).contains("LastOpenPath"));
     }
 };
 
