@@ -242,6 +242,7 @@ void MainWindow::create_actions()
 void MainWindow::create_menus()
 {
     QMenu *file = menuBar()->addMenu(locale::translate("Menu.File"));
+    m_menus.append({file, CORV_TR_KEY("Menu.File")});
     file->addAction(m_actions[Action::New]);
     file->addAction(m_actions[Action::Open]);
     file->addSeparator();
@@ -253,6 +254,7 @@ void MainWindow::create_menus()
     file->addAction(m_actions[Action::Quit]);
 
     QMenu *edit = menuBar()->addMenu(locale::translate("Menu.Edit"));
+    m_menus.append({edit, CORV_TR_KEY("Menu.Edit")});
     edit->addAction(m_actions[Action::Undo]);
     edit->addAction(m_actions[Action::Redo]);
     edit->addSeparator();
@@ -264,9 +266,11 @@ void MainWindow::create_menus()
     edit->addAction(m_actions[Action::SelectAll]);
 
     QMenu *run = menuBar()->addMenu(locale::translate("Menu.Run"));
+    m_menus.append({run, CORV_TR_KEY("Menu.Run")});
     run->addAction(m_actions[Action::PauseAll]);
 
     QMenu *help = menuBar()->addMenu(locale::translate("Menu.Help"));
+    m_menus.append({help, CORV_TR_KEY("Menu.Help")});
     help->addAction(m_actions[Action::CurrentLogFile]);
     help->addAction(m_actions[Action::OpenLogDirectory]);
     help->addSeparator();
@@ -288,11 +292,11 @@ void MainWindow::create_panels()
     m_racks_panel = new RacksPanel(m_racks_model);
     m_rack_panel = new RackPanel(m_rack_model);
     m_node_panel = new NodePanel(m_node_model);
-    add_titled(m_splitter, m_racks_panel, locale::translate("RacksPanel.Title"));
-    QLabel *rack_title = add_titled(m_splitter, m_rack_panel, m_rack_model->title());
-    QLabel *node_title = add_titled(m_splitter, m_node_panel, m_node_model->title());
-    connect(m_rack_panel, &RackPanel::title_changed, rack_title, &QLabel::setText);
-    connect(m_node_panel, &NodePanel::title_changed, node_title, &QLabel::setText);
+    m_racks_title = add_titled(m_splitter, m_racks_panel, locale::translate("RacksPanel.Title"));
+    m_rack_title = add_titled(m_splitter, m_rack_panel, m_rack_model->title());
+    m_node_title = add_titled(m_splitter, m_node_panel, m_node_model->title());
+    connect(m_rack_panel, &RackPanel::title_changed, m_rack_title, &QLabel::setText);
+    connect(m_node_panel, &NodePanel::title_changed, m_node_title, &QLabel::setText);
 
     connect(m_racks_panel, &RacksPanel::selected_rack_changed, this, [this](const QUuid &rack) {
         m_rack_panel->set_rack(rack);
@@ -491,8 +495,32 @@ bool MainWindow::should_minimize_to_tray() const
     return !m_context.minimize_to_tray || m_context.minimize_to_tray();
 }
 
+void MainWindow::retranslate()
+{
+    for (const auto &[menu, key] : std::as_const(m_menus))
+        menu->setTitle(locale::translate(key));
+    // Each action is named after its text's key.
+    for (QAction *action : std::as_const(m_actions))
+        action->setText(locale::translate(action->objectName().toUtf8().constData()));
+    m_racks_title->setText(locale::translate("RacksPanel.Title"));
+    m_rack_title->setText(m_rack_model->title());
+    m_node_title->setText(m_node_model->title());
+    setWindowTitle(m_model->title());
+    if (m_tray_menu) {
+        m_tray_menu->setTitle(
+            locale::translate("MainWindow.Tray.Caption.%1", QCoreApplication::applicationName()));
+        for (QAction *action : m_tray_menu->actions()) {
+            if (!action->objectName().isEmpty())
+                action->setText(locale::translate(action->objectName().toUtf8().constData()));
+        }
+    }
+    refresh_pause();
+}
+
 void MainWindow::changeEvent(QEvent *event)
 {
+    if (event->type() == QEvent::LanguageChange)
+        retranslate();
     QMainWindow::changeEvent(event);
     if (event->type() == QEvent::WindowStateChange && isMinimized() && !m_tray &&
         should_minimize_to_tray())
@@ -506,12 +534,15 @@ void MainWindow::hide_to_tray()
         m_tray_menu->setTitle(
             locale::translate("MainWindow.Tray.Caption.%1", QCoreApplication::applicationName()));
         QAction *open = m_tray_menu->addAction(locale::translate("MainWindow.Tray.Open"));
+        open->setObjectName(QStringLiteral("MainWindow.Tray.Open"));
         connect(open, &QAction::triggered, this, &MainWindow::restore_from_tray);
         m_tray_pause = m_tray_menu->addAction(locale::translate("MainWindow.Tray.Pause"));
+        m_tray_pause->setObjectName(QStringLiteral("MainWindow.Tray.Pause"));
         m_tray_pause->setCheckable(true);
         connect(m_tray_pause, &QAction::triggered, m_model, &MainWindowViewModel::set_paused);
         m_tray_menu->addSeparator();
         QAction *quit = m_tray_menu->addAction(locale::translate("MainWindow.Tray.Quit"));
+        quit->setObjectName(QStringLiteral("MainWindow.Tray.Quit"));
         quit->setMenuRole(QAction::QuitRole);
         connect(quit, &QAction::triggered, this, [this] {
             restore_from_tray();

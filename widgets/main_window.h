@@ -108,6 +108,8 @@ private:
     void bind_panels();
     void restore_settings();
     void restore_selection(const QUuid &rack, const QUuid &node);
+    // Every text again, after a change of language.
+    void retranslate();
     void refresh_undo_redo();
     void refresh_pause();
     void dispatch_edit(Action which);
@@ -122,6 +124,10 @@ private:
     MainWindowViewModel *m_model;
     QMap<Action, QAction *> m_actions;
     QSplitter *m_splitter = nullptr;
+    QList<std::pair<QMenu *, const char *>> m_menus;
+    QLabel *m_racks_title = nullptr;
+    QLabel *m_rack_title = nullptr;
+    QLabel *m_node_title = nullptr;
     RacksPanelViewModel *m_racks_model = nullptr;
     RackPanelViewModel *m_rack_model = nullptr;
     NodePanelViewModel *m_node_model = nullptr;

@@ -8,6 +8,8 @@
 #include "engine/node_registry.h"
 #include "engine/project_runtime.h"
 #include "engine/rack_manager.h"
+#include "locale/locale_list.h"
+#include "locale/translate.h"
 #include "model/project.h"
 #include "persistence/command_manager.h"
 #include "persistence/model_commands.h"
@@ -428,6 +430,23 @@ private Q_SLOTS:
         m_window->action(Action::PauseAll)->trigger();
         QCOMPARE(running(), (QList<bool>{true, true}));
         QCOMPARE(paused.count(), 2);
+    }
+
+    // A confirmed language change reaches the window as LanguageChange.
+    void language_change()
+    {
+        const auto switch_to = [this](const char *id) {
+            QVERIFY(locale::apply_language_preference(locale::locale_list().index_of(id)));
+            QEvent change(QEvent::LanguageChange);
+            QCoreApplication::sendEvent(m_window.get(), &change);
+        };
+        switch_to("de-DE");
+        const QList<QAction *> menus = m_window->menuBar()->actions();
+        QCOMPARE(menus.first()->text(), QStringLiteral("&Datei"));
+        QCOMPARE(m_window->action(Action::Open)->text(), QStringLiteral("Öffnen…"));
+        QVERIFY(m_window->windowTitle().startsWith(QStringLiteral("Unbenanntes Projekt")));
+        switch_to("en-US");
+        QCOMPARE(menus.first()->text(), QStringLiteral("&File"));
     }
 
     // Into the tray with its menu and tooltip (also while paused), and back.
