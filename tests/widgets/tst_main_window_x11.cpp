@@ -208,7 +208,7 @@ private Q_SLOTS:
         QVERIFY(corvane.waitForStarted());
 
         QByteArray window;
-        QVERIFY2(xdotool({QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
+        QVERIFY2(xdotool({QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
                           QStringLiteral("--pid"), QString::number(corvane.processId()),
                           QStringLiteral("--name"), QStringLiteral("^show – Corvane")},
                          &window),
