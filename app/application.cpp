@@ -459,6 +459,8 @@ struct Application::Impl {
             qCDebug(lcApp, "Posted to mailbox %s from the command line", mailbox.constData());
             return receivers;
         });
+        QObject::connect(control.get(), &control::Server::open_requested, control.get(),
+                         [](const QString &path) { qInfo("Asked to open %s", qUtf8Printable(path)); });
         control->listen();
     }
 

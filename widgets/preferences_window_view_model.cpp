@@ -4,6 +4,7 @@
 #include "cui/store_editor.h"
 #include "locale/translate.h"
 #include "model/property.h"
+#include "model/value.h"
 #include "persistence/command_manager.h"
 #include "sdk/plugin.h"
 #include "sdk/plugin_list.h"
@@ -12,14 +13,6 @@
 namespace corv::widgets {
 
 namespace {
-
-model::Value language_of(const engine::Plugin *plugin)
-{
-    if (!plugin || !plugin->preferences())
-        return {};
-    const model::Property *property = plugin->preferences()->collection().find(QStringLiteral("language"));
-    return property ? property->value() : model::Value();
-}
 
 void forget_history(engine::Plugin &plugin)
 {
@@ -114,14 +107,13 @@ bool PreferencesWindowViewModel::has_changes() const
 void PreferencesWindowViewModel::confirm()
 {
     m_done = true;
-    const engine::Plugin *application = page_plugin(0);
-    const model::Value before = language_of(application);
+    const QByteArray language = locale::application_translator()->locale();
     for (Page &page : m_pages)
         page.plugin->preferences()->command_manager().commit_pending();
     m_plugins->confirm_preferences();
     for (Page &page : m_pages)
         forget_history(*page.plugin);
-    if (language_of(application) != before) {
+    if (locale::application_translator()->locale() != language) {
         for (Page &page : m_pages)
             page.surface->rebuild();
         Q_EMIT language_changed();

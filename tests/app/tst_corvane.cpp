@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -23,7 +24,8 @@ class tst_Corvane : public QObject {
 
     // Starts the executable with its own, empty home and data folders on the
     // given platform, with no display to connect to.
-    void start(QProcess &process, const QStringList &arguments, const QString &platform)
+    void start(QProcess &process, const QStringList &arguments, const QString &platform,
+               const QString &program = QStringLiteral(CORVANE_EXECUTABLE))
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         const QString home = m_home->path();
@@ -36,7 +38,56 @@ class tst_Corvane : public QObject {
         for (const char *name : {"QT_MESSAGE_PATTERN", "DISPLAY", "WAYLAND_DISPLAY"})
             env.remove(QString::fromLatin1(name));
         process.setProcessEnvironment(env);
-        process.start(QStringLiteral(CORVANE_EXECUTABLE), arguments);
+        process.start(program, arguments);
+    }
+
+    // Starts a run and reads its console until start-up is complete.
+    QByteArray start_until_ready(QProcess &process, const QStringList &arguments,
+                                 const QString &platform = QStringLiteral("offscreen"),
+                                 const QString &program = QStringLiteral(CORVANE_EXECUTABLE))
+    {
+        start(process, arguments, platform, program);
+        QByteArray console;
+        QElapsedTimer timer;
+        timer.start();
+        while (!console.contains("Initialization complete; starting UI") && timer.elapsed() < kTimeoutMs &&
+               process.state() != QProcess::NotRunning) {
+            process.waitForReadyRead(100);
+            console += process.readAllStandardError();
+        }
+        return console;
+    }
+
+    // Stops a run with SIGTERM and returns the rest of its console.
+    static QByteArray stop(QProcess &process)
+    {
+        ::kill(pid_t(process.processId()), SIGTERM);
+        process.waitForFinished(kTimeoutMs);
+        return process.readAllStandardError();
+    }
+
+    // The program's own copy in a folder of the test, with its locale files,
+    // so that its "plugins" folder is the test's to fill.
+    QString copy_program()
+    {
+        const QString folder = m_home->filePath(QStringLiteral("program"));
+        const QString runtime = QFileInfo(QStringLiteral(CORVANE_EXECUTABLE)).absolutePath();
+        QDir().mkpath(folder + QStringLiteral("/locale"));
+        QFile::copy(QStringLiteral(CORVANE_EXECUTABLE), folder + QStringLiteral("/corvane"));
+        QFile::copy(runtime + QStringLiteral("/locale.ini"), folder + QStringLiteral("/locale.ini"));
+        for (const QString &name : QDir(runtime + QStringLiteral("/locale")).entryList(QDir::Files))
+            QFile::copy(runtime + QStringLiteral("/locale/") + name, folder + QStringLiteral("/locale/") + name);
+        return folder + QStringLiteral("/corvane");
+    }
+
+    // A project file of the test with the given body inside `project`.
+    QString write_project(const QString &name, const QByteArray &body)
+    {
+        const QString path = m_home->filePath(name);
+        QFile file(path);
+        file.open(QIODevice::WriteOnly);
+        file.write("<?xml version=\"1.0\"?>\n<project version=\"1\">\n" + body + "</project>\n");
+        return path;
     }
 
 private slots:
@@ -45,6 +96,14 @@ private slots:
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
         m_home = std::make_unique<QTemporaryDir>();
         QVERIFY(m_home->isValid());
+        // Window runs would check for updates at start; there is no server.
+        const QString preferences =
+            m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.corvane/prefs.xml"));
+        QVERIFY(QDir().mkpath(QFileInfo(preferences).absolutePath()));
+        QFile file(preferences);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\">"
+                   "<prop key=\"updatecheck\" type=\"bool\">false</prop></preferences>\n");
     }
 
     void command_line_data()
@@ -96,12 +155,12 @@ private slots:
         QTest::newRow("headless, SIGINT, no display") << QStringList{"--headless"} << int(SIGINT)
                                                       << "xcb" << "";
         QTest::newRow("window, SIGTERM") << QStringList{} << int(SIGTERM) << "offscreen" << "";
-        // A project named on the command line runs from the start; one that
-        // can't be read is reported and the program runs on without it.
+        // A project named on the command line runs from the start; a window
+        // run goes on without one it can't read.
         QTest::newRow("headless, demo project") << QStringList{"--headless", "@demo"} << int(SIGTERM)
                                                 << "xcb" << "Opened project ";
-        QTest::newRow("headless, damaged project")
-            << QStringList{"--headless", "@damaged"} << int(SIGTERM) << "xcb"
+        QTest::newRow("window, damaged project")
+            << QStringList{"@damaged"} << int(SIGTERM) << "offscreen"
             << "WARNING Couldn't Open Project: The file is not a Corvane project, or it is damaged.";
     }
 
@@ -160,6 +219,195 @@ private slots:
         QVERIFY(lines.constLast().endsWith("] Shutting down with exit code 0, call again soon!"));
         for (const QByteArray &line : lines)
             QVERIFY2(!line.contains("DEBUG "), line.constData());
+    }
+
+    // A headless run exists for its project: one it can't read ends it.
+    void headless_unreadable_project_fails()
+    {
+        const QString damaged = write_project(QStringLiteral("damaged.corv"), "<rack id=\"not-an-id\"/>");
+        QProcess process;
+        start(process, {QStringLiteral("--headless"), damaged}, QStringLiteral("offscreen"));
+        QVERIFY(process.waitForFinished(kTimeoutMs));
+        const QByteArray console = process.readAllStandardError();
+        QCOMPARE(process.exitCode(), 1);
+        QVERIFY2(console.contains("(while parsing project; line 3)"), console.constData());
+        QVERIFY2(console.contains("Couldn't Open Project: The file is not a Corvane project"), console.constData());
+        QVERIFY2(console.endsWith("Shutting down with exit code 1, call again soon!\n"), console.constData());
+        QVERIFY(!console.contains("Initialization complete"));
+    }
+
+    void plugin_folders_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QStringList>("expected"); // log lines in this order
+        QTest::addColumn<QString>("absent");
+        const QStringList common{"Corvane 0.9.4 (64-bit) on ", "Compiled on Qt ",
+                                 "Found plugin io.marrowfield.corvane: \"Corvane\" by Marrowfield (https://"};
+        const QStringList end{"Initializing all plugins", "io.marrowfield.corvane registered node io.marrowfield.delay",
+                              "Initialization complete; starting UI", "Shutting down with exit code 0, call again soon!"};
+        QTest::newRow("no plugins folder") << "none" << common + end << "WARNING";
+        QTest::newRow("broken plugin")
+            << "broken"
+            << common + QStringList{"DEBUG Found plugin in ", "WARNING Failed to load plugin at "} + end << "";
+        QTest::newRow("misnamed library")
+            << "misnamed"
+            << common + QStringList{"DEBUG Found plugin in ", "WARNING Failed to load plugin at "} + end << "";
+        // Beside the data of plugins, a folder without a library is no plugin.
+        QTest::newRow("preferences only") << "data only" << common + end << "WARNING";
+    }
+
+    // Start-up with the "plugins" folders in several states: the built-in
+    // node set always loads, a bad plugin is logged and skipped.
+    void plugin_folders()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QStringList, expected);
+        QFETCH(QString, absent);
+        const QString program = copy_program();
+        const QString plugins = QFileInfo(program).absolutePath() + QStringLiteral("/plugins");
+        if (setup == QLatin1String("broken") || setup == QLatin1String("misnamed")) {
+            const QString folder = plugins + QStringLiteral("/io.example.broken");
+            QVERIFY(QDir().mkpath(folder));
+            QFile library(folder + (setup == QLatin1String("broken") ? QStringLiteral("/io.example.broken.so")
+                                                                      : QStringLiteral("/other.so")));
+            QVERIFY(library.open(QIODevice::WriteOnly));
+            library.write("not a library");
+        } else if (setup == QLatin1String("data only")) {
+            QVERIFY(QDir().mkpath(m_home->filePath(QStringLiteral("data/Corvane/plugins/io.example.gone"))));
+        }
+        QProcess process;
+        QByteArray console = start_until_ready(process, {QStringLiteral("--headless")},
+                                               QStringLiteral("offscreen"), program);
+        console += stop(process);
+        QCOMPARE(process.exitCode(), 0);
+        qsizetype at = 0;
+        for (const QString &line : expected) {
+            const qsizetype found = console.indexOf(line.toUtf8(), at);
+            QVERIFY2(found >= 0, qPrintable(QStringLiteral("missing or out of order: %1\n%2")
+                                                .arg(line, QString::fromUtf8(console))));
+            at = found + line.size();
+        }
+        if (!absent.isEmpty())
+            QVERIFY2(!console.contains(absent.toUtf8()), console.constData());
+    }
+
+    // --post delivers to the receive nodes of a running instance; the
+    // instance shrugs off malformed messages and goes on serving.
+    void post_to_running_instance()
+    {
+        QProcess post;
+        start(post, {QStringLiteral("--post"), QStringLiteral("news"), QStringLiteral("a=1")},
+              QStringLiteral("offscreen"));
+        QVERIFY(post.waitForFinished(kTimeoutMs));
+        QCOMPARE(post.exitCode(), 1);
+        QCOMPARE(post.readAllStandardError(), QByteArray("No running Corvane to post to\n"));
+
+        QProcess instance;
+        const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
+        const QByteArray ready = start_until_ready(instance, {QStringLiteral("--headless"), demo});
+        QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+
+        // Raw messages on the socket: each is answered or dropped.
+        const QStringList sockets =
+            QDir(m_home->path()).entryList({QStringLiteral("corvane-*")}, QDir::System);
+        QCOMPARE(sockets.size(), 1);
+        const QString socket_name = m_home->filePath(sockets.first());
+        const auto exchange = [&](const QByteArray &bytes) {
+            QLocalSocket socket;
+            socket.connectToServer(socket_name);
+            if (!socket.waitForConnected(kTimeoutMs))
+                return QByteArray("no connection");
+            socket.write(bytes);
+            socket.waitForBytesWritten(kTimeoutMs);
+            QByteArray answer;
+            while (!answer.contains('\n') && socket.waitForReadyRead(4000))
+                answer += socket.readAll();
+            return answer + socket.readAll();
+        };
+        QCOMPARE(exchange("not json\n"), QByteArray("{\"error\":\"not a JSON object\",\"ok\":false}\n"));
+        QVERIFY(exchange("{\"open\":\"x.corv\"}\n").contains("\"ok\":false"));
+        QVERIFY(exchange("{\"post\":\"news\",\"event\":{\"a\":1}}\n").contains("not a string"));
+        QVERIFY(exchange(QByteArray(70000, 'x')).contains("message too long"));
+        QCOMPARE(exchange(QByteArray("{\"post\":")), QByteArray()); // silent: dropped after 2 s
+
+        for (const char *mailbox : {"news", "nobody"}) {
+            start(post, {QStringLiteral("--post"), QString::fromLatin1(mailbox), QStringLiteral("who=cli"),
+                         QStringLiteral("text=a=b")}, QStringLiteral("offscreen"));
+            QVERIFY(post.waitForFinished(kTimeoutMs));
+            QCOMPARE(post.exitCode(), 0);
+            QCOMPARE(post.readAllStandardOutput(),
+                     QStringLiteral("Posted to %1 receive node(s) of mailbox \"%2\"\n")
+                         .arg(qstrcmp(mailbox, "news") == 0 ? 1 : 0).arg(QString::fromLatin1(mailbox)).toUtf8());
+        }
+        const QByteArray rest = stop(instance);
+        QCOMPARE(instance.exitCode(), 0);
+        QVERIFY2(rest.contains("WARNING Refused a control message: not a JSON object"), rest.constData());
+        QVERIFY2(rest.contains("WARNING Dropped a control connection that sent no whole message"), rest.constData());
+        QVERIFY2(rest.contains("Shutting down with exit code 0"), rest.constData());
+    }
+
+    // A second window run with a project hands it to the first and ends.
+    void second_window_run_hands_over_project()
+    {
+        QProcess first;
+        const QByteArray ready = start_until_ready(first, {});
+        QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+        const QString project = write_project(QStringLiteral("show.corv"), "");
+        QProcess second;
+        start(second, {project}, QStringLiteral("offscreen"));
+        QVERIFY(second.waitForFinished(kTimeoutMs));
+        QCOMPARE(second.exitCode(), 0);
+        QVERIFY(second.readAllStandardError().isEmpty());
+        QByteArray rest;
+        QElapsedTimer timer;
+        timer.start();
+        while (!rest.contains("Asked to open") && timer.elapsed() < kTimeoutMs) {
+            first.waitForReadyRead(100);
+            rest += first.readAllStandardError();
+        }
+        rest += stop(first);
+        QVERIFY2(rest.contains("Asked to open " + project.toUtf8()), rest.constData());
+        QCOMPARE(QDir(logs()).entryList(QDir::Files).size(), 1);
+    }
+
+    void check_data()
+    {
+        QTest::addColumn<QByteArray>("body"); // null: no file
+        QTest::addColumn<int>("exit_code");
+        QTest::addColumn<QStringList>("lines");
+        const QByteArray rack = "<rack id=\"00000000-0000-0000-0000-000000000001\" name=\"Main\">"
+                                "<node>00000000-0000-0000-0000-000000000002</node></rack>\n";
+        const QByteArray node = "<node id=\"00000000-0000-0000-0000-000000000002\" component=\"%1\"/>\n";
+        QTest::newRow("clean") << rack + QByteArray(node).replace("%1", "io.marrowfield.delay") << 0
+                               << QStringList{"show.corv: no problems"};
+        QTest::newRow("migrated type") << rack + QByteArray(node).replace("%1", "io.marrowfield.ratelimit") << 0
+                                       << QStringList{"show.corv: no problems"};
+        QTest::newRow("unknown type")
+            << rack + QByteArray(node).replace("%1", "io.example.gone") << 1
+            << QStringList{"show.corv: unknown node type \"io.example.gone\" in rack \"Main\" "
+                           "(00000000-0000-0000-0000-000000000001), node 00000000-0000-0000-0000-000000000002"};
+        QTest::newRow("reader message") << QByteArray("<rack id=\"nope\"/>\n") << 1
+                                        << QStringList{"show.corv: (while parsing project; line 3) attribute <rack id> has an invalid value"};
+        QTest::newRow("no file") << QByteArray() << 1 << QStringList{"show.corv: No such file or directory"};
+    }
+
+    // --check reports every problem on standard output.
+    void check()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(int, exit_code);
+        QFETCH(QStringList, lines);
+        const QString path = body.isNull() ? m_home->filePath(QStringLiteral("show.corv"))
+                                           : write_project(QStringLiteral("show.corv"), body);
+        QProcess process;
+        start(process, {QStringLiteral("--check"), path}, QStringLiteral("offscreen"));
+        QVERIFY(process.waitForFinished(kTimeoutMs));
+        QCOMPARE(process.exitCode(), exit_code);
+        const QList<QByteArray> out = process.readAllStandardOutput().trimmed().split('\n');
+        QCOMPARE(out.size(), lines.size());
+        for (qsizetype i = 0; i < lines.size(); ++i)
+            QVERIFY2(QString::fromUtf8(out[i]).startsWith(m_home->path() + u'/' + lines[i]), out[i].constData());
+        QVERIFY(!QFile::exists(logs()));
     }
 };
 
