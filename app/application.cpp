@@ -468,7 +468,8 @@ struct Application::Impl {
     // headless run has nothing else to do, so a project it can't read ends it.
     void open_project()
     {
-        if (options.project_path.isEmpty())
+        // A window run opens it in the main window, which shows what fails.
+        if (options.project_path.isEmpty() || !options.headless)
             return;
         if (!projects->open(options.project_path) && options.headless)
             failed_exit_code = 1;

@@ -33,6 +33,8 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include <utility>
+
 namespace corv::widgets {
 
 namespace {
@@ -114,6 +116,12 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
     connect(m_model, &MainWindowViewModel::title_changed, this, &QWidget::setWindowTitle);
     connect(m_model, &MainWindowViewModel::error_occurred, this,
             [this](const QString &title, const QString &body) {
+                // Failures before the window shows (the first project) wait
+                // for it, so that start-up is never held by a box.
+                if (!isVisible()) {
+                    m_pending_errors.append({title, body});
+                    return;
+                }
                 if (m_critical_box)
                     m_critical_box(title, body);
             });
@@ -475,6 +483,20 @@ void MainWindow::quit()
     m_quit_confirmed = true;
     close();
     QCoreApplication::quit();
+}
+
+void MainWindow::showEvent(QShowEvent *event)
+{
+    QMainWindow::showEvent(event);
+    if (m_pending_errors.isEmpty())
+        return;
+    QTimer::singleShot(0, this, [this] {
+        const QList<std::pair<QString, QString>> errors = std::exchange(m_pending_errors, {});
+        for (const auto &[title, body] : errors) {
+            if (m_critical_box)
+                m_critical_box(title, body);
+        }
+    });
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -98,6 +98,7 @@ public:
     void set_critical_box(CriticalBox box) { m_critical_box = std::move(box); }
 
 protected:
+    void showEvent(QShowEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
     void changeEvent(QEvent *event) override;
 
@@ -139,6 +140,8 @@ private:
     QAction *m_tray_pause = nullptr;
     QPointer<AboutWindow> m_about;
     CriticalBox m_critical_box;
+    // Errors that came while the window was hidden, shown once it is shown.
+    QList<std::pair<QString, QString>> m_pending_errors;
     // Set once quitting was confirmed, so closing asks no second time.
     bool m_quit_confirmed = false;
 };

@@ -319,6 +319,24 @@ private Q_SLOTS:
         QCOMPARE(rack_count(), 1);
     }
 
+    // A first project that can't be read: start-up goes on with a new one,
+    // and the box waits until the window shows.
+    void startup_error_waits_for_window()
+    {
+        m_window.reset();
+        m_projects = std::make_unique<engine::ProjectManager>(m_registry, &m_config);
+        m_window = std::make_unique<MainWindow>(context());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Couldn't Open Project")));
+        BoxAnswerer box(QMessageBox::Ok);
+        m_window->open_initial_project(path("missing.corv"));
+        QTest::qWait(30);
+        QCOMPARE(box.count, 0);
+        QVERIFY(m_projects->has_project());
+        m_window->show();
+        QTRY_COMPARE(box.count, 1);
+        QCOMPARE(box.title, QStringLiteral("Couldn't Open Project"));
+    }
+
     // A save into a folder that does not exist shows the save error.
     void save_error()
     {
