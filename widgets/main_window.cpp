@@ -22,7 +22,11 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QKeyEvent>
+#include <QAbstractSpinBox>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTextEdit>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QRegularExpression>
@@ -437,6 +441,22 @@ void MainWindow::dispatch_edit(Action which)
     QWidget *focus = QApplication::focusWidget();
     if (!focus || focus->window() != this)
         return;
+    // A text field (also inside a spin box or an item being renamed) does
+    // its own editing: it gets the key of the action, never the panel.
+    const bool text_input = qobject_cast<QLineEdit *>(focus) || qobject_cast<QTextEdit *>(focus) ||
+                            qobject_cast<QPlainTextEdit *>(focus) ||
+                            qobject_cast<QAbstractSpinBox *>(focus);
+    if (text_input) {
+        const QList<QKeySequence> keys = m_actions[which]->shortcuts();
+        if (keys.isEmpty() || keys.first().isEmpty())
+            return;
+        const QKeyCombination key = keys.first()[0];
+        QKeyEvent press(QEvent::KeyPress, key.key(), key.keyboardModifiers());
+        QKeyEvent release(QEvent::KeyRelease, key.key(), key.keyboardModifiers());
+        QCoreApplication::sendEvent(focus, &press);
+        QCoreApplication::sendEvent(focus, &release);
+        return;
+    }
     switch (which) {
     case Action::Cut:
         invoke_on_focus_chain(focus, {"cut"});
@@ -448,17 +468,10 @@ void MainWindow::dispatch_edit(Action which)
         invoke_on_focus_chain(focus, {"paste"});
         break;
     case Action::SelectAll:
-        invoke_on_focus_chain(focus, {"selectAll", "select_all"});
+        invoke_on_focus_chain(focus, {"select_all", "selectAll"});
         break;
     case Action::Delete:
-        // Panels offer their own removal; any other widget gets the key
-        // the shortcut took from it.
-        if (!invoke_on_focus_chain(focus, {"delete_selected", "remove_selected"})) {
-            QKeyEvent press(QEvent::KeyPress, Qt::Key_Delete, Qt::NoModifier);
-            QKeyEvent release(QEvent::KeyRelease, Qt::Key_Delete, Qt::NoModifier);
-            QCoreApplication::sendEvent(focus, &press);
-            QCoreApplication::sendEvent(focus, &release);
-        }
+        invoke_on_focus_chain(focus, {"remove_selected", "delete_selected"});
         break;
     default:
         break;

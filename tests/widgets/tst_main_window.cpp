@@ -14,6 +14,7 @@
 #include "persistence/command_manager.h"
 #include "persistence/model_commands.h"
 #include "persistence/project_manager.h"
+#include "widgets/about_window.h"
 #include "widgets/main_window.h"
 #include "widgets/main_window_view_model.h"
 #include "widgets/rack_panel.h"
@@ -38,6 +39,7 @@
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextBrowser>
 #include <QTimer>
 
 using namespace corv;
@@ -198,6 +200,13 @@ private Q_SLOTS:
         QCOMPARE(m_window->action(Action::Preferences)->menuRole(), QAction::PreferencesRole);
         QCOMPARE(m_window->action(Action::Quit)->menuRole(), QAction::QuitRole);
         QCOMPARE(m_window->action(Action::About)->menuRole(), QAction::AboutRole);
+
+        // About lists the open-source projects, Qt with the version it runs on.
+        m_window->action(Action::About)->trigger();
+        auto *about = m_window->findChild<widgets::AboutWindow *>();
+        QVERIFY(about && about->isVisible());
+        QCOMPARE(about->windowTitle(), QStringLiteral("About Corvane"));
+        QVERIFY(about->projects_view()->toPlainText().contains(QStringLiteral("Qt %1").arg(qVersion())));
     }
 
     // Without a file, with one, modified, paused: the model and the window agree.
