@@ -15,7 +15,9 @@
 #include "widgets/rack_panel_view_model.h"
 #include "widgets/racks_panel.h"
 
+#include <QAbstractItemModelTester>
 #include <QAction>
+#include <QSpinBox>
 #include <QApplication>
 #include <QClipboard>
 #include <QFrame>
@@ -46,6 +48,24 @@ void check_undo_redo(engine::CommandManager &commands, int steps, const std::fun
     for (int i = 0; i < steps; ++i)
         commands.redo();
     QCOMPARE(state(), after);
+}
+
+// The rows of the rack panel in PanelRig::tree()'s form, made as needed.
+QString shown_tree(RackPanelViewModel &vm, const QModelIndex &parent = {})
+{
+    if (vm.canFetchMore(parent))
+        vm.fetchMore(parent);
+    QStringList parts;
+    for (int row = 0; row < vm.rowCount(parent); ++row) {
+        const QModelIndex index = vm.index(row, 0, parent);
+        if (index.parent() != parent || vm.index_of(vm.node_id(index)) != index)
+            return QStringLiteral("broken");
+        QString part = vm.context().project->find_node(vm.node_id(index))->impl_id().section(u'.', -1);
+        if (vm.hasChildren(index))
+            part += u'[' + shown_tree(vm, index) + u']';
+        parts << part;
+    }
+    return parts.join(u' ');
 }
 
 } // namespace
@@ -95,6 +115,7 @@ void tst_Panels::racks_edits()
     rig.open();
     widgets::RacksPanelViewModel vm;
     vm.set_context(rig.context());
+    QAbstractItemModelTester tester(&vm, QAbstractItemModelTester::FailureReportingMode::QtTest);
     widgets::RacksPanel panel(&vm);
     QAbstractItemModel *shown = panel.list()->model();
     QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
@@ -164,6 +185,7 @@ void tst_Panels::rack_edits_data()
     QTest::addColumn<QString>("after");
     // Both racks: "fork[delay stop] custom | delay".
     QTest::newRow("add inside the current node") << "add inside" << 1 << "fork[delay stop stop] custom | delay";
+    QTest::newRow("add inside a childless node") << "add into custom" << 1 << "fork[delay stop] custom[stop] | delay";
     QTest::newRow("add at the top level") << "add top" << 1 << "fork[delay stop] custom stop | delay";
     QTest::newRow("replace keeps the children") << "replace" << 1 << "delay[delay stop] custom | delay";
     QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay";
@@ -193,9 +215,17 @@ void tst_Panels::rack_edits()
     vm.set_context(rig.context());
     widgets::RackPanel panel(&vm);
     panel.set_rack(r1);
+    // Rows of collapsed nodes are made only when asked for.
+    panel.tree()->collapseAll();
     QAbstractItemModel *model = panel.tree()->model();
-    const auto state = [&] { return rig.tree(r1) + QStringLiteral(" | ") + rig.tree(r2); };
-    const QString before = state();
+    // Both racks as the project holds them, checked against the rows the
+    // panel shows for the rack it shows.
+    const auto state = [&] {
+        const QString shown = shown_tree(vm);
+        const QString held = rig.tree(vm.rack());
+        return shown == held ? rig.tree(r1) + QStringLiteral(" | ") + rig.tree(r2) : shown + u'/' + held;
+    };
+    const QString before = rig.tree(r1) + QStringLiteral(" | ") + rig.tree(r2);
     QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
 
     const auto choose = [&](const char *search) {
@@ -215,6 +245,10 @@ void tst_Panels::rack_edits()
         panel.add_inside_action()->trigger();
         choose("stop");
         QCOMPARE(panel.current_node(), rig.project.find_node(fork)->children()->at(2));
+    } else if (edit == u"add into custom") {
+        panel.select_node(custom);
+        panel.add_inside_action()->trigger();
+        choose("stop");
     } else if (edit == u"add top") {
         panel.add_inside_action()->trigger();
         choose("Stop");
@@ -359,6 +393,15 @@ void tst_Panels::node_panel()
     if (node.isNull())
         return;
     QCOMPARE(titles.count(), 1);
+    if (has_view) {
+        // An edit in the surface is a command, and its undo shows again.
+        const QList<QSpinBox *> boxes = panel.surface_view()->findChildren<QSpinBox *>();
+        QVERIFY(!boxes.isEmpty());
+        boxes.first()->setValue(2);
+        QVERIFY(QTest::qWaitFor([&] { return rig.commands.can_undo(); }, 1000));
+        rig.commands.undo();
+        QVERIFY(QTest::qWaitFor([&] { return boxes.first()->value() == 0; }, 1000));
+    }
     // The shown node goes away: the panel shows none.
     rig.commands.execute(std::make_unique<engine::RemoveNodeCommand>(&rig.project, engine::NodePlace{rack, {}, 0}));
     QCOMPARE(panel.windowTitle(), QStringLiteral("No Node Selected"));
