@@ -141,6 +141,7 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
         setWindowTitle(title);
         Q_EMIT title_changed(title);
     });
+    connect(m_view_model, &RackPanelViewModel::nodes_dropped, this, &RackPanel::select_nodes);
     connect(m_view_model, &QAbstractItemModel::modelReset, this, [this] {
         update_actions();
         Q_EMIT selected_node_changed({});
@@ -252,15 +253,20 @@ void RackPanel::paste()
     const QModelIndex current = m_tree->currentIndex();
     const QUuid parent = current.isValid() ? m_view_model->parent_id(current) : QUuid();
     const int row = current.isValid() ? current.row() + 1 : -1;
-    const QList<QUuid> pasted = m_view_model->paste_nodes(QGuiApplication::clipboard()->mimeData(), parent, row);
-    if (pasted.isEmpty())
+    select_nodes(m_view_model->paste_nodes(QGuiApplication::clipboard()->mimeData(), parent, row));
+}
+
+void RackPanel::select_nodes(const QList<QUuid> &nodes)
+{
+    if (nodes.isEmpty())
         return;
-    m_tree->selectionModel()->clear();
-    for (const QUuid &id : pasted) {
+    select_node(nodes.first());
+    for (const QUuid &id : nodes) {
         const QModelIndex index = m_view_model->index_of(id);
+        for (QModelIndex p = index.parent(); p.isValid(); p = p.parent())
+            m_tree->expand(p);
         m_tree->selectionModel()->select(index, QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
-    m_tree->selectionModel()->setCurrentIndex(m_view_model->index_of(pasted.first()), QItemSelectionModel::NoUpdate);
 }
 
 void RackPanel::remove_selected()

@@ -75,6 +75,11 @@ public:
     // Moves the racks (any order given) to stand together at dest_row.
     bool move_racks(const QList<QUuid> &racks, int dest_row);
 
+    // Moves nodes of any racks (top nodes of a selection, in order) to the
+    // end of the rack's top level, as one undo step; for nodes dragged from
+    // the rack panel onto a rack.
+    bool move_nodes_to_rack(const QList<QUuid> &nodes, const QUuid &rack);
+
     // The clipboard data of the racks: the rack list document, in row order.
     QMimeData *copy_racks(const QList<QUuid> &racks) const;
     // Pastes a rack list document at row (-1: the end); the pasted racks get

@@ -95,12 +95,14 @@ void tst_Panels::racks_edits_data()
 {
     QTest::addColumn<QString>("edit");
     QTest::addColumn<QString>("after");
-    QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C";
-    QTest::newRow("rename in place") << "rename" << "A,Z,C";
-    QTest::newRow("disable") << "disable" << "A,B-,C";
-    QTest::newRow("drag to the end") << "drag" << "B,C,A";
-    QTest::newRow("delete") << "delete" << "A,C";
-    QTest::newRow("copy and paste") << "paste" << "A,A,B,C";
+    // The racks, then the tree of the first rack A.
+    QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C|fork";
+    QTest::newRow("rename in place") << "rename" << "A,Z,C|fork";
+    QTest::newRow("disable") << "disable" << "A,B-,C|fork";
+    QTest::newRow("drag to the end") << "drag" << "B,C,A|fork";
+    QTest::newRow("delete") << "delete" << "A,C|fork";
+    QTest::newRow("copy and paste") << "paste" << "A,A,B,C|fork";
+    QTest::newRow("nodes dragged onto a rack") << "drop nodes" << "A,B,C|";
 }
 
 void tst_Panels::racks_edits()
@@ -135,6 +137,15 @@ void tst_Panels::racks_edits()
         QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, 3, 0, {}));
     } else if (edit == u"delete") {
         panel.delete_action()->trigger();
+    } else if (edit == u"drop nodes") {
+        RackPanelViewModel rack_vm;
+        rack_vm.set_context(rig.context());
+        rack_vm.set_rack(a);
+        std::unique_ptr<QMimeData> data(rack_vm.mimeData({rack_vm.index_of(a_node)}));
+        QVERIFY(!shown->canDropMimeData(data.get(), Qt::MoveAction, 1, 0, {}));
+        // Dropped onto a row, as the view reports it: no row, no column.
+        QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, -1, -1, shown->index(1, 0)));
+        QCOMPARE(rig.project.find_rack(vm.rack_at(1))->top_level()->ids(), QList<QUuid>{a_node});
     } else if (edit == u"paste") {
         panel.copy_action()->trigger();
         QVERIFY(QGuiApplication::clipboard()->mimeData()->hasFormat(QString::fromLatin1(widgets::kRackListXmlMime)));
@@ -147,9 +158,10 @@ void tst_Panels::racks_edits()
         QCOMPARE(nodes.size(), 1);
         QVERIFY(nodes.first() != a_node);
     }
-    QCOMPARE(rig.racks(), after);
+    const auto state = [&] { return rig.racks() + u'|' + rig.tree(a); };
+    QCOMPARE(state(), after);
     QCOMPARE(changed.count(), 1);
-    check_undo_redo(rig.commands, 1, [&] { return rig.racks(); }, QStringLiteral("A,B,C"), after);
+    check_undo_redo(rig.commands, 1, state, QStringLiteral("A,B,C|fork"), after);
 }
 
 void tst_Panels::racks_selection_and_search()
@@ -238,7 +250,7 @@ void tst_Panels::rack_edits()
         std::unique_ptr<QMimeData> data(model->mimeData({vm.index_of(node)}));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kNodeListMime)));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
-        QVERIFY(model->dropMimeData(data.get(), Qt::MoveAction, row, 0, onto.isNull() ? QModelIndex() : vm.index_of(onto)));
+        QVERIFY(model->dropMimeData(data.get(), Qt::MoveAction, row, row < 0 ? -1 : 0, onto.isNull() ? QModelIndex() : vm.index_of(onto)));
     };
     if (edit == u"add inside") {
         panel.select_node(fork);
