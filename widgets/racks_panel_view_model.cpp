@@ -165,6 +165,22 @@ bool RacksPanelViewModel::set_rack_enabled(const QUuid &rack, bool enabled)
     return true;
 }
 
+bool RacksPanelViewModel::set_racks_enabled(const QList<QUuid> &racks, bool enabled)
+{
+    if (!m_context.project || !m_context.commands)
+        return false;
+    auto composite = std::make_unique<engine::CompositeCommand>();
+    for (const QUuid &id : racks) {
+        const model::Rack *rack = m_context.project->find_rack(id);
+        if (rack && rack->is_enabled() != enabled)
+            composite->append(std::make_unique<engine::SetRackEnabledCommand>(m_context.project, id, enabled));
+    }
+    if (composite->empty())
+        return false;
+    m_context.commands->execute(std::move(composite));
+    return true;
+}
+
 bool RacksPanelViewModel::remove_racks(const QList<QUuid> &racks)
 {
     if (!m_context.project || !m_context.commands)

@@ -70,6 +70,8 @@ public:
     QUuid add_rack(int row = -1);
     bool rename_rack(const QUuid &rack, const QString &name);
     bool set_rack_enabled(const QUuid &rack, bool enabled);
+    // The same for several racks, as one undo step.
+    bool set_racks_enabled(const QList<QUuid> &racks, bool enabled);
     // Removes the racks with all their nodes, as one undo step.
     bool remove_racks(const QList<QUuid> &racks);
     // Moves the racks (any order given) to stand together at dest_row.

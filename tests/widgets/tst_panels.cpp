@@ -7,6 +7,7 @@
 #include "engine/event.h"
 #include "engine/rack_manager.h"
 #include "persistence/model_commands.h"
+#include "persistence/property_commands.h"
 #include "widgets/add_node_widget.h"
 #include "widgets/add_node_widget_view_model.h"
 #include "widgets/node_panel.h"
@@ -99,6 +100,7 @@ void tst_Panels::racks_edits_data()
     QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C|fork";
     QTest::newRow("rename in place") << "rename" << "A,Z,C|fork";
     QTest::newRow("disable") << "disable" << "A,B-,C|fork";
+    QTest::newRow("disable two at once") << "disable two" << "A,B-,C-|fork";
     QTest::newRow("drag to the end") << "drag" << "B,C,A|fork";
     QTest::newRow("delete") << "delete" << "A,C|fork";
     QTest::newRow("copy and paste") << "paste" << "A,A,B,C|fork";
@@ -130,6 +132,9 @@ void tst_Panels::racks_edits()
         QVERIFY(shown->setData(shown->index(1, 0), QStringLiteral("Z")));
     } else if (edit == u"disable") {
         QVERIFY(panel.enabled_action()->isChecked());
+        panel.enabled_action()->trigger();
+    } else if (edit == u"disable two") {
+        panel.list()->selectionModel()->select(shown->index(2, 0), QItemSelectionModel::Select);
         panel.enabled_action()->trigger();
     } else if (edit == u"drag") {
         std::unique_ptr<QMimeData> data(shown->mimeData({shown->index(0, 0)}));
@@ -341,6 +346,13 @@ void tst_Panels::rack_rows_show_flow()
     QCOMPARE(vm.index_of(custom).data(RackPanelViewModel::DecorationMaskRole).toUInt() & 2u, 0u);
     QCOMPARE(vm.index_of(fork).data(RackPanelViewModel::DecorationMaskRole).toUInt(), 11u);
     QVERIFY(!vm.index_of(fork).data(Qt::DecorationRole).value<QIcon>().isNull());
+
+    // A row follows its node's name.
+    QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
+    rig.commands.execute(std::make_unique<engine::SetNodePropertyCommand>(&rig.project, custom, QStringLiteral("!name"),
+                                                                          model::Value::string("door")));
+    QVERIFY(QTest::qWaitFor([&] { return vm.index_of(custom).data().toString() == u"Custom Event: door"; }, 2000));
+    QCOMPARE(changed.last().at(0).toModelIndex(), vm.index_of(custom));
 }
 
 void tst_Panels::rows_flash_when_triggered()
@@ -411,6 +423,9 @@ void tst_Panels::node_panel()
         QVERIFY(!boxes.isEmpty());
         boxes.first()->setValue(2);
         QVERIFY(QTest::qWaitFor([&] { return rig.commands.can_undo(); }, 1000));
+        // The type names the node by its delay now: name and type in the title.
+        QVERIFY(QTest::qWaitFor([&] { return panel.windowTitle().contains(u" h "); }, 2000));
+        QVERIFY(panel.windowTitle().endsWith(u"(Delay)"));
         rig.commands.undo();
         QVERIFY(QTest::qWaitFor([&] { return boxes.first()->value() == 0; }, 1000));
     }
