@@ -84,6 +84,8 @@ private Q_SLOTS:
     void racks_selection_and_search();
     void rack_edits_data();
     void rack_edits();
+    void broken_clipboard_data();
+    void broken_clipboard();
     void rack_rows_show_flow();
     void rows_flash_when_triggered();
     void node_panel_data();
@@ -288,8 +290,10 @@ void tst_Panels::rack_edits()
         QVERIFY(!rig.project.find_node(fork)->children()->ids().contains(copied.first()));
     } else if (edit == u"drag first") {
         drag(custom, 0, {});
+        QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
     } else if (edit == u"drag into") {
         drag(custom, -1, fork);
+        QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
     } else if (edit == u"drag out") {
         drag(delay, 2, {});
     } else if (edit == u"cut across") {
@@ -312,6 +316,50 @@ void tst_Panels::rack_edits()
     // The rows follow the model through all of it.
     if (vm.rack() == r1)
         QCOMPARE(model->rowCount(), int(rig.project.find_rack(r1)->top_level()->count()));
+}
+
+void tst_Panels::broken_clipboard_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QString>("warning");
+    const QString racks = QString::fromLatin1(widgets::kRackListXmlMime);
+    const QString nodes = QString::fromLatin1(widgets::kNodeListXmlMime);
+    QTest::newRow("racks: cut short") << racks << QByteArray("<racks><rack id=\"x\"") << "while parsing project";
+    QTest::newRow("racks: nodes instead") << racks << QByteArray("<nodes/>") << "expected root <racks>, got <nodes>";
+    QTest::newRow("nodes: empty") << nodes << QByteArray() << "can't find root tag";
+    QTest::newRow("nodes: racks instead") << nodes << QByteArray("<racks/>") << "expected root <nodes>, got <racks>";
+}
+
+void tst_Panels::broken_clipboard()
+{
+    QFETCH(QString, format);
+    QFETCH(QByteArray, document);
+    QFETCH(QString, warning);
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("R"));
+    rig.open();
+    widgets::RacksPanelViewModel racks_vm;
+    racks_vm.set_context(rig.context());
+    widgets::RacksPanel racks(&racks_vm);
+    RackPanelViewModel rack_vm;
+    rack_vm.set_context(rig.context());
+    widgets::RackPanel panel(&rack_vm);
+    panel.set_rack(rack);
+    auto *data = new QMimeData;
+    data->setData(format, document);
+    QGuiApplication::clipboard()->setMimeData(data);
+    QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
+
+    // The reader's one warning, and nothing pasted.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QRegularExpression::escape(warning)));
+    if (format == QString::fromLatin1(widgets::kRackListXmlMime))
+        racks.paste_action()->trigger();
+    else
+        panel.paste_action()->trigger();
+    QCOMPARE(changed.count(), 0);
+    QCOMPARE(rig.racks(), QStringLiteral("R"));
+    QCOMPARE(rig.tree(rack), QString());
 }
 
 void tst_Panels::rack_rows_show_flow()
