@@ -13,6 +13,9 @@
 //                          99th percentile and the events delivered
 //
 //   bench_panels [--rounds N] [--seconds S] [--rate EVENTS_PER_SECOND]
+//                [--shot PATH]
+//
+// --shot saves a picture of the expanded tree with some rows lit to PATH.
 
 #include "../tests/widgets/panel_rig.h"
 
@@ -100,6 +103,19 @@ int main(int argc, char **argv)
     for (int i = 0; i < rounds; ++i) {
         flat_ms << show_ms(panel, flat, false);
         tree_ms << show_ms(panel, tree, true);
+    }
+    const qsizetype shot = args.indexOf(QStringLiteral("--shot"));
+    if (shot >= 0 && shot + 1 < args.size()) {
+        panel.set_rack(tree);
+        panel.tree()->expandAll();
+        const QUuid first = rig.project.find_rack(tree)->top_level()->at(0);
+        engine::EventSink::post(rig.runtime->find_rack_manager(tree)->sink(), engine::EventScope());
+        QElapsedTimer wait;
+        wait.start();
+        while (wait.elapsed() < 100)
+            QCoreApplication::processEvents();
+        panel.select_node(first);
+        panel.grab().save(args.at(shot + 1));
     }
     std::printf("show_flat_1000_ms: %.2f median, %.2f worst (goal < 300)\n", median(flat_ms),
                 *std::max_element(flat_ms.cbegin(), flat_ms.cend()));

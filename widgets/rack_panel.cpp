@@ -8,6 +8,7 @@
 #include "widgets/rack_panel_view_model.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
 #include <QFrame>
 #include <QGuiApplication>
@@ -54,18 +55,27 @@ public:
             QStyledItemDelegate::paint(painter, option, index);
             return;
         }
-        const int width = option.fontMetrics.horizontalAdvance(marks) + 6;
-        QStyleOptionViewItem text_option = option;
+        const int width = option.fontMetrics.horizontalAdvance(marks) + 8;
+        // The row's background (selection, flash) across the marks too.
+        QStyleOptionViewItem full = option;
+        initStyleOption(&full, index);
+        const QWidget *widget = option.widget;
+        QStyle *style = widget ? widget->style() : QApplication::style();
+        style->drawPrimitive(QStyle::PE_PanelItemViewItem, &full, painter, widget);
+        // The rest as the base class draws it, in the narrower rect and
+        // without painting the (translucent) flash a second time.
+        QStyleOptionViewItem text_option = full;
         text_option.rect.setRight(option.rect.right() - width);
-        QStyledItemDelegate::paint(painter, text_option, index);
+        text_option.backgroundBrush = Qt::NoBrush;
+        style->drawControl(QStyle::CE_ItemViewItem, &text_option, painter, widget);
         QRect marks_rect = option.rect;
         marks_rect.setLeft(option.rect.right() - width);
-        const QVariant flash = index.data(Qt::BackgroundRole);
-        if (flash.isValid())
-            painter->fillRect(marks_rect, flash.value<QColor>());
         painter->save();
-        painter->setPen(option.palette.color(QPalette::Disabled, QPalette::Text));
-        painter->drawText(marks_rect.adjusted(0, 0, -3, 0), Qt::AlignRight | Qt::AlignVCenter, marks);
+        QColor pen = option.palette.color(option.state & QStyle::State_Selected ? QPalette::HighlightedText
+                                                                                : QPalette::Text);
+        pen.setAlphaF(0.6f);
+        painter->setPen(pen);
+        painter->drawText(marks_rect.adjusted(0, 0, -4, 0), Qt::AlignRight | Qt::AlignVCenter, marks);
         painter->restore();
     }
 };
