@@ -110,6 +110,7 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
     popup_layout->addWidget(m_add_widget);
     m_popup->resize(280, 360);
     connect(m_add_widget, &AddNodeWidget::node_chosen, this, &RackPanel::chosen);
+    connect(m_add_widget, &AddNodeWidget::cancelled, m_popup, &QWidget::hide);
 
     m_edit = new QAction(locale::translate("Action.Edit"), this);
     m_add_inside = new QAction(locale::translate("Action.AddInside"), this);

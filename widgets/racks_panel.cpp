@@ -31,7 +31,8 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_filter->setFilterCaseSensitivity(Qt::CaseInsensitive);
     m_list->setModel(m_filter);
     m_list->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
+    m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked |
+                            QAbstractItemView::DoubleClicked);
     m_list->setDragDropMode(QAbstractItemView::DragDrop);
     m_list->setDefaultDropAction(Qt::MoveAction);
     m_list->setDropIndicatorShown(true);

@@ -269,6 +269,10 @@ void tst_Panels::rack_edits()
         panel.add_inside_action()->trigger();
         choose("stop");
     } else if (edit == u"add top") {
+        // Escape leaves the tree as it was.
+        panel.add_inside_action()->trigger();
+        QTest::keyClick(panel.add_node_widget()->search_field(), Qt::Key_Escape);
+        QVERIFY(!panel.add_node_popup()->isVisible());
         panel.add_inside_action()->trigger();
         choose("Stop");
     } else if (edit == u"replace") {
