@@ -83,6 +83,10 @@ bool AddNodeWidget::eventFilter(QObject *watched, QEvent *event)
     // Up and Down in the search field walk the list.
     if (watched == m_search && event->type() == QEvent::KeyPress) {
         const int key = static_cast<QKeyEvent *>(event)->key();
+        if (key == Qt::Key_Escape) {
+            Q_EMIT cancelled();
+            return true;
+        }
         if (key == Qt::Key_Up || key == Qt::Key_Down) {
             QTreeWidgetItem *item = m_list->currentItem();
             do {

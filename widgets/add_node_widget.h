@@ -11,7 +11,7 @@ namespace corv::widgets {
 class AddNodeWidgetViewModel;
 
 // A search field over the node types, grouped by category. Return in the
-// field or a double click (or Return) on a type chooses it.
+// field or a double click (or Return) on a type chooses it; Escape cancels.
 class AddNodeWidget : public QWidget
 {
     Q_OBJECT
@@ -28,6 +28,8 @@ public:
 
 Q_SIGNALS:
     void node_chosen(const QString &impl_id);
+    // Escape in the search field.
+    void cancelled();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

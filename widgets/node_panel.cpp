@@ -19,7 +19,7 @@ NodePanel::NodePanel(NodePanelViewModel *view_model, QWidget *parent)
     m_message->setMargin(12);
     m_scroll->setWidgetResizable(true);
     m_scroll->setFrameShape(QFrame::NoFrame);
-    layout->addWidget(m_message);
+    layout->addWidget(m_message, 1);
     layout->addWidget(m_scroll, 1);
 
     connect(m_view_model, &NodePanelViewModel::title_changed, this, [this](const QString &title) {
@@ -51,6 +51,7 @@ void NodePanel::show_surface()
     const bool not_loaded = !m_view_model->node().isNull() && !m_view_model->is_loaded();
     m_message->setText(not_loaded ? m_view_model->title() + u'\n' + m_view_model->not_loaded_text() : QString());
     m_message->setVisible(not_loaded);
+    m_scroll->setVisible(!not_loaded);
 }
 
 } // namespace corv::widgets

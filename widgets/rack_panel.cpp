@@ -8,6 +8,7 @@
 #include "widgets/rack_panel_view_model.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
 #include <QFrame>
 #include <QGuiApplication>
@@ -54,18 +55,27 @@ public:
             QStyledItemDelegate::paint(painter, option, index);
             return;
         }
-        const int width = option.fontMetrics.horizontalAdvance(marks) + 6;
-        QStyleOptionViewItem text_option = option;
+        const int width = option.fontMetrics.horizontalAdvance(marks) + 8;
+        // The row's background (selection, flash) across the marks too.
+        QStyleOptionViewItem full = option;
+        initStyleOption(&full, index);
+        const QWidget *widget = option.widget;
+        QStyle *style = widget ? widget->style() : QApplication::style();
+        style->drawPrimitive(QStyle::PE_PanelItemViewItem, &full, painter, widget);
+        // The rest as the base class draws it, in the narrower rect and
+        // without painting the (translucent) flash a second time.
+        QStyleOptionViewItem text_option = full;
         text_option.rect.setRight(option.rect.right() - width);
-        QStyledItemDelegate::paint(painter, text_option, index);
+        text_option.backgroundBrush = Qt::NoBrush;
+        style->drawControl(QStyle::CE_ItemViewItem, &text_option, painter, widget);
         QRect marks_rect = option.rect;
         marks_rect.setLeft(option.rect.right() - width);
-        const QVariant flash = index.data(Qt::BackgroundRole);
-        if (flash.isValid())
-            painter->fillRect(marks_rect, flash.value<QColor>());
         painter->save();
-        painter->setPen(option.palette.color(QPalette::Disabled, QPalette::Text));
-        painter->drawText(marks_rect.adjusted(0, 0, -3, 0), Qt::AlignRight | Qt::AlignVCenter, marks);
+        QColor pen = option.palette.color(option.state & QStyle::State_Selected ? QPalette::HighlightedText
+                                                                                : QPalette::Text);
+        pen.setAlphaF(0.6f);
+        painter->setPen(pen);
+        painter->drawText(marks_rect.adjusted(0, 0, -4, 0), Qt::AlignRight | Qt::AlignVCenter, marks);
         painter->restore();
     }
 };
@@ -100,6 +110,7 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
     popup_layout->addWidget(m_add_widget);
     m_popup->resize(280, 360);
     connect(m_add_widget, &AddNodeWidget::node_chosen, this, &RackPanel::chosen);
+    connect(m_add_widget, &AddNodeWidget::cancelled, m_popup, &QWidget::hide);
 
     m_edit = new QAction(locale::translate("Action.Edit"), this);
     m_add_inside = new QAction(locale::translate("Action.AddInside"), this);
@@ -141,6 +152,7 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
         setWindowTitle(title);
         Q_EMIT title_changed(title);
     });
+    connect(m_view_model, &RackPanelViewModel::nodes_dropped, this, &RackPanel::select_nodes);
     connect(m_view_model, &QAbstractItemModel::modelReset, this, [this] {
         update_actions();
         Q_EMIT selected_node_changed({});
@@ -252,15 +264,20 @@ void RackPanel::paste()
     const QModelIndex current = m_tree->currentIndex();
     const QUuid parent = current.isValid() ? m_view_model->parent_id(current) : QUuid();
     const int row = current.isValid() ? current.row() + 1 : -1;
-    const QList<QUuid> pasted = m_view_model->paste_nodes(QGuiApplication::clipboard()->mimeData(), parent, row);
-    if (pasted.isEmpty())
+    select_nodes(m_view_model->paste_nodes(QGuiApplication::clipboard()->mimeData(), parent, row));
+}
+
+void RackPanel::select_nodes(const QList<QUuid> &nodes)
+{
+    if (nodes.isEmpty())
         return;
-    m_tree->selectionModel()->clear();
-    for (const QUuid &id : pasted) {
+    select_node(nodes.first());
+    for (const QUuid &id : nodes) {
         const QModelIndex index = m_view_model->index_of(id);
+        for (QModelIndex p = index.parent(); p.isValid(); p = p.parent())
+            m_tree->expand(p);
         m_tree->selectionModel()->select(index, QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
-    m_tree->selectionModel()->setCurrentIndex(m_view_model->index_of(pasted.first()), QItemSelectionModel::NoUpdate);
 }
 
 void RackPanel::remove_selected()

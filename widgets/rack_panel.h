@@ -44,6 +44,8 @@ public:
     QUuid current_node() const;
     // Makes the node current, expanding its ancestors.
     void select_node(const QUuid &node);
+    // Selects the nodes, the first one current.
+    void select_nodes(const QList<QUuid> &nodes);
 
 public Q_SLOTS:
     // Shows a rack (null: none). Racks of up to kExpandLimit nodes open

@@ -837,11 +837,15 @@ bool RackPanelViewModel::dropMimeData(const QMimeData *data, Qt::DropAction acti
         if (tops.size() == ids.size()) {
             // The view's removal of the dragged rows afterwards is refused
             // (the model has no removeRows): the move is already done.
-            move_nodes(tops, parent_node, row);
+            if (move_nodes(tops, parent_node, row))
+                Q_EMIT nodes_dropped(tops);
             return true;
         }
     }
-    return !paste_nodes(data, parent_node, row).isEmpty();
+    const QList<QUuid> pasted = paste_nodes(data, parent_node, row);
+    if (!pasted.isEmpty())
+        Q_EMIT nodes_dropped(pasted);
+    return !pasted.isEmpty();
 }
 
 } // namespace corv::widgets

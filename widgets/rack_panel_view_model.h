@@ -166,6 +166,8 @@ public:
 Q_SIGNALS:
     void rack_changed(const QUuid &rack);
     void title_changed(const QString &title);
+    // Nodes were dropped (moved or copied) into the tree: the top nodes.
+    void nodes_dropped(const QList<QUuid> &nodes);
 
 private:
     friend class RackPanelNodeViewModel;

@@ -31,7 +31,8 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_filter->setFilterCaseSensitivity(Qt::CaseInsensitive);
     m_list->setModel(m_filter);
     m_list->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
+    m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked |
+                            QAbstractItemView::DoubleClicked);
     m_list->setDragDropMode(QAbstractItemView::DragDrop);
     m_list->setDefaultDropAction(Qt::MoveAction);
     m_list->setDropIndicatorShown(true);
@@ -48,10 +49,8 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_delete = new QAction(locale::translate("Action.Delete"), this);
     connect(m_add, &QAction::triggered, this, &RacksPanel::add_rack);
     connect(m_rename, &QAction::triggered, this, &RacksPanel::rename_selected);
-    connect(m_enabled, &QAction::triggered, this, [this](bool on) {
-        for (const QUuid &id : selected_racks())
-            m_view_model->set_rack_enabled(id, on);
-    });
+    connect(m_enabled, &QAction::triggered, this,
+            [this](bool on) { m_view_model->set_racks_enabled(selected_racks(), on); });
     connect(m_cut, &QAction::triggered, this, &RacksPanel::cut);
     connect(m_copy, &QAction::triggered, this, &RacksPanel::copy);
     connect(m_paste, &QAction::triggered, this, &RacksPanel::paste);

@@ -6,6 +6,8 @@
 #include "persistence/paste.h"
 #include "persistence/writer.h"
 
+#include <optional>
+
 #include <QBrush>
 #include <QDataStream>
 #include <QFont>
@@ -163,6 +165,22 @@ bool RacksPanelViewModel::set_rack_enabled(const QUuid &rack, bool enabled)
     return true;
 }
 
+bool RacksPanelViewModel::set_racks_enabled(const QList<QUuid> &racks, bool enabled)
+{
+    if (!m_context.project || !m_context.commands)
+        return false;
+    auto composite = std::make_unique<engine::CompositeCommand>();
+    for (const QUuid &id : racks) {
+        const model::Rack *rack = m_context.project->find_rack(id);
+        if (rack && rack->is_enabled() != enabled)
+            composite->append(std::make_unique<engine::SetRackEnabledCommand>(m_context.project, id, enabled));
+    }
+    if (composite->empty())
+        return false;
+    m_context.commands->execute(std::move(composite));
+    return true;
+}
+
 bool RacksPanelViewModel::remove_racks(const QList<QUuid> &racks)
 {
     if (!m_context.project || !m_context.commands)
@@ -197,6 +215,40 @@ bool RacksPanelViewModel::move_racks(const QList<QUuid> &racks, int dest_row)
     if (moves.empty())
         return false;
     m_context.commands->execute(std::make_unique<engine::MoveRacksCommand>(m_context.project, std::move(moves)));
+    return true;
+}
+
+bool RacksPanelViewModel::move_nodes_to_rack(const QList<QUuid> &nodes, const QUuid &rack)
+{
+    model::Project *project = m_context.project;
+    model::Rack *target = project ? project->find_rack(rack) : nullptr;
+    if (!target || !m_context.commands)
+        return false;
+    // The source lists as the moves before each one leave them.
+    QHash<std::pair<QUuid, QUuid>, QList<QUuid>> lists;
+    std::size_t at = target->top_level()->count();
+    std::vector<engine::NodeMove> moves;
+    for (const QUuid &id : nodes) {
+        const std::optional<engine::NodePlace> place = engine::find_node_place(*project, id);
+        if (!place)
+            continue;
+        const std::pair<QUuid, QUuid> key{place->rack, place->parent};
+        auto it = lists.find(key);
+        if (it == lists.end())
+            it = lists.insert(key, project->children_of(place->rack, place->parent)->ids());
+        const qsizetype from = it->indexOf(id);
+        if (place->rack == rack && place->parent.isNull()) {
+            // Already at this rack's top level: to its end.
+            moves.push_back({{rack, {}, std::size_t(from)}, {rack, {}, std::size_t(it->size())}});
+            it->move(from, it->size() - 1);
+            continue;
+        }
+        moves.push_back({{place->rack, place->parent, std::size_t(from)}, {rack, {}, at++}});
+        it->removeAt(from);
+    }
+    if (moves.empty())
+        return false;
+    m_context.commands->execute(std::make_unique<engine::MoveNodesCommand>(project, std::move(moves)));
     return true;
 }
 
@@ -301,12 +353,14 @@ Qt::ItemFlags RacksPanelViewModel::flags(const QModelIndex &index) const
 {
     if (!index.isValid())
         return Qt::ItemIsDropEnabled;
-    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable | Qt::ItemIsDragEnabled;
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable | Qt::ItemIsDragEnabled |
+           Qt::ItemIsDropEnabled;
 }
 
 QStringList RacksPanelViewModel::mimeTypes() const
 {
-    return {QString::fromLatin1(kModelRowsMime), QString::fromLatin1(kRackListXmlMime)};
+    return {QString::fromLatin1(kModelRowsMime), QString::fromLatin1(kRackListXmlMime),
+            QString::fromLatin1(kNodeListMime)};
 }
 
 QMimeData *RacksPanelViewModel::mimeData(const QModelIndexList &indexes) const
@@ -342,11 +396,14 @@ Qt::DropActions RacksPanelViewModel::supportedDragActions() const
     return Qt::MoveAction | Qt::CopyAction;
 }
 
-bool RacksPanelViewModel::canDropMimeData(const QMimeData *data, Qt::DropAction action, int, int,
-                                          const QModelIndex &) const
+bool RacksPanelViewModel::canDropMimeData(const QMimeData *data, Qt::DropAction action, int row, int,
+                                          const QModelIndex &parent) const
 {
     if (!data || !m_context.project)
         return false;
+    // Nodes dragged onto a rack.
+    if (data->hasFormat(QString::fromLatin1(kNodeListMime)))
+        return action == Qt::MoveAction && row < 0 && parent.isValid();
     if (action == Qt::MoveAction)
         return data->hasFormat(QString::fromLatin1(kModelRowsMime));
     return can_paste(data);
@@ -357,6 +414,18 @@ bool RacksPanelViewModel::dropMimeData(const QMimeData *data, Qt::DropAction act
 {
     if (!canDropMimeData(data, action, row, 0, parent))
         return false;
+    if (data->hasFormat(QString::fromLatin1(kNodeListMime))) {
+        QDataStream stream(data->data(QString::fromLatin1(kNodeListMime)));
+        int count = 0;
+        stream >> count;
+        QList<QUuid> nodes;
+        for (int i = 0; i < count && stream.status() == QDataStream::Ok; ++i) {
+            QUuid id;
+            stream >> id;
+            nodes.append(id);
+        }
+        return move_nodes_to_rack(nodes, rack_at(parent.row()));
+    }
     // Dropped on a rack: before it.
     if (row < 0 && parent.isValid())
         row = parent.row();

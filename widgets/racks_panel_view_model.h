@@ -70,10 +70,17 @@ public:
     QUuid add_rack(int row = -1);
     bool rename_rack(const QUuid &rack, const QString &name);
     bool set_rack_enabled(const QUuid &rack, bool enabled);
+    // The same for several racks, as one undo step.
+    bool set_racks_enabled(const QList<QUuid> &racks, bool enabled);
     // Removes the racks with all their nodes, as one undo step.
     bool remove_racks(const QList<QUuid> &racks);
     // Moves the racks (any order given) to stand together at dest_row.
     bool move_racks(const QList<QUuid> &racks, int dest_row);
+
+    // Moves nodes of any racks (top nodes of a selection, in order) to the
+    // end of the rack's top level, as one undo step; for nodes dragged from
+    // the rack panel onto a rack.
+    bool move_nodes_to_rack(const QList<QUuid> &nodes, const QUuid &rack);
 
     // The clipboard data of the racks: the rack list document, in row order.
     QMimeData *copy_racks(const QList<QUuid> &racks) const;
