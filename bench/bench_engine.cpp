@@ -30,6 +30,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -55,6 +56,7 @@ class ChainLink : public QObject
 public:
     ChainLink *next = nullptr;
     int *finished = nullptr;
+    int in_flight = events_in_flight;
 
     bool event(QEvent *event) override
     {
@@ -63,28 +65,29 @@ public:
         const int remaining = static_cast<HopEvent *>(event)->remaining - 1;
         if (remaining > 0)
             QCoreApplication::postEvent(next, new HopEvent(remaining));
-        else if (++*finished == events_in_flight)
+        else if (++*finished == in_flight)
             QCoreApplication::quit();
         return true;
     }
 };
 
-// Seconds per delivery: every event makes chain_length hops.
-double run_bare_chain()
+// Seconds per delivery: every event makes `length` hops.
+double run_bare_chain(int length = chain_length, int in_flight = events_in_flight)
 {
-    std::vector<ChainLink> links(chain_length);
+    std::vector<ChainLink> links(static_cast<std::size_t>(length));
     int finished = 0;
-    for (int i = 0; i < chain_length; ++i) {
-        links[std::size_t(i)].next = &links[std::size_t((i + 1) % chain_length)];
+    for (int i = 0; i < length; ++i) {
+        links[std::size_t(i)].next = &links[std::size_t((i + 1) % length)];
         links[std::size_t(i)].finished = &finished;
+        links[std::size_t(i)].in_flight = in_flight;
     }
     QElapsedTimer timer;
     timer.start();
-    for (int i = 0; i < events_in_flight; ++i)
-        QCoreApplication::postEvent(&links[0], new HopEvent(chain_length));
+    for (int i = 0; i < in_flight; ++i)
+        QCoreApplication::postEvent(&links[0], new HopEvent(length));
     QCoreApplication::exec();
     const double seconds = double(timer.nsecsElapsed()) / 1e9;
-    return seconds / (double(events_in_flight) * chain_length);
+    return seconds / (double(in_flight) * length);
 }
 
 // --- the engine: a rack of pass-on nodes -------------------------------------
@@ -241,9 +244,91 @@ void run_builtin_build(int rounds)
     std::printf("runtime_build_builtin_10000_nodes_100_racks: %.1f ms\n", build);
     std::printf("runtime_teardown_builtin_10000_nodes_100_racks: %.1f ms\n", teardown);
 }
+
+// Events through a rack of filter steps as a user builds them, each step a
+// compare (x > 0, passes), an evaluate (y = {x + 1}) and a display, with
+// their panels as the program has them; against a bare posted QEvent with
+// the same number in flight. Seconds per step.
+constexpr int filter_steps = 333;
+constexpr int filter_events = 1000;
+
+// Adds one configured node of a filter step to the list.
+void add_filter_node(model::Project &project, model::Children *list, const char *type)
+{
+    const QUuid id = add_node(project, list, type);
+    const model::Node *node = project.find_node(id);
+    model::StoreView store(const_cast<model::PropertyCollection *>(&node->properties()), node->key_prefix());
+    if (std::strcmp(type, "io.marrowfield.compare") == 0) {
+        store.set(QStringLiteral("!property"), model::Value::string("x"));
+        store.set(QStringLiteral("comparetype"), model::Value::integer(4));
+    } else if (std::strcmp(type, "io.marrowfield.evaluate") == 0) {
+        store.set(QStringLiteral("!key"), model::Value::string("y"));
+        store.set(QStringLiteral("!expr"), model::Value::string("{x + 1}"));
+    }
+}
+
+// Seconds per node: filter_events events through a rack of the given types
+// repeated to filter_steps x 3 nodes.
+double run_filter_chain(NodeRegistry &registry, const std::vector<const char *> &types)
+{
+    model::Project project;
+    const QUuid rack_id = add_rack(project, 1);
+    model::Children *list = project.find_rack(rack_id)->top_level();
+    const int nodes = filter_steps * 3;
+    for (int i = 0; i < nodes; ++i)
+        add_filter_node(project, list, types[std::size_t(i) % types.size()]);
+    ProjectRuntime runtime(project, registry);
+    cui::install_node_surfaces(runtime, nullptr);
+    runtime.open();
+    RackManager *rack_manager = runtime.find_rack_manager(rack_id);
+    int finished = 0;
+    QObject::connect(rack_manager->top_router(), &ChildrenEventRouter::event_returned,
+                     [&finished](const EventScope &) {
+                         if (++finished == filter_events)
+                             QCoreApplication::quit();
+                     });
+    EventScope event;
+    event.set("x", "5");
+    event.set("name", "bench");
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < filter_events; ++i)
+        EventSink::post(rack_manager->sink(), event);
+    QCoreApplication::exec();
+    const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    if (finished != filter_events)
+        std::fprintf(stderr, "unexpected event count %d\n", finished);
+    return seconds / (double(filter_events) * nodes);
+}
+
+void run_filter_steps(const char *name, int rounds)
+{
+    PluginList plugins;
+    plugins.add_builtin(builtin_plugin_entry_points(), QCoreApplication::applicationDirPath());
+    NodeRegistry registry;
+    plugins.initialize(registry);
+    const std::vector<const char *> step{"io.marrowfield.compare", "io.marrowfield.evaluate",
+                                         "io.marrowfield.display"};
+    double bare = 1e9;
+    double per_node = 1e9;
+    std::vector<double> alone(step.size(), 1e9);
+    for (int round = 0; round < rounds; ++round) {
+        bare = std::min(bare, run_bare_chain(filter_steps * 3, filter_events));
+        per_node = std::min(per_node, run_filter_chain(registry, step));
+        for (std::size_t i = 0; i < step.size(); ++i)
+            alone[i] = std::min(alone[i], run_filter_chain(registry, {step[i]}));
+    }
+    std::printf("bare_post_%d_in_flight_%s: %.4f us\n", filter_events, name, bare * 1e6);
+    std::printf("compare_evaluate_display_step_%s: %.4f us\n", name, per_node * 3 * 1e6);
+    std::printf("compare_evaluate_display_step_ratio_%s: %.2f x bare hop\n", name, per_node * 3 / bare);
+    std::printf("compare_evaluate_display_per_node_ratio_%s: %.2f x bare hop\n", name, per_node / bare);
+    for (std::size_t i = 0; i < step.size(); ++i)
+        std::printf("%s_node_%s: %.4f us, %.2f x bare hop\n", step[i] + std::strlen("io.marrowfield."), name,
+                    alone[i] * 1e6, alone[i] / bare);
+}
 #endif
 
-int run_measurements(int argc, char **argv, int rounds)
+int run_measurements(int argc, char **argv, int rounds, bool filters_only)
 {
     QCoreApplication app(argc, argv);
     QLoggingCategory::setFilterRules(QStringLiteral("corv.*.info=false\ncorv.*.debug=false"));
@@ -255,14 +340,17 @@ int run_measurements(int argc, char **argv, int rounds)
     Types types;
     double bare = 1e9;
     double hop = 1e9;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < rounds && !filters_only; ++round) {
         bare = std::min(bare, run_bare_chain());
         hop = std::min(hop, run_engine_chain(types));
     }
-    std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
-    std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
-    std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
-    if (!dispatcher.contains("Glib")) {
+    if (!filters_only) {
+        std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
+        std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
+        std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
+    }
+    const bool build_figures = !filters_only && !dispatcher.contains("Glib");
+    if (build_figures) {
         double build = 1e9;
         double teardown = 1e9;
         for (int round = 0; round < rounds; ++round) {
@@ -276,6 +364,13 @@ int run_measurements(int argc, char **argv, int rounds)
         run_builtin_build(rounds);
 #endif
     }
+#ifdef CORV_BENCH_BUILTIN_NODES
+    if (!build_figures) { // otherwise done for the build figure
+        locale::install_application_translator();
+        install_builtin_nodes();
+    }
+    run_filter_steps(name, rounds);
+#endif
     std::fflush(stdout);
     return 0;
 }
@@ -303,20 +398,25 @@ int run_both(const QString &program, const QStringList &extra)
 
 int main(int argc, char **argv)
 {
-    // bench_engine [--measure] [--rounds N]
+    // bench_engine [--measure] [--rounds N] [--filters]
+    // --filters: only the compare, evaluate and display figures.
     bool measure = false;
+    bool filters_only = false;
     int rounds = 3;
     QStringList extra;
     for (int i = 1; i < argc; ++i) {
         const QByteArray arg(argv[i]);
         if (arg == "--measure") {
             measure = true;
+        } else if (arg == "--filters") {
+            filters_only = true;
+            extra << QStringLiteral("--filters");
         } else if (arg == "--rounds" && i + 1 < argc) {
             rounds = std::max(1, QByteArray(argv[++i]).toInt());
             extra << QStringLiteral("--rounds") << QString::number(rounds);
         }
     }
     if (measure)
-        return run_measurements(argc, argv, rounds);
+        return run_measurements(argc, argv, rounds, filters_only);
     return run_both(QString::fromLocal8Bit(argv[0]), extra);
 }

@@ -32,11 +32,22 @@ double read_number(const char *text)
     };
     // "0x" counts only when a hexadecimal digit follows (with or without a
     // point); otherwise the 0 alone is the number.
+    std::from_chars_result read{p, std::errc()};
+    char exponent = 'e';
     if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X') &&
         (is_hex(p[2]) || (p[2] == '.' && is_hex(p[3])))) {
-        std::from_chars(p + 2, end, value, std::chars_format::hex);
+        read = std::from_chars(p + 2, end, value, std::chars_format::hex);
+        exponent = 'p';
     } else if (*p != '+' && *p != '-') { // strtod takes one sign only
-        std::from_chars(p, end, value, std::chars_format::general);
+        read = std::from_chars(p, end, value, std::chars_format::general);
+    }
+    if (read.ec == std::errc::result_out_of_range) {
+        // As strtod: too large is infinite, too small is 0.
+        const QByteArrayView number(p, read.ptr - p);
+        const qsizetype at = number.toByteArray().toLower().indexOf(exponent);
+        value = at >= 0 && at + 1 < number.size() && number[at + 1] == '-'
+                    ? 0.0
+                    : std::numeric_limits<double>::infinity();
     }
     return negative ? -value : value;
 }
@@ -72,8 +83,9 @@ enum CompareType : std::int32_t {
 };
 
 constexpr const char *kTypeLabels[kCompareTypes] = {
-    "CompareNode.Is",  "CompareNode.IsNot", "CompareNode.Equal", "CompareNode.NotEqual", "CompareNode.Gt",
-    "CompareNode.Gte", "CompareNode.Lt",    "CompareNode.Lte",   "CompareNode.Between"};
+    "CompareNode.Is",       "CompareNode.IsNot", "CompareNode.Equal",
+    "CompareNode.NotEqual", "CompareNode.Gt",    "CompareNode.Gte",
+    "CompareNode.Lt",       "CompareNode.Lte",   "CompareNode.Between"};
 
 constexpr double kUnbounded = std::numeric_limits<double>::infinity();
 
@@ -214,10 +226,12 @@ void evaluate_name(void *data, char *buffer)
 void evaluate_build(void *data, cui_generate_context *context)
 {
     Evaluate *evaluate = state_of<Evaluate>(data);
-    take_text(evaluate->key, cui_text(context, "!key", corv_plugin_tr(plugin(), "EvaluateNode.KeyField"),
-                                      corv_plugin_tr(plugin(), "EvaluateNode.DefaultKey")));
-    take_text(evaluate->expression,
-              cui_text(context, "!expr", corv_plugin_tr(plugin(), "EvaluateNode.ExpressionField"), ""));
+    take_text(evaluate->key,
+              cui_text(context, "!key", corv_plugin_tr(plugin(), "EvaluateNode.KeyField"),
+                       corv_plugin_tr(plugin(), "EvaluateNode.DefaultKey")));
+    take_text(
+        evaluate->expression,
+        cui_text(context, "!expr", corv_plugin_tr(plugin(), "EvaluateNode.ExpressionField"), ""));
     corv_node_invalidate_name(evaluate->node);
 }
 

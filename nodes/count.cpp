@@ -76,15 +76,17 @@ void count_destroy(void *data)
 // The key field first; the type's own fields follow.
 void build_key(Count *count, cui_generate_context *context)
 {
-    count->key = owned(cui_text(context, "!key", corv_plugin_tr(plugin(), "CountNode.KeyField"), "count"));
+    count->key =
+        owned(cui_text(context, "!key", corv_plugin_tr(plugin(), "CountNode.KeyField"), "count"));
 }
 
 // The current count and the reset button close every count panel.
 void build_current(Count *count, cui_generate_context *context)
 {
     char text[CORV_TEXT_SIZE];
-    corv_tr_end_str(corv_tr_int(corv_plugin_tr_arg(plugin(), "CountNode.Current.%1"), clamp_int(count->count)),
-                    text);
+    corv_tr_end_str(
+        corv_tr_int(corv_plugin_tr_arg(plugin(), "CountNode.Current.%1"), clamp_int(count->count)),
+        text);
     cui_label(context, "", text);
     if (cui_button(context, "", corv_plugin_tr(plugin(), "CountNode.Reset"))) {
         count->reset();
@@ -109,16 +111,17 @@ struct CountBlock : Count {
 
 void count_block_name(void *data, char *buffer)
 {
-    corv_tr_end_str(
-        corv_tr_int_plural(corv_plugin_tr_arg(plugin(), "CountBlockNode.Name.%1"), state_of<CountBlock>(data)->size),
-        buffer);
+    corv_tr_end_str(corv_tr_int_plural(corv_plugin_tr_arg(plugin(), "CountBlockNode.Name.%1"),
+                                       state_of<CountBlock>(data)->size),
+                    buffer);
 }
 
 void count_block_build(void *data, cui_generate_context *context)
 {
     auto *block = state_of<CountBlock>(data);
     build_key(block, context);
-    block->size = cui_int(context, "!size", corv_plugin_tr(plugin(), "CountBlockNode.SizeField"), 3, 1, INT_MAX);
+    block->size = cui_int(context, "!size", corv_plugin_tr(plugin(), "CountBlockNode.SizeField"), 3,
+                          1, INT_MAX);
     build_current(block, context);
 }
 
@@ -156,9 +159,10 @@ void count_rolling_time_name(void *data, char *buffer)
 {
     const auto *rolling = state_of<CountRollingTime>(data);
     corv_tr_end_str(
-        corv_tr_float(corv_tr_int_plural(corv_plugin_tr_arg(plugin(), "CountRollingTimeNode.Name.%1.%2"),
-                                         rolling->threshold),
-                      rolling->seconds),
+        corv_tr_float(
+            corv_tr_int_plural(corv_plugin_tr_arg(plugin(), "CountRollingTimeNode.Name.%1.%2"),
+                               rolling->threshold),
+            rolling->seconds),
         buffer);
 }
 
@@ -168,7 +172,8 @@ void count_rolling_time_build(void *data, cui_generate_context *context)
     build_key(rolling, context);
     rolling->seconds = read_seconds(context, "CountRollingTimeNode.SecondsField");
     rolling->threshold =
-        cui_int(context, "!threshold", corv_plugin_tr(plugin(), "CountRollingTimeNode.ThresholdField"), 2, 1, INT_MAX);
+        cui_int(context, "!threshold",
+                corv_plugin_tr(plugin(), "CountRollingTimeNode.ThresholdField"), 2, 1, INT_MAX);
     build_current(rolling, context);
 }
 
@@ -176,7 +181,8 @@ void count_rolling_time_on_event(void *data, corv_event *event)
 {
     auto *rolling = state_of<CountRollingTime>(data);
     const Clock::time_point now = Clock::now();
-    const auto window = std::chrono::duration<double>(std::isfinite(rolling->seconds) ? rolling->seconds : 1e12);
+    const auto window =
+        std::chrono::duration<double>(std::isfinite(rolling->seconds) ? rolling->seconds : 1e12);
     while (!rolling->arrivals.empty() && now - rolling->arrivals.front() >= window)
         rolling->arrivals.pop_front();
     rolling->arrivals.push_back(now);
@@ -209,7 +215,8 @@ struct CountDiscreteTime : Count {
             timer = std::make_unique<QTimer>();
             timer->setSingleShot(true);
             timer->setTimerType(Qt::PreciseTimer);
-            QObject::connect(timer.get(), &QTimer::timeout, timer.get(), [this] { close_window(); });
+            QObject::connect(timer.get(), &QTimer::timeout, timer.get(),
+                             [this] { close_window(); });
         }
         return *timer;
     }
@@ -287,19 +294,10 @@ void count_child_reset_returned(void *data, corv_event *event)
 
 } // namespace
 
-const corv_node_type count_block_node = {nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         create_state<CountBlock>,
-                                         count_destroy,
-                                         count_block_name,
-                                         nullptr,
-                                         count_block_build,
-                                         count_block_on_event,
-                                         pass_on,
-                                         nullptr,
-                                         nullptr};
+const corv_node_type count_block_node = {
+    nullptr,       nullptr,          nullptr, nullptr,           create_state<CountBlock>,
+    count_destroy, count_block_name, nullptr, count_block_build, count_block_on_event,
+    pass_on,       nullptr,          nullptr};
 
 const corv_node_type count_discrete_time_node = {nullptr,
                                                  nullptr,
@@ -345,8 +343,9 @@ const corv_node_type count_child_reset_node = {nullptr,
 
 bool migrate_count(void *, corv_store *store, char *out_id)
 {
-    static const char *const ids[] = {"io.marrowfield.countblock", "io.marrowfield.countdiscretetime",
-                                      "io.marrowfield.countrollingtime", "io.marrowfield.countchildreset"};
+    static const char *const ids[] = {
+        "io.marrowfield.countblock", "io.marrowfield.countdiscretetime",
+        "io.marrowfield.countrollingtime", "io.marrowfield.countchildreset"};
     std::int32_t mode = 0;
     for (const char *key : {"io.marrowfield.count.mode", "!mode"}) {
         if (corv_store_has_int(store, key)) {

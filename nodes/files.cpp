@@ -5,7 +5,6 @@
 #include "sdk/include/corvane/corvane_cui.h"
 
 #include <QByteArray>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
@@ -129,28 +128,33 @@ void on_file_changed_name(void *data, char *buffer)
     const OnFileChanged *changed = state_of<OnFileChanged>(data);
     const QByteArray file = file_name_of(changed->path);
     if (changed->reading)
-        corv_tr_end_str(corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnFileChangedNode.Name.%1.%2"),
-                                                file.constData()),
-                                    changed->key.constData()),
-                        buffer);
+        corv_tr_end_str(
+            corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnFileChangedNode.Name.%1.%2"),
+                                    file.constData()),
+                        changed->key.constData()),
+            buffer);
     else
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnFileChangedNode.Name.%1"), file.constData()),
+        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnFileChangedNode.Name.%1"),
+                                    file.constData()),
                         buffer);
 }
 
 void on_file_changed_build(void *data, cui_generate_context *context)
 {
     OnFileChanged *changed = state_of<OnFileChanged>(data);
-    const QByteArray path = owned(cui_open_file(context, "!path", corv_plugin_tr(plugin(), "OnFileChangedNode.PathField"),
-                                                corv_plugin_tr(plugin(), "OnFileChangedNode.Filter"), ""));
+    const QByteArray path = owned(
+        cui_open_file(context, "!path", corv_plugin_tr(plugin(), "OnFileChangedNode.PathField"),
+                      corv_plugin_tr(plugin(), "OnFileChangedNode.Filter"), ""));
     if (path != changed->path) // a null path equals an empty one
         changed->watch(path);
     // "read" and "key" without "!" live under the type's prefix, as saved
     // projects have them.
-    changed->reading = cui_checkbox(context, "read", corv_plugin_tr(plugin(), "OnFileChangedNode.ReadField"), true);
+    changed->reading = cui_checkbox(context, "read",
+                                    corv_plugin_tr(plugin(), "OnFileChangedNode.ReadField"), true);
     if (changed->reading)
-        changed->key = owned(cui_text(context, "key", corv_plugin_tr(plugin(), "OnFileChangedNode.KeyField"),
-                                      corv_plugin_tr(plugin(), "OnFileChangedNode.DefaultKey")));
+        changed->key =
+            owned(cui_text(context, "key", corv_plugin_tr(plugin(), "OnFileChangedNode.KeyField"),
+                           corv_plugin_tr(plugin(), "OnFileChangedNode.DefaultKey")));
     else
         changed->key.clear();
     corv_node_invalidate_name(changed->node);
@@ -167,19 +171,22 @@ struct ReadText : NodeState {
 void read_text_name(void *data, char *buffer)
 {
     const ReadText *read = state_of<ReadText>(data);
-    corv_tr_end_str(corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "ReadTextFileNode.Name.%1.%2"),
-                                            file_name_of(read->path).constData()),
-                                read->key.constData()),
-                    buffer);
+    corv_tr_end_str(
+        corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "ReadTextFileNode.Name.%1.%2"),
+                                file_name_of(read->path).constData()),
+                    read->key.constData()),
+        buffer);
 }
 
 void read_text_build(void *data, cui_generate_context *context)
 {
     ReadText *read = state_of<ReadText>(data);
-    read->path = owned(cui_open_file(context, "!path", corv_plugin_tr(plugin(), "ReadTextFileNode.PathField"),
+    read->path = owned(cui_open_file(context, "!path",
+                                     corv_plugin_tr(plugin(), "ReadTextFileNode.PathField"),
                                      corv_plugin_tr(plugin(), "ReadTextFileNode.Filter"), ""));
-    read->key = owned(cui_text(context, "!key", corv_plugin_tr(plugin(), "ReadTextFileNode.KeyField"),
-                               corv_plugin_tr(plugin(), "ReadTextFileNode.DefaultKey")));
+    read->key =
+        owned(cui_text(context, "!key", corv_plugin_tr(plugin(), "ReadTextFileNode.KeyField"),
+                       corv_plugin_tr(plugin(), "ReadTextFileNode.DefaultKey")));
     corv_node_invalidate_name(read->node);
 }
 
@@ -210,10 +217,11 @@ void write_text_name(void *data, char *buffer)
 void write_text_build(void *data, cui_generate_context *context)
 {
     WriteText *write = state_of<WriteText>(data);
-    write->path = owned(cui_save_file(context, "!path", corv_plugin_tr(plugin(), "WriteTextFileNode.PathField"),
+    write->path = owned(cui_save_file(context, "!path",
+                                      corv_plugin_tr(plugin(), "WriteTextFileNode.PathField"),
                                       corv_plugin_tr(plugin(), "WriteTextFileNode.Filter"), ""));
-    write->value =
-        owned(cui_text_area(context, "!value", "", corv_plugin_tr(plugin(), "WriteTextFileNode.DefaultValue")));
+    write->value = owned(cui_text_area(context, "!value", "",
+                                       corv_plugin_tr(plugin(), "WriteTextFileNode.DefaultValue")));
     corv_node_invalidate_name(write->node);
 }
 
@@ -222,7 +230,8 @@ void write_text_on_event(void *data, corv_event *event)
     const WriteText *write = state_of<WriteText>(data);
     if (!write->path.isEmpty()) {
         QFile file(path_of(write->path));
-        if (file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text) && !write->value.isEmpty()) {
+        if (file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text) &&
+            !write->value.isEmpty()) {
             char *text = corv_expression(write->value.constData(), event);
             file.write(text);
             corv_string_destroy(text);

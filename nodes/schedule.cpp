@@ -76,12 +76,12 @@ struct Schedule : NodeState {
     QByteArray time_text = "09:00";
     bool started = false;
 
-    qint64 count = 0;          // firings since the node started
-    double start_ms = 0.0;     // every: the steady time of firing 0
-    qint64 round = 0;          // every: the index of the next firing
-    double due_ms = 0.0;       // every, once: the steady time of the next firing
-    QTime time_of_day;         // daily
-    QDateTime next;            // the next firing in local time; invalid: none
+    qint64 count = 0;      // firings since the node started
+    double start_ms = 0.0; // every: the steady time of firing 0
+    qint64 round = 0;      // every: the index of the next firing
+    double due_ms = 0.0;   // every, once: the steady time of the next firing
+    QTime time_of_day;     // daily
+    QDateTime next;        // the next firing in local time; invalid: none
     std::unique_ptr<QTimer> timer;
 };
 
@@ -178,7 +178,8 @@ void Schedule::fire()
 {
     ++count;
     corv_event *event = corv_event_create();
-    corv_event_set(event, "time", QDateTime::currentDateTime().toString(Qt::ISODate).toUtf8().constData());
+    corv_event_set(event, "time",
+                   QDateTime::currentDateTime().toString(Qt::ISODate).toUtf8().constData());
     corv_event_set(event, "count", QByteArray::number(count).constData());
     post_to_children(node, event);
 }
@@ -188,16 +189,18 @@ void schedule_name(void *data, char *buffer)
     const Schedule *schedule = state_of<Schedule>(data);
     switch (schedule->mode) {
     case Every:
-        corv_tr_end_str(corv_tr_float(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Every.%1"), schedule->seconds),
+        corv_tr_end_str(corv_tr_float(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Every.%1"),
+                                      schedule->seconds),
                         buffer);
         break;
     case DailyAt:
-        corv_tr_end_str(
-            corv_tr_str(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Daily.%1"), schedule->time_text.constData()),
-            buffer);
+        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Daily.%1"),
+                                    schedule->time_text.constData()),
+                        buffer);
         break;
     case OnceAfterOpen:
-        corv_tr_end_str(corv_tr_float(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Once.%1"), schedule->seconds),
+        corv_tr_end_str(corv_tr_float(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Name.Once.%1"),
+                                      schedule->seconds),
                         buffer);
         break;
     default:
@@ -218,14 +221,18 @@ void schedule_build(void *data, cui_generate_context *context)
     double seconds = schedule->seconds;
     QByteArray time_text = schedule->time_text;
     if (mode == DailyAt) {
-        time_text = owned(cui_text(context, "!time", corv_plugin_tr(plugin(), "OnScheduleNode.TimeField"), "09:00"));
+        time_text = owned(cui_text(context, "!time",
+                                   corv_plugin_tr(plugin(), "OnScheduleNode.TimeField"), "09:00"));
     } else {
-        seconds = cui_float(context, "!seconds", corv_plugin_tr(plugin(), "OnScheduleNode.SecondsField"),
-                            kDefaultSeconds, kMinSeconds, kMaxSeconds);
-        seconds = std::isnan(seconds) ? kDefaultSeconds : std::clamp(seconds, kMinSeconds, kMaxSeconds);
+        seconds =
+            cui_float(context, "!seconds", corv_plugin_tr(plugin(), "OnScheduleNode.SecondsField"),
+                      kDefaultSeconds, kMinSeconds, kMaxSeconds);
+        seconds =
+            std::isnan(seconds) ? kDefaultSeconds : std::clamp(seconds, kMinSeconds, kMaxSeconds);
     }
-    const bool changed = !schedule->started || mode != schedule->mode ||
-                         (mode == DailyAt ? time_text != schedule->time_text : seconds != schedule->seconds);
+    const bool changed =
+        !schedule->started || mode != schedule->mode ||
+        (mode == DailyAt ? time_text != schedule->time_text : seconds != schedule->seconds);
     schedule->mode = mode;
     schedule->seconds = seconds;
     schedule->time_text = time_text;
@@ -235,8 +242,11 @@ void schedule_build(void *data, cui_generate_context *context)
     }
     if (schedule->next.isValid()) {
         char text[CORV_TEXT_SIZE];
-        const QByteArray when = schedule->next.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")).toUtf8();
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Next.%1"), when.constData()), text);
+        const QByteArray when =
+            schedule->next.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")).toUtf8();
+        corv_tr_end_str(
+            corv_tr_str(corv_plugin_tr_arg(plugin(), "OnScheduleNode.Next.%1"), when.constData()),
+            text);
         cui_label(context, "", text);
     } else {
         cui_label(context, "", corv_plugin_tr(plugin(), "OnScheduleNode.NotScheduled"));

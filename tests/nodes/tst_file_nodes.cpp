@@ -31,13 +31,13 @@ QByteArray read_file(const QString &path)
 QByteArray last_keys(const Rig &rig, const QString &probe, const QString &folder)
 {
     const QList<Hit> hits = rig.hits_at(probe);
-    return hits.isEmpty() ? QByteArray() : QByteArray(hits.last().keys).replace(folder.toUtf8() + '/', "");
+    return hits.isEmpty() ? QByteArray()
+                          : QByteArray(hits.last().keys).replace(folder.toUtf8() + '/', "");
 }
 
 } // namespace
 
-class TstFileNodes : public QObject
-{
+class TstFileNodes : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -65,8 +65,9 @@ private Q_SLOTS:
         write_file(path, "one");
         Rig rig;
         const QUuid rack = rig.add_rack(QStringLiteral("R"));
-        const QUuid node = rig.add_node(rack, "io.marrowfield.onfilechanged",
-                                        {{"!path", Value::string(path.toUtf8())}, {"read", Value::boolean(read)}});
+        const QUuid node =
+            rig.add_node(rack, "io.marrowfield.onfilechanged",
+                         {{"!path", Value::string(path.toUtf8())}, {"read", Value::boolean(read)}});
         rig.add_probe(node, QStringLiteral("inside"));
         rig.open();
         QCOMPARE(rig.name(node), name);
@@ -85,8 +86,8 @@ private Q_SLOTS:
         write_file(b, "b0");
         Rig rig;
         const QUuid rack = rig.add_rack(QStringLiteral("R"));
-        const QUuid node =
-            rig.add_node(rack, "io.marrowfield.onfilechanged", {{"!path", Value::string(a.toUtf8())}});
+        const QUuid node = rig.add_node(rack, "io.marrowfield.onfilechanged",
+                                        {{"!path", Value::string(a.toUtf8())}});
         rig.add_probe(node, QStringLiteral("inside"));
         rig.open();
         rig.set(node, QStringLiteral("!path"), Value::string(b.toUtf8()));
@@ -101,7 +102,9 @@ private Q_SLOTS:
         // Saved the way many editors save: a new file renamed over the old.
         const QString temporary = dir.filePath(QStringLiteral("b.txt.new"));
         write_file(temporary, "b2");
-        QCOMPARE(std::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(b).constData()), 0);
+        QCOMPARE(
+            std::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(b).constData()),
+            0);
         QTRY_COMPARE(last_keys(rig, "inside", dir.path()), QByteArray("file=b.txt;content=b2"));
         write_file(b, "b3");
         QTRY_COMPARE(last_keys(rig, "inside", dir.path()), QByteArray("file=b.txt;content=b3"));
@@ -124,7 +127,8 @@ private Q_SLOTS:
         write_file(path, "line 1\nline 2\n");
         Rig rig;
         const QUuid rack = rig.add_rack(QStringLiteral("R"));
-        const QUuid present = rig.add_node(rack, "io.marrowfield.readtext", {{"!path", Value::string(path.toUtf8())}});
+        const QUuid present = rig.add_node(rack, "io.marrowfield.readtext",
+                                           {{"!path", Value::string(path.toUtf8())}});
         rig.add_node(rack, "io.marrowfield.readtext",
                      {{"!path", Value::string(dir.filePath(QStringLiteral("none.txt")).toUtf8())},
                       {"!key", Value::string("other")}});
@@ -142,7 +146,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("value");
         QTest::addColumn<QByteArray>("written");
-        QTest::newRow("template") << QByteArray("id {id}, twice {id * 2}\n") << QByteArray("id 21, twice 42\n");
+        QTest::newRow("template") << QByteArray("id {id}, twice {id * 2}\n")
+                                  << QByteArray("id 21, twice 42\n");
         QTest::newRow("plain text") << QByteArray("plain") << QByteArray("plain");
         QTest::newRow("empty") << QByteArray("") << QByteArray("");
     }
@@ -156,8 +161,9 @@ private Q_SLOTS:
         write_file(path, "old content that is longer");
         Rig rig;
         const QUuid rack = rig.add_rack(QStringLiteral("R"));
-        const QUuid node = rig.add_node(rack, "io.marrowfield.writetext",
-                                        {{"!path", Value::string(path.toUtf8())}, {"!value", Value::string(value)}});
+        const QUuid node = rig.add_node(
+            rack, "io.marrowfield.writetext",
+            {{"!path", Value::string(path.toUtf8())}, {"!value", Value::string(value)}});
         rig.add_probe(rack, QStringLiteral("after"));
         rig.open();
         QCOMPARE(rig.name(node), QStringLiteral("Write out.txt"));

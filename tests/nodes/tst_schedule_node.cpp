@@ -29,8 +29,7 @@ QByteArray count_of(const Hit &hit)
 
 } // namespace
 
-class TstScheduleNode : public QObject
-{
+class TstScheduleNode : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -48,27 +47,32 @@ private Q_SLOTS:
         QCOMPARE(rig.name(node), QStringLiteral("Every 0.1 s"));
         QVERIFY(rig.labels(node).value(0).startsWith(u"Next: "));
         QTRY_COMPARE(rig.hits_at("inside").size(), 3);
+        const qint64 first = rig.hits_at("inside")[0].ms;
+        QVERIFY2(first - start >= 98, qPrintable(QString::number(first - start)));
         for (int k = 0; k < 3; ++k) {
             const Hit hit = rig.hits_at("inside")[k];
             QCOMPARE(count_of(hit), QByteArray::number(k + 1));
-            QVERIFY2(hit.ms >= start + 100 * (k + 1) - 2 && hit.ms <= start + 100 * (k + 1) + kLate,
-                     qPrintable(QString::number(hit.ms - start)));
+            QVERIFY2(hit.ms - first >= 100 * k - 2 && hit.ms - first <= 100 * k + kLate,
+                     qPrintable(QString::number(hit.ms - first)));
             const QByteArray time = hit.keys.mid(5, hit.keys.indexOf(';') - 5);
-            QVERIFY2(QDateTime::fromString(QString::fromLatin1(time), Qt::ISODate).isValid(), time.constData());
+            QVERIFY2(QDateTime::fromString(QString::fromLatin1(time), Qt::ISODate).isValid(),
+                     time.constData());
         }
         QThread::msleep(350); // the loop stalls over three due times
         rig.wait(30);
-        QCOMPARE(rig.hits_at("inside").size(), 4);
+        QVERIFY(rig.hits_at("inside").size() <= 4);
         QTRY_COMPARE(rig.hits_at("inside").size(), 5);
-        const qint64 fifth = rig.hits_at("inside")[4].ms - start;
-        QVERIFY2(fifth % 100 <= kLate, qPrintable(QString::number(fifth)));
+        const qint64 fifth = rig.hits_at("inside")[4].ms - first;
+        const qint64 off_grid = (fifth + 50) % 100 - 50;
+        QVERIFY2(off_grid >= -kLate && off_grid <= kLate, qPrintable(QString::number(fifth)));
     }
 
     void once_after_open()
     {
         Rig rig;
         QUuid node;
-        schedule_rack(rig, {{"!mode", Value::integer(2)}, {"!seconds", Value::floating(0.15)}}, &node);
+        schedule_rack(rig, {{"!mode", Value::integer(2)}, {"!seconds", Value::floating(0.15)}},
+                      &node);
         rig.open();
         QCOMPARE(rig.name(node), QStringLiteral("Once, 0.15 s after opening"));
         QTRY_COMPARE(rig.hits_at("inside").size(), 1);
@@ -80,11 +84,13 @@ private Q_SLOTS:
     // The next second on the wall clock; a time that is no time never fires.
     void daily_at()
     {
-        const QByteArray text = QTime::currentTime().addSecs(1).toString(QStringLiteral("HH:mm:ss")).toLatin1();
+        const QByteArray text =
+            QTime::currentTime().addSecs(1).toString(QStringLiteral("HH:mm:ss")).toLatin1();
         const QTime at = QTime::fromString(QString::fromLatin1(text), QStringLiteral("HH:mm:ss"));
         Rig rig;
         QUuid node, broken;
-        const QUuid rack = schedule_rack(rig, {{"!mode", Value::integer(1)}, {"!time", Value::string(text)}}, &node);
+        const QUuid rack = schedule_rack(
+            rig, {{"!mode", Value::integer(1)}, {"!time", Value::string(text)}}, &node);
         broken = rig.add_node(rack, "io.marrowfield.onschedule",
                               {{"!mode", Value::integer(1)}, {"!time", Value::string("25:99")}});
         rig.add_probe(broken, QStringLiteral("broken"));
