@@ -66,6 +66,9 @@ struct CommandLine {
                             QStringLiteral("Post an event made of the KEY=VALUE arguments to a mailbox "
                                            "of the running Corvane."),
                             QStringLiteral("mailbox")};
+    QCommandLineOption autosave{QStringLiteral("autosave"),
+                                QStringLiteral("With --headless: save the project on the autosave "
+                                               "timer of the preferences, as a window does.")};
     QCommandLineOption check{QStringLiteral("check"),
                              QStringLiteral("Read a project with every plugin, print each problem and "
                                             "exit with 0 only when there is none."),
@@ -75,6 +78,7 @@ struct CommandLine {
     {
         parser.setApplicationDescription(QStringLiteral("Desktop event automation."));
         parser.addOption(headless);
+        parser.addOption(autosave);
         parser.addOption(post);
         parser.addOption(check);
         parser.addPositionalArgument(QStringLiteral("project"),
@@ -128,6 +132,9 @@ struct CommandLine {
             return options;
         }
         options.headless = parser.isSet(headless);
+        if (parser.isSet(autosave) && !options.headless)
+            refuse(QStringLiteral("--autosave is for --headless runs; a window always follows the preferences"));
+        options.autosave = parser.isSet(autosave);
         options.project_path = arguments.value(0);
         return options;
     }
@@ -194,7 +201,7 @@ void scan_installed_plugins(engine::PluginList &plugins, const QString &folder)
         const bool has_library = std::any_of(files.begin(), files.end(), [&](const QFileInfo &file) {
             return file.completeBaseName() == id && QLibrary::isLibrary(file.fileName());
         });
-        if (!has_library || plugins.find(id))
+        if (!has_library)
             continue;
         qCDebug(lcApp, "Found plugin in %s", qUtf8Printable(plugin_folder.filePath()));
         plugins.load_folder(plugin_folder.filePath());
@@ -432,7 +439,10 @@ struct Application::Impl {
         set_builtin_config_manager(config.get());
         plugins = std::make_unique<engine::PluginList>();
         registry = std::make_unique<engine::NodeRegistry>();
-        projects = std::make_unique<engine::ProjectManager>(*registry, config.get());
+        // A headless run saves nothing unless told: without the config
+        // manager there is no autosave timer.
+        const bool saves = !options.headless || options.autosave;
+        projects = std::make_unique<engine::ProjectManager>(*registry, saves ? config.get() : nullptr);
         projects->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
             cui::install_node_surfaces(runtime, &commands);
         });
@@ -475,12 +485,17 @@ struct Application::Impl {
             failed_exit_code = 1;
     }
 
+    // Display nodes print their "%s: %s" lines to stdout when there is no window.
+    void echo_display_nodes() {}
+
     // The main window: restores its layout, opens the project of the command
     // line or the last one, and takes the projects later command lines hand over.
     void create_main_window()
     {
-        if (options.headless)
+        if (options.headless) {
+            echo_display_nodes();
             return;
+        }
         widgets::MainWindowContext context;
         context.projects = projects.get();
         context.plugins = plugins.get();
@@ -538,8 +553,9 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
     d->clean_up_after_update();
     d->load_plugins();
     d->listen_for_commands();
-    d->open_project();
+    // After the window, whose error boxes then show a failure.
     d->create_main_window();
+    d->open_project();
     d->check_for_updates();
 }
 

@@ -33,6 +33,9 @@ struct StartOptions {
     Mode mode = Mode::Run;
     // Run the project without any window, until SIGINT or SIGTERM.
     bool headless = false;
+    // Headless runs save nothing unless asked to autosave (--autosave): then
+    // the autosave and backup preferences apply as in a window run.
+    bool autosave = false;
     // The project to open at start (or to check); empty for none.
     QString project_path;
     // The mailbox and the KEY=VALUE arguments of --post.

@@ -20,6 +20,7 @@
 //   peak_rss_mb              the headless process's peak resident memory
 //                            after opening and saving
 
+#include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
 #include "engine/config_manager.h"
 #include "engine/node_registry.h"
@@ -50,6 +51,7 @@
 #include <vector>
 
 using namespace corv;
+using corv::bench::bare_read;
 
 namespace {
 
@@ -106,17 +108,6 @@ QByteArray generate(int racks, int nodes_per_rack)
 }
 
 // --- the bare peers ---
-
-qint64 bare_read(const QByteArray &document)
-{
-    QXmlStreamReader xml(document);
-    qint64 seen = 0;
-    while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement)
-            seen += 1 + xml.attributes().size();
-    }
-    return seen;
-}
 
 struct Token {
     QXmlStreamReader::TokenType type;

@@ -5,6 +5,7 @@
 // own Unix dispatcher) and once without it (the glib dispatcher), and prints
 // one figure per line as "name: value unit".
 
+#include "bench/bench_support.h"
 #include "engine/children_router.h"
 #include "engine/event.h"
 #include "engine/handles.h"
@@ -36,6 +37,8 @@
 
 using namespace corv;
 using namespace corv::engine;
+
+using corv::bench::add_rack;
 
 namespace {
 
@@ -136,16 +139,6 @@ QUuid add_node(model::Project &project, model::Children *list, const char *type)
     node->set_impl_id(QString::fromLatin1(type));
     project.add_node(id, std::move(node));
     list->insert(list->count(), id);
-    return id;
-}
-
-QUuid add_rack(model::Project &project, int index)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(QStringLiteral("Rack %1").arg(index));
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
     return id;
 }
 

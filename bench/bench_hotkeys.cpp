@@ -9,6 +9,7 @@
 //
 //   bench_hotkeys [idle seconds, default 30] [presses, default 200]
 
+#include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
 #include "cui/property_surface.h"
 #include "engine/node_manager.h"
@@ -40,15 +41,9 @@
 
 using namespace corv;
 
-namespace {
+using corv::bench::cpu_seconds;
 
-double cpu_seconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
+namespace {
 
 // The CPU time of this process's thread named `name`, in ns (schedstat).
 qint64 thread_cpu_ns(const QByteArray &name)

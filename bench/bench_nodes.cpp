@@ -5,6 +5,7 @@
 //
 //   bench_nodes [delay seconds, default 3]
 
+#include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
 #include "cui/property_surface.h"
 #include "engine/event.h"
@@ -29,18 +30,12 @@
 
 using namespace corv;
 
+using corv::bench::cpu_seconds;
+
 namespace {
 
 constexpr int kRacks = 100;
 constexpr int kEventsPerRack = 100;
-
-double cpu_seconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 } // namespace
 

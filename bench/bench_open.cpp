@@ -1,6 +1,6 @@
 // Opening, holding and closing a generated 10,000-node, 100-rack project the
 // way the headless program does: the built-in node set loaded through the
-// plugin list, the file opened by ProjectSession::open (read, runtime,
+// plugin list, the file opened by the project manager (read, runtime,
 // instances, first builds, names), a SIGTERM handled by the shutdown signals,
 // then the teardown in the program's order.
 //
@@ -20,12 +20,14 @@
 // `corvane --headless PATH` or under a profiler); --child runs one round on
 // the project at PATH in this process.
 
+#include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
-#include "app/project_session.h"
 #include "app/shutdown_signals.h"
+#include "cui/property_surface.h"
 #include "engine/node_registry.h"
 #include "locale/translate.h"
 #include "model/project.h"
+#include "persistence/project_manager.h"
 #include "persistence/writer.h"
 #include "sdk/plugin_list.h"
 
@@ -46,6 +48,9 @@
 #include <unistd.h>
 
 using namespace corv;
+
+using corv::bench::add_rack;
+using corv::bench::bare_read;
 
 namespace {
 
@@ -78,16 +83,6 @@ void fill_node(model::Node &node, int n)
     }
     store.set(QStringLiteral("!note"), model::Value::string("node " + QByteArray::number(n)));
     store.set(QStringLiteral("count"), model::Value::integer(n));
-}
-
-QUuid add_rack(model::Project &project, int index)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(QStringLiteral("Rack %1").arg(index));
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
-    return id;
 }
 
 QUuid add_node(model::Project &project, model::Children *list, int n)
@@ -123,17 +118,6 @@ QByteArray generate_chain(int depth)
     for (int n = 0; n < depth; ++n)
         list = project.find_node(add_node(project, list, n))->children();
     return engine::write_project(project).document;
-}
-
-qint64 bare_read(const QByteArray &document)
-{
-    QXmlStreamReader xml(document);
-    qint64 seen = 0;
-    while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement)
-            seen += 1 + xml.attributes().size();
-    }
-    return seen;
 }
 
 // VmHWM or VmRSS of this process, in MB.
@@ -189,10 +173,13 @@ int run_child(int argc, char **argv, const QString &path)
 
     QElapsedTimer timer;
     timer.start();
-    std::unique_ptr<ProjectSession> session = ProjectSession::open(path, *registry);
-    const double open_ms = ms_since(timer);
-    if (!session)
+    auto session = std::make_unique<engine::ProjectManager>(*registry);
+    session->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+        cui::install_node_surfaces(runtime, &commands);
+    });
+    if (!session->open(path))
         return 3;
+    const double open_ms = ms_since(timer);
 
     // Let what the open scheduled run, then stop the way a user does.
     double steady_mb = 0;

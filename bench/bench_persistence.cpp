@@ -1,6 +1,7 @@
 // Reading and writing a 10,000-node, 100-rack project, each against a bare
 // QXmlStreamReader / QXmlStreamWriter pass over the same document, so the
 // figures can be read as ratios on any machine.
+#include "bench/bench_support.h"
 #include "model/project.h"
 #include "persistence/reader.h"
 #include "persistence/writer.h"
@@ -16,6 +17,9 @@
 #include <functional>
 
 using namespace corv;
+
+using corv::bench::bare_read;
+using corv::bench::best_ms;
 
 namespace {
 
@@ -49,18 +53,6 @@ void fill(model::Project &project, int racks, int nodes_per_rack)
             }
         }
     }
-}
-
-// Every element and attribute of the document, as a bare reader sees them.
-qint64 bare_read(const QByteArray &document)
-{
-    QXmlStreamReader xml(document);
-    qint64 seen = 0;
-    while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement)
-            seen += 1 + xml.attributes().size();
-    }
-    return seen;
 }
 
 // The document's elements, attributes and texts, held in memory so that a
@@ -106,18 +98,6 @@ QByteArray bare_write(const QList<Token> &tokens)
     }
     writer.writeEndDocument();
     return out;
-}
-
-double best_ms(int rounds, const std::function<void()> &run)
-{
-    double best = 1e18;
-    for (int i = 0; i < rounds; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        run();
-        best = std::min(best, double(timer.nsecsElapsed()) / 1e6);
-    }
-    return best;
 }
 
 } // namespace

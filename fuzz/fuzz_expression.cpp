@@ -3,6 +3,7 @@
 // event. Besides crashes and sanitizer reports it checks that:
 //  - a template from the cache gives what a fresh parse gives;
 //  - a text without braces is its own result.
+#include "fuzz/fuzz_support.h"
 #include "exprs/expression.h"
 
 #include <QByteArray>
@@ -15,15 +16,9 @@
 
 using namespace corv;
 
+using corv::fuzz::broken;
+
 namespace {
-
-void silent(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-[[noreturn]] void broken(const char *what, const QByteArray &detail)
-{
-    std::fprintf(stderr, "invariant broken: %s\n%s\n", what, detail.constData());
-    std::abort();
-}
 
 class FuzzKeys final : public exprs::KeySource
 {
@@ -34,12 +29,6 @@ public:
 };
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    qInstallMessageHandler(silent);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -6,6 +6,7 @@
 //  - choosing candidates and building the dependency graph of its entries
 //    (each entry's requirements pointing at the others) terminates and
 //    installs only candidates.
+#include "fuzz/fuzz_support.h"
 #include "update/candidates.h"
 #include "update/dependency_graph.h"
 #include "update/manifest.h"
@@ -20,16 +21,9 @@
 
 using namespace corv::update;
 
+using corv::fuzz::broken;
+
 namespace {
-
-void silent(QtMsgType, const QMessageLogContext &, const QString &)
-{}
-
-[[noreturn]] void broken(const char *what, const QByteArray &detail)
-{
-    std::fprintf(stderr, "invariant broken: %s\n%s\n", what, detail.constData());
-    std::abort();
-}
 
 void check_steps(const Manifest &manifest, const QByteArray &bytes)
 {
@@ -88,12 +82,6 @@ void check_graph(const Manifest &manifest, const QByteArray &bytes)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    qInstallMessageHandler(silent);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -7,6 +7,7 @@
 //    reader would produce (lone surrogates, control characters, bytes that
 //    are not UTF-8), is written without failure, reads back and is written
 //    again byte for byte.
+#include "fuzz/fuzz_support.h"
 #include "model/project.h"
 #include "persistence/command_manager.h"
 #include "persistence/paste.h"
@@ -26,15 +27,9 @@
 
 using namespace corv;
 
+using corv::fuzz::broken;
+
 namespace {
-
-void silent(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-[[noreturn]] void broken(const char *what, const QByteArray &detail)
-{
-    std::fprintf(stderr, "invariant broken: %s\n%s\n", what, detail.constData());
-    std::abort();
-}
 
 void check_round_trip(const model::Project &project)
 {
@@ -90,6 +85,13 @@ public:
             out.append(QChar(char16_t(byte() << 8 | byte())));
         return out;
     }
+    int integer()
+    {
+        std::uint32_t bits = 0;
+        for (int i = 0; i < 4; ++i)
+            bits = bits << 8 | byte();
+        return int(bits);
+    }
     double number()
     {
         std::uint64_t bits = 0;
@@ -111,7 +113,7 @@ model::Value value_from(Input &in)
     switch (in.byte() % 8) {
     case 0: return model::Value();
     case 1: return model::Value::boolean(in.byte() & 1);
-    case 2: return model::Value::integer(int(in.number()));
+    case 2: return model::Value::integer(in.integer());
     case 3: return model::Value::floating(in.number());
     case 4: return model::Value::vec3({in.number(), in.number(), in.number()});
     case 5: return model::Value::buffer(in.bytes());
@@ -168,12 +170,6 @@ void check_model_values(const std::uint8_t *data, std::size_t size)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    qInstallMessageHandler(silent);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -78,7 +78,8 @@ public:
     QString linked_file;
     bool modified = false;
     bool backed_up = false;
-    QTimer autosave_timer;
+    // A child of the manager named "autosave", so it can be found.
+    QTimer *autosave_timer = nullptr;
 
     // A loaded project becomes the open one, running.
     void install(std::unique_ptr<OpenProject> next)
@@ -221,8 +222,11 @@ ProjectManager::ProjectManager(NodeRegistry &registry, ConfigManager *config, QO
     d->q = this;
     d->registry = &registry;
     d->config = config;
-    d->autosave_timer.setTimerType(Qt::CoarseTimer);
-    connect(&d->autosave_timer, &QTimer::timeout, this, &ProjectManager::autosave_tick);
+    d->autosave_timer = new QTimer(this);
+    d->autosave_timer->setObjectName(QStringLiteral("autosave"));
+    // Precise: its remaining time says when the next autosave is due.
+    d->autosave_timer->setTimerType(Qt::PreciseTimer);
+    connect(d->autosave_timer, &QTimer::timeout, this, &ProjectManager::autosave_tick);
     if (config) {
         connect(config, &ConfigManager::is_autosave_enabled_changed, this,
                 &ProjectManager::apply_autosave_settings);
@@ -234,7 +238,7 @@ ProjectManager::ProjectManager(NodeRegistry &registry, ConfigManager *config, QO
 
 ProjectManager::~ProjectManager()
 {
-    d->autosave_timer.stop();
+    d->autosave_timer->stop();
     d->open.reset();
 }
 
@@ -339,22 +343,22 @@ void ProjectManager::autosave_tick()
 void ProjectManager::apply_autosave_settings()
 {
     const qint64 minutes = std::max(1, d->config ? d->config->autosave_minutes() : 0);
-    d->autosave_timer.setInterval(int(std::min<qint64>(minutes * 60000, INT_MAX)));
+    d->autosave_timer->setInterval(int(std::min<qint64>(minutes * 60000, INT_MAX)));
     const bool enabled = d->config && d->config->is_autosave_enabled();
-    if (enabled && !d->autosave_timer.isActive())
-        d->autosave_timer.start();
-    else if (!enabled && d->autosave_timer.isActive())
-        d->autosave_timer.stop();
+    if (enabled && !d->autosave_timer->isActive())
+        d->autosave_timer->start();
+    else if (!enabled && d->autosave_timer->isActive())
+        d->autosave_timer->stop();
 }
 
 bool ProjectManager::is_autosave_timer_active() const
 {
-    return d->autosave_timer.isActive();
+    return d->autosave_timer->isActive();
 }
 
 int ProjectManager::autosave_interval_ms() const
 {
-    return d->autosave_timer.interval();
+    return d->autosave_timer->interval();
 }
 
 QString ProjectManager::linked_file() const

@@ -8,7 +8,7 @@ set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="${CORV_SANITIZE_BUILD_DIR:-$root/build-asan}"
-folders="${CORV_SANITIZE_FOLDERS:-locale;model;exprs;engine;persistence}"
+folders="${CORV_SANITIZE_FOLDERS:-locale;model;exprs;engine;persistence;input}"
 
 if [[ ! -f $build/CMakeCache.txt ]]; then
     args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCORV_SANITIZE=ON

@@ -16,6 +16,7 @@
 #include "widgets/preferences_window.h"
 #include "widgets/preferences_window_view_model.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QListWidget>
@@ -216,5 +217,14 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TstPreferences)
+// Widgets without a display when run on its own, as under CTest.
+int main(int argc, char **argv)
+{
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    TstPreferences test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_preferences.moc"

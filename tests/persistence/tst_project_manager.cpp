@@ -20,6 +20,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include <csignal>
 #include <sys/resource.h>
@@ -271,10 +272,14 @@ private Q_SLOTS:
         m_config.set_autosave_enabled(true);
         QVERIFY(manager.is_autosave_timer_active());
         QCOMPARE(manager.autosave_interval_ms(), 5 * 60000);
-        QThread::msleep(30);
+        auto *timer = manager.findChild<QTimer *>(QStringLiteral("autosave"));
+        QVERIFY(timer);
+        QThread::msleep(300);
+        QVERIFY(timer->remainingTime() <= 5 * 60000 - 250);
         m_config.set_autosave_minutes(7);
         QVERIFY(manager.is_autosave_timer_active());
         QCOMPARE(manager.autosave_interval_ms(), 7 * 60000);
+        QVERIFY(timer->remainingTime() > 7 * 60000 - 250); // started again, with the new period
         m_config.set_autosave_enabled(false);
         QVERIFY(!manager.is_autosave_timer_active());
     }
