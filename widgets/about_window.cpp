@@ -37,11 +37,11 @@ AboutWindow::AboutWindow(QWidget *parent) : QDialog(parent)
     icon->setPixmap(QApplication::windowIcon().pixmap(64, 64));
     auto *name = new QLabel(this);
     name->setObjectName(QStringLiteral("AboutName"));
-    name->setText(QStringLiteral("<h2>%1</h2>%2")
-                      .arg(QCoreApplication::applicationName().toHtmlEscaped(),
-                           locale::translate("AboutWindow.Version.%1",
-                                             QCoreApplication::applicationVersion())
-                               .toHtmlEscaped()));
+    name->setText(
+        QStringLiteral("<h2>%1</h2>%2")
+            .arg(QCoreApplication::applicationName().toHtmlEscaped(),
+                 locale::translate("AboutWindow.Version.%1", QCoreApplication::applicationVersion())
+                     .toHtmlEscaped()));
     auto *header = new QHBoxLayout;
     header->addWidget(icon);
     header->addWidget(name, 1);
@@ -57,8 +57,9 @@ AboutWindow::AboutWindow(QWidget *parent) : QDialog(parent)
     }
     m_projects = new QTextBrowser(this);
     m_projects->setOpenExternalLinks(true);
-    m_projects->setHtml(QStringLiteral("<p>%1</p><ul>%2</ul>")
-                            .arg(locale::translate("AboutWindow.OpenSource").toHtmlEscaped(), rows));
+    m_projects->setHtml(
+        QStringLiteral("<p>%1</p><ul>%2</ul>")
+            .arg(locale::translate("AboutWindow.OpenSource").toHtmlEscaped(), rows));
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -21,8 +21,7 @@ QList<OpenSourceProject> open_source_projects();
 
 // "Menu.Help.About": the application icon, name and version, and the list of
 // open-source projects used.
-class AboutWindow : public QDialog
-{
+class AboutWindow : public QDialog {
     Q_OBJECT
 public:
     explicit AboutWindow(QWidget *parent = nullptr);

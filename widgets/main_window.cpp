@@ -14,6 +14,7 @@
 #include "widgets/racks_panel_view_model.h"
 #include "widgets/update_window.h"
 
+#include <QAbstractSpinBox>
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -22,17 +23,16 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QKeyEvent>
-#include <QAbstractSpinBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPlainTextEdit>
-#include <QTextEdit>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSplitter>
 #include <QSystemTrayIcon>
+#include <QTextEdit>
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -48,8 +48,7 @@ namespace {
 QString default_suffix()
 {
     static const QRegularExpression pattern(QStringLiteral("\\*(\\.[A-Za-z0-9_]+)"));
-    const QRegularExpressionMatch match =
-        pattern.match(locale::translate("FileDialog.Filter"));
+    const QRegularExpressionMatch match = pattern.match(locale::translate("FileDialog.Filter"));
     return match.hasMatch() ? match.captured(1) : QString();
 }
 
@@ -181,8 +180,8 @@ void MainWindow::create_actions()
          QAction::NoRole},
         {Action::PauseAll, CORV_TR_KEY("Menu.Run.PauseAll"), QKeySequence::UnknownKey,
          QAction::NoRole},
-        {Action::CurrentLogFile, CORV_TR_KEY("Menu.Help.CurrentLogFile"),
-         QKeySequence::UnknownKey, QAction::NoRole},
+        {Action::CurrentLogFile, CORV_TR_KEY("Menu.Help.CurrentLogFile"), QKeySequence::UnknownKey,
+         QAction::NoRole},
         {Action::OpenLogDirectory, CORV_TR_KEY("Menu.Help.OpenLogDirectory"),
          QKeySequence::UnknownKey, QAction::NoRole},
         {Action::InstallPlugin, CORV_TR_KEY("Menu.Help.InstallPlugin"), QKeySequence::UnknownKey,
@@ -204,7 +203,8 @@ void MainWindow::create_actions()
     pause->setCheckable(true);
     pause->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
 
-    connect(m_actions[Action::New], &QAction::triggered, m_model, [this] { m_model->new_project(); });
+    connect(m_actions[Action::New], &QAction::triggered, m_model,
+            [this] { m_model->new_project(); });
     connect(m_actions[Action::Open], &QAction::triggered, m_model, [this] { m_model->open(); });
     connect(m_actions[Action::Save], &QAction::triggered, m_model, [this] { m_model->save(); });
     connect(m_actions[Action::SaveAs], &QAction::triggered, m_model,
@@ -217,12 +217,12 @@ void MainWindow::create_actions()
     connect(m_actions[Action::Quit], &QAction::triggered, this, &MainWindow::quit);
     connect(m_actions[Action::Undo], &QAction::triggered, m_model, &MainWindowViewModel::undo);
     connect(m_actions[Action::Redo], &QAction::triggered, m_model, &MainWindowViewModel::redo);
-    for (Action edit : {Action::Cut, Action::Copy, Action::Paste, Action::Delete, Action::SelectAll})
+    for (Action edit :
+         {Action::Cut, Action::Copy, Action::Paste, Action::Delete, Action::SelectAll})
         connect(m_actions[edit], &QAction::triggered, this, [this, edit] { dispatch_edit(edit); });
     connect(pause, &QAction::triggered, m_model, &MainWindowViewModel::set_paused);
-    connect(m_actions[Action::CurrentLogFile], &QAction::triggered, this, [this] {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(m_context.log_file));
-    });
+    connect(m_actions[Action::CurrentLogFile], &QAction::triggered, this,
+            [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(m_context.log_file)); });
     m_actions[Action::CurrentLogFile]->setEnabled(!m_context.log_file.isEmpty());
     connect(m_actions[Action::OpenLogDirectory], &QAction::triggered, this, [this] {
         QDir().mkpath(m_context.log_folder);
@@ -632,9 +632,9 @@ QString MainWindow::ask_open_path()
 
 QString MainWindow::ask_save_path()
 {
-    QString path = QFileDialog::getSaveFileName(this, locale::translate("SaveProject.Caption"),
-                                                dialog_folder(),
-                                                locale::translate("FileDialog.Filter"));
+    QString path =
+        QFileDialog::getSaveFileName(this, locale::translate("SaveProject.Caption"),
+                                     dialog_folder(), locale::translate("FileDialog.Filter"));
     if (!path.isEmpty() && QFileInfo(path).suffix().isEmpty())
         path += default_suffix();
     return path;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QByteArray>
-#include <QMap>
 #include <QMainWindow>
+#include <QMap>
 #include <QPointer>
 #include <QUuid>
 
@@ -53,16 +53,30 @@ struct MainWindowContext {
 // Run and Help menus, the three panels side by side in a splitter, the
 // title, the questions and error boxes around project operations, and the
 // tray icon while the window is minimised to the tray.
-class MainWindow : public QMainWindow
-{
+class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     // Every action of the menus, named after its text's key.
     enum class Action {
-        New, Open, Save, SaveAs, Preferences, Quit,
-        Undo, Redo, Cut, Copy, Paste, Delete, SelectAll,
+        New,
+        Open,
+        Save,
+        SaveAs,
+        Preferences,
+        Quit,
+        Undo,
+        Redo,
+        Cut,
+        Copy,
+        Paste,
+        Delete,
+        SelectAll,
         PauseAll,
-        CurrentLogFile, OpenLogDirectory, InstallPlugin, CheckForUpdates, About,
+        CurrentLogFile,
+        OpenLogDirectory,
+        InstallPlugin,
+        CheckForUpdates,
+        About,
     };
 
     explicit MainWindow(const MainWindowContext &context, QWidget *parent = nullptr);
@@ -78,8 +92,8 @@ public:
 
     // The first project: `path` when given, else "LastOpenPath" when that
     // file exists, else a new one; a project the manager holds already stays.
-    // No question is asked (nothing is open yet). The last project comes back with "LastOpenRack" and "LastOpenNode"
-    // selected.
+    // No question is asked (nothing is open yet). The last project comes back with "LastOpenRack"
+    // and "LastOpenNode" selected.
     void open_initial_project(const QString &path = {});
 
     // Writes geometry, splitter state and the last project to "settings.ini".

@@ -17,8 +17,7 @@ namespace corv::widgets {
 // redo, and the pause of all racks. The questions it has to ask (unsaved
 // changes, a file to open or save to) go through hooks that the window
 // fills with message boxes and file dialogs.
-class MainWindowViewModel : public QObject
-{
+class MainWindowViewModel : public QObject {
     Q_OBJECT
 public:
     // The three answers of "UnsavedChanges.Body".

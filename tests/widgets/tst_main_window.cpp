@@ -28,11 +28,11 @@
 #include <QDesktopServices>
 #include <QFile>
 #include <QIcon>
-#include <QPixmap>
 #include <QLineEdit>
 #include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPixmap>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSplitter>
@@ -49,8 +49,7 @@ using Action = widgets::MainWindow::Action;
 namespace {
 
 // Answers the next modal message box with a button and keeps what it showed.
-class BoxAnswerer : public QObject
-{
+class BoxAnswerer : public QObject {
 public:
     explicit BoxAnswerer(QMessageBox::StandardButton answer) : m_answer(answer)
     {
@@ -88,8 +87,7 @@ QByteArray contents(const QString &path)
 
 } // namespace
 
-class TstMainWindow : public QObject
-{
+class TstMainWindow : public QObject {
     Q_OBJECT
 
     engine::NodeRegistry m_registry;
@@ -154,8 +152,8 @@ private Q_SLOTS:
     void init()
     {
         // The offscreen platform's own notes are not ours.
-        QTest::failOnWarning(QRegularExpression(
-            QStringLiteral("^(?!This plugin does not support ).*")));
+        QTest::failOnWarning(
+            QRegularExpression(QStringLiteral("^(?!This plugin does not support ).*")));
         m_dir = std::make_unique<QTemporaryDir>();
         m_projects = std::make_unique<engine::ProjectManager>(m_registry, &m_config);
         make_window();
@@ -182,16 +180,32 @@ private Q_SLOTS:
                     seen.append(action->objectName());
             }
         }
-        QCOMPARE(seen, QStringList({
-            "&File", "Menu.File.New", "Menu.File.Open", "Menu.File.Save", "Menu.File.SaveAs",
-            "Menu.File.Preferences", "Menu.File.Quit",
-            "&Edit", "Menu.Edit.Undo", "Menu.Edit.Redo", "Menu.Edit.Cut", "Menu.Edit.Copy",
-            "Menu.Edit.Paste", "Menu.Edit.Delete", "Menu.Edit.SelectAll",
-            "&Run", "Menu.Run.PauseAll",
-            "&Help", "Menu.Help.CurrentLogFile", "Menu.Help.OpenLogDirectory",
-            "Menu.Help.InstallPlugin", "Menu.Help.CheckForUpdates", "Menu.Help.About"}));
+        QCOMPARE(seen, QStringList({"&File",
+                                    "Menu.File.New",
+                                    "Menu.File.Open",
+                                    "Menu.File.Save",
+                                    "Menu.File.SaveAs",
+                                    "Menu.File.Preferences",
+                                    "Menu.File.Quit",
+                                    "&Edit",
+                                    "Menu.Edit.Undo",
+                                    "Menu.Edit.Redo",
+                                    "Menu.Edit.Cut",
+                                    "Menu.Edit.Copy",
+                                    "Menu.Edit.Paste",
+                                    "Menu.Edit.Delete",
+                                    "Menu.Edit.SelectAll",
+                                    "&Run",
+                                    "Menu.Run.PauseAll",
+                                    "&Help",
+                                    "Menu.Help.CurrentLogFile",
+                                    "Menu.Help.OpenLogDirectory",
+                                    "Menu.Help.InstallPlugin",
+                                    "Menu.Help.CheckForUpdates",
+                                    "Menu.Help.About"}));
         QCOMPARE(m_window->objectName(), QStringLiteral("CorvMainWindow"));
-        QCOMPARE(m_window->action(Action::SaveAs)->shortcuts(), QKeySequence::keyBindings(QKeySequence::SaveAs));
+        QCOMPARE(m_window->action(Action::SaveAs)->shortcuts(),
+                 QKeySequence::keyBindings(QKeySequence::SaveAs));
         QCOMPARE(m_window->action(Action::Preferences)->menuRole(), QAction::PreferencesRole);
         QCOMPARE(m_window->action(Action::Quit)->menuRole(), QAction::QuitRole);
         QCOMPARE(m_window->action(Action::About)->menuRole(), QAction::AboutRole);
@@ -201,7 +215,8 @@ private Q_SLOTS:
         auto *about = m_window->findChild<widgets::AboutWindow *>();
         QVERIFY(about && about->isVisible());
         QCOMPARE(about->windowTitle(), QStringLiteral("About Corvane"));
-        QVERIFY(about->projects_view()->toPlainText().contains(QStringLiteral("Qt %1").arg(qVersion())));
+        QVERIFY(about->projects_view()->toPlainText().contains(
+            QStringLiteral("Qt %1").arg(qVersion())));
     }
 
     // Without a file, with one, modified, paused: the model and the window agree.
@@ -233,9 +248,12 @@ private Q_SLOTS:
         QTest::addColumn<bool>("saved");
         for (const char *operation : {"new", "open", "close"}) {
             const QByteArray op(operation);
-            QTest::newRow((op + " save").constData()) << QString::fromLatin1(operation) << int(QMessageBox::Save) << true << true;
-            QTest::newRow((op + " discard").constData()) << QString::fromLatin1(operation) << int(QMessageBox::Discard) << true << false;
-            QTest::newRow((op + " cancel").constData()) << QString::fromLatin1(operation) << int(QMessageBox::Cancel) << false << false;
+            QTest::newRow((op + " save").constData())
+                << QString::fromLatin1(operation) << int(QMessageBox::Save) << true << true;
+            QTest::newRow((op + " discard").constData())
+                << QString::fromLatin1(operation) << int(QMessageBox::Discard) << true << false;
+            QTest::newRow((op + " cancel").constData())
+                << QString::fromLatin1(operation) << int(QMessageBox::Cancel) << false << false;
         }
     }
 
@@ -265,7 +283,8 @@ private Q_SLOTS:
         }
         QCOMPARE(box.count, 1);
         QCOMPARE(box.title, QStringLiteral("Unsaved Changes"));
-        QCOMPARE(box.text, QStringLiteral("The project has unsaved changes. Do you want to save them?"));
+        QCOMPARE(box.text,
+                 QStringLiteral("The project has unsaved changes. Do you want to save them?"));
         QCOMPARE(box.icon, QMessageBox::Information);
         QCOMPARE(box.buttons, QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
         QCOMPARE(went_on, goes_on);
@@ -281,10 +300,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("body");
         // The reader's own line and the error itself, both logged.
         QTest::addColumn<int>("warnings");
-        QTest::newRow("missing") << QByteArray() << QStringLiteral("The project file couldn't be opened:\nNo such file or directory") << 1;
-        QTest::newRow("not xml") << QByteArray("hello") << QStringLiteral("The file is not a Corvane project, or it is damaged.") << 2;
+        QTest::newRow("missing")
+            << QByteArray()
+            << QStringLiteral("The project file couldn't be opened:\nNo such file or directory")
+            << 1;
+        QTest::newRow("not xml") << QByteArray("hello")
+                                 << QStringLiteral(
+                                        "The file is not a Corvane project, or it is damaged.")
+                                 << 2;
         QTest::newRow("too new") << QByteArray("<?xml version=\"1.0\"?><project version=\"2\"/>")
-                                 << QStringLiteral("The project was saved by a newer version of Corvane. Update Corvane to open it.") << 2;
+                                 << QStringLiteral("The project was saved by a newer version of "
+                                                   "Corvane. Update Corvane to open it.")
+                                 << 2;
     }
 
     // A critical box with the reason; the open project stays.
@@ -320,7 +347,8 @@ private Q_SLOTS:
         m_window.reset();
         m_projects = std::make_unique<engine::ProjectManager>(m_registry, &m_config);
         m_window = std::make_unique<MainWindow>(context());
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Couldn't Open Project")));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("^Couldn't Open Project")));
         BoxAnswerer box(QMessageBox::Ok);
         m_window->open_initial_project(path("missing.corv"));
         QTest::qWait(30);
@@ -335,7 +363,8 @@ private Q_SLOTS:
     void save_error()
     {
         add_rack(QStringLiteral("A"));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Couldn't save project")));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("^Couldn't save project")));
         BoxAnswerer box(QMessageBox::Ok);
         QVERIFY(!m_window->view_model()->save_as(path("no/such/folder/show.corv")));
         QCOMPARE(box.count, 1);
@@ -464,7 +493,8 @@ private Q_SLOTS:
     // Into the tray with its menu and tooltip (also while paused), and back.
     void tray()
     {
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("systemTrayWindowChanged")));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("systemTrayWindowChanged")));
         m_window->hide_to_tray();
         QSystemTrayIcon *icon = m_window->tray_icon();
         QVERIFY(icon);

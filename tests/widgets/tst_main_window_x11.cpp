@@ -71,8 +71,8 @@ bool xdotool(const QStringList &arguments, QByteArray *output = nullptr)
 // A real click at a point of the screen.
 void click_at(const QPoint &global)
 {
-    QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(global.x()),
-                     QString::number(global.y())}));
+    QVERIFY(xdotool(
+        {QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())}));
     QTest::qWait(50);
     QVERIFY(xdotool({QStringLiteral("click"), QStringLiteral("1")}));
     QTest::qWait(150);
@@ -101,8 +101,7 @@ QByteArray contents(const QString &path)
 
 } // namespace
 
-class TstMainWindowX11 : public QObject
-{
+class TstMainWindowX11 : public QObject {
     Q_OBJECT
 
     engine::PluginList m_plugins;
@@ -122,7 +121,8 @@ private Q_SLOTS:
         QCoreApplication::setApplicationName(QStringLiteral("Corvane"));
         QCoreApplication::setApplicationVersion(QStringLiteral("0.9.4"));
         install_builtin_nodes();
-        m_plugins.add_builtin(builtin_plugin_entry_points(), QCoreApplication::applicationDirPath());
+        m_plugins.add_builtin(builtin_plugin_entry_points(),
+                              QCoreApplication::applicationDirPath());
         m_plugins.initialize(m_registry);
         m_config.set_save_versions(3);
     }
@@ -134,9 +134,10 @@ private Q_SLOTS:
         const QString file = path("buttons.corv");
         write(file, project_document());
         engine::ProjectManager projects(m_registry, &m_config);
-        projects.set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
-            cui::install_node_surfaces(runtime, &commands);
-        });
+        projects.set_runtime_setup(
+            [](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+                cui::install_node_surfaces(runtime, &commands);
+            });
         widgets::MainWindowContext context;
         context.projects = &projects;
         context.settings_file = path("settings.ini");
@@ -208,14 +209,16 @@ private Q_SLOTS:
         QVERIFY(corvane.waitForStarted());
 
         QByteArray window;
-        QVERIFY2(xdotool({QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
+        QVERIFY2(xdotool({QStringLiteral("search"), QStringLiteral("--all"),
+                          QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
                           QStringLiteral("--pid"), QString::number(corvane.processId()),
                           QStringLiteral("--name"), QStringLiteral("^show – Corvane")},
                          &window),
                  corvane.readAll().constData());
         window = window.split('\n').first();
         QTest::qWait(300);
-        QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), QString::fromLatin1(window)}));
+        QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"),
+                         QString::fromLatin1(window)}));
         QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
         QTRY_VERIFY(QFileInfo::exists(home.filePath(QStringLiteral("show.001.corv"))));
         QVERIFY(contents(file).contains("Buttons"));
