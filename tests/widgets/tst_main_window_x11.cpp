@@ -26,6 +26,7 @@
 #include <QListView>
 #include <QLoggingCategory>
 #include <QProcess>
+#include <QProxyStyle>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -41,21 +42,28 @@ const char kRackA[] = "a1a1a1a1-0000-4000-8000-000000000001";
 const char kRackB[] = "b2b2b2b2-0000-4000-8000-000000000002";
 const char kCustom[] = "c3c3c3c3-0000-4000-8000-000000000003";
 const char kDisplay[] = "d4d4d4d4-0000-4000-8000-000000000004";
+const char kWrite[] = "e5e5e5e5-0000-4000-8000-000000000005";
 
-// Two racks; the second holds an on-custom node with a display node inside.
-QByteArray project_document()
+// Two racks; the second holds an on-custom node with a display node inside
+// and, after it, a write-text node that writes the event's greeting to `out`.
+QByteArray project_document(const QString &out)
 {
-    return QByteArrayLiteral(
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<project version=\"1\">\n"
-        "<rack id=\"a1a1a1a1-0000-4000-8000-000000000001\" name=\"Idle\"/>\n"
-        "<rack id=\"b2b2b2b2-0000-4000-8000-000000000002\" name=\"Buttons\">\n"
-        "<node>c3c3c3c3-0000-4000-8000-000000000003</node></rack>\n"
-        "<node id=\"c3c3c3c3-0000-4000-8000-000000000003\" component=\"io.marrowfield.custom\">\n"
-        "<prop key=\"!name\" type=\"string\">Press</prop>\n"
-        "<prop key=\"!scope\" type=\"string\">greeting: hello</prop>\n"
-        "<node>d4d4d4d4-0000-4000-8000-000000000004</node></node>\n"
-        "<node id=\"d4d4d4d4-0000-4000-8000-000000000004\" component=\"io.marrowfield.display\"/>\n"
-        "</project>\n");
+    return QStringLiteral(
+               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<project version=\"1\">\n"
+               "<rack id=\"%1\" name=\"Idle\"/>\n"
+               "<rack id=\"%2\" name=\"Buttons\"><node>%3</node></rack>\n"
+               "<node id=\"%3\" component=\"io.marrowfield.custom\">\n"
+               "<prop key=\"!name\" type=\"string\">Press</prop>\n"
+               "<prop key=\"!scope\" type=\"string\">greeting: hello</prop>\n"
+               "<node>%4</node><node>%5</node></node>\n"
+               "<node id=\"%4\" component=\"io.marrowfield.display\"/>\n"
+               "<node id=\"%5\" component=\"io.marrowfield.writetext\">\n"
+               "<prop key=\"!path\" type=\"string\">%6</prop>\n"
+               "<prop key=\"!value\" type=\"string\">{greeting}</prop></node>\n"
+               "</project>\n")
+        .arg(QLatin1StringView(kRackA), QLatin1StringView(kRackB), QLatin1StringView(kCustom),
+             QLatin1StringView(kDisplay), QLatin1StringView(kWrite), out.toHtmlEscaped())
+        .toUtf8();
 }
 
 bool xdotool(const QStringList &arguments, QByteArray *output = nullptr)
@@ -78,12 +86,11 @@ void click_at(const QPoint &global)
     QTest::qWait(150);
 }
 
-void click_row(QAbstractItemView *view, const QModelIndex &index)
+// The middle of a row's text, on the screen.
+QPoint row_point(QAbstractItemView *view, const QModelIndex &index)
 {
-    QVERIFY(index.isValid());
-    view->scrollTo(index);
     const QRect rect = view->visualRect(index);
-    click_at(view->viewport()->mapToGlobal(QPoint(rect.left() + 30, rect.center().y())));
+    return view->viewport()->mapToGlobal(QPoint(rect.left() + 30, rect.center().y()));
 }
 
 void write(const QString &path, const QByteArray &bytes)
@@ -111,6 +118,16 @@ class TstMainWindowX11 : public QObject {
 
     QString path(const char *name) const { return m_dir.filePath(QString::fromLatin1(name)); }
 
+    // Where the clicks went, from the window's top left: the same places in
+    // the built program's window, which has the same size, style and project.
+    QList<QPoint> m_clicks;
+
+    void click(QWidget *window, const QPoint &global)
+    {
+        m_clicks.append(global - window->mapToGlobal(QPoint(0, 0)));
+        click_at(global);
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
@@ -120,6 +137,11 @@ private Q_SLOTS:
         QLoggingCategory::setFilterRules(QStringLiteral("corv.*.debug=false\ncorv.*.info=false"));
         QCoreApplication::setApplicationName(QStringLiteral("Corvane"));
         QCoreApplication::setApplicationVersion(QStringLiteral("0.9.4"));
+        // Styled as the program is.
+        QApplication::setStyle(new QProxyStyle);
+        QFile sheet(QStringLiteral(":/corv/style.css"));
+        QVERIFY(sheet.open(QIODevice::ReadOnly | QIODevice::Text));
+        qApp->setStyleSheet(QString::fromUtf8(sheet.readAll()));
         install_builtin_nodes();
         m_plugins.add_builtin(builtin_plugin_entry_points(),
                               QCoreApplication::applicationDirPath());
@@ -132,7 +154,7 @@ private Q_SLOTS:
     void click_trigger_and_save()
     {
         const QString file = path("buttons.corv");
-        write(file, project_document());
+        write(file, project_document(path("greeting.txt")));
         engine::ProjectManager projects(m_registry, &m_config);
         projects.set_runtime_setup(
             [](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
@@ -143,29 +165,29 @@ private Q_SLOTS:
         context.settings_file = path("settings.ini");
         widgets::MainWindow window(context);
         window.open_initial_project(file);
-        window.resize(1000, 600);
+        window.move(0, 0);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QTest::qWait(200);
 
         // The rack by mouse: its node tree opens.
         widgets::RacksPanel *racks = window.racks_panel();
-        click_row(racks->list(), racks->list()->model()->index(1, 0));
+        click(&window, row_point(racks->list(), racks->list()->model()->index(1, 0)));
         QTRY_COMPARE(racks->view_model()->selected_rack(), QUuid(kRackB));
         widgets::RackPanel *rack = window.rack_panel();
         QTRY_COMPARE(rack->view_model()->rack(), QUuid(kRackB));
 
         // The on-custom node by mouse, then its trigger button.
-        click_row(rack->tree(), rack->view_model()->index_of(QUuid(kCustom)));
+        click(&window, row_point(rack->tree(), rack->view_model()->index_of(QUuid(kCustom))));
         QTRY_COMPARE(rack->current_node(), QUuid(kCustom));
         QTRY_VERIFY(window.node_panel()->surface_view());
         QPushButton *trigger = nullptr;
         QTRY_VERIFY((trigger = window.node_panel()->surface_view()->findChild<QPushButton *>()));
         QTRY_VERIFY(trigger->isVisible());
-        click_at(trigger->mapToGlobal(trigger->rect().center()));
+        click(&window, trigger->mapToGlobal(trigger->rect().center()));
 
         // The display node shows what the trigger sent.
-        click_row(rack->tree(), rack->view_model()->index_of(QUuid(kDisplay)));
+        click(&window, row_point(rack->tree(), rack->view_model()->index_of(QUuid(kDisplay))));
         QTRY_COMPARE(rack->current_node(), QUuid(kDisplay));
         const auto shown = [&window] {
             QStringList texts;
@@ -177,6 +199,7 @@ private Q_SLOTS:
         };
         QTRY_VERIFY2(shown().contains(QStringLiteral("greeting: hello")),
                      qPrintable(shown().join(QLatin1Char('|'))));
+        QCOMPARE(contents(path("greeting.txt")), QByteArray("hello"));
 
         // Ctrl+S from the keyboard: the first save after opening keeps the
         // old file as a backup.
@@ -187,12 +210,16 @@ private Q_SLOTS:
     }
 
     // The built program: opens the project of its command line in its
-    // window, saves it on Ctrl+S and quits on Ctrl+Q with exit code 0.
-    void corvane_saves_and_quits()
+    // window, takes the same clicks (the trigger's event is written out by
+    // the node after the display), saves on Ctrl+S and quits on Ctrl+Q with
+    // exit code 0.
+    void corvane_clicks_saves_and_quits()
     {
+        QCOMPARE(m_clicks.size(), 4);
         QTemporaryDir home;
         const QString file = home.filePath(QStringLiteral("show.corv"));
-        write(file, project_document());
+        const QString out = home.filePath(QStringLiteral("greeting.txt"));
+        write(file, project_document(out));
         QVERIFY(QDir(home.path()).mkpath(QStringLiteral("run")));
         QFile::setPermissions(home.filePath(QStringLiteral("run")),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -217,6 +244,22 @@ private Q_SLOTS:
                  corvane.readAll().constData());
         window = window.split('\n').first();
         QTest::qWait(300);
+        QByteArray geometry;
+        QVERIFY(xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"),
+                         QString::fromLatin1(window)},
+                        &geometry));
+        QPoint origin;
+        for (const QByteArray &line : geometry.split('\n')) {
+            if (line.startsWith("X="))
+                origin.setX(line.mid(2).toInt());
+            else if (line.startsWith("Y="))
+                origin.setY(line.mid(2).toInt());
+        }
+        for (const QPoint &offset : std::as_const(m_clicks)) {
+            click_at(origin + offset);
+            QTest::qWait(150);
+        }
+        QTRY_COMPARE(contents(out), QByteArray("hello"));
         QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"),
                          QString::fromLatin1(window)}));
         QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
