@@ -20,6 +20,8 @@
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QKeyEvent>
@@ -27,6 +29,7 @@
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QRegularExpression>
 #include <QSettings>
@@ -42,6 +45,16 @@
 namespace corv::widgets {
 
 namespace {
+
+// The one local file of a drag, or empty.
+QString dropped_file(const QMimeData *data)
+{
+    if (!data || !data->hasUrls() || data->urls().size() != 1)
+        return {};
+    const QUrl url = data->urls().constFirst();
+    return url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile() ? url.toLocalFile()
+                                                                      : QString();
+}
 
 // The first "*.ext" pattern of the project filter text, as ".ext"; empty
 // when the filter names none.
@@ -93,6 +106,7 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
       m_model(new MainWindowViewModel(*context.projects, this))
 {
     setObjectName(QStringLiteral("CorvMainWindow"));
+    setAcceptDrops(true);
     resize(1100, 680);
 
     m_critical_box = [this](const QString &title, const QString &body) {
@@ -496,6 +510,22 @@ void MainWindow::quit()
     m_quit_confirmed = true;
     close();
     QCoreApplication::quit();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!dropped_file(event->mimeData()).isEmpty())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent *event)
+{
+    const QString path = dropped_file(event->mimeData());
+    if (path.isEmpty())
+        return;
+    event->acceptProposedAction();
+    // Not inside the drop: the question is modal and the drag source waits.
+    QTimer::singleShot(0, this, [this, path] { m_model->open(path); });
 }
 
 void MainWindow::showEvent(QShowEvent *event)

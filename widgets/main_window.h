@@ -113,6 +113,10 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    // A project file dropped on the window opens (after the unsaved-changes
+    // question).
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
     void changeEvent(QEvent *event) override;
 

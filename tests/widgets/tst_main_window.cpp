@@ -32,6 +32,7 @@
 #include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPixmap>
 #include <QSettings>
 #include <QSignalSpy>
@@ -292,6 +293,26 @@ private Q_SLOTS:
         QCOMPARE(contents(path("show.corv")).contains("unsaved"), saved);
         if (!goes_on)
             QVERIFY(m_projects->is_modified());
+    }
+
+    // A project file dropped on the window opens; other drops are refused.
+    void drop_opens()
+    {
+        open_saved("show.corv");
+        QVERIFY(QFile::copy(path("show.corv"), path("other.corv")));
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(path("other.corv"))});
+        const QPoint at = m_window->rect().center();
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(m_window.get(), &enter);
+        QVERIFY(enter.isAccepted());
+        QDropEvent drop(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(m_window.get(), &drop);
+        QTRY_COMPARE(m_window->view_model()->linked_file(), path("other.corv"));
+        data.setUrls({QUrl::fromLocalFile(path("missing.corv"))});
+        QDragEnterEvent refused(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(m_window.get(), &refused);
+        QVERIFY(!refused.isAccepted());
     }
 
     void open_error_data()

@@ -48,19 +48,18 @@ const char kWrite[] = "e5e5e5e5-0000-4000-8000-000000000005";
 // and, after it, a write-text node that writes the event's greeting to `out`.
 QByteArray project_document(const QString &out)
 {
-    return QStringLiteral(
-               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<project version=\"1\">\n"
-               "<rack id=\"%1\" name=\"Idle\"/>\n"
-               "<rack id=\"%2\" name=\"Buttons\"><node>%3</node></rack>\n"
-               "<node id=\"%3\" component=\"io.marrowfield.custom\">\n"
-               "<prop key=\"!name\" type=\"string\">Press</prop>\n"
-               "<prop key=\"!scope\" type=\"string\">greeting: hello</prop>\n"
-               "<node>%4</node><node>%5</node></node>\n"
-               "<node id=\"%4\" component=\"io.marrowfield.display\"/>\n"
-               "<node id=\"%5\" component=\"io.marrowfield.writetext\">\n"
-               "<prop key=\"!path\" type=\"string\">%6</prop>\n"
-               "<prop key=\"!value\" type=\"string\">{greeting}</prop></node>\n"
-               "</project>\n")
+    return QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<project version=\"1\">\n"
+                          "<rack id=\"%1\" name=\"Idle\"/>\n"
+                          "<rack id=\"%2\" name=\"Buttons\"><node>%3</node></rack>\n"
+                          "<node id=\"%3\" component=\"io.marrowfield.custom\">\n"
+                          "<prop key=\"!name\" type=\"string\">Press</prop>\n"
+                          "<prop key=\"!scope\" type=\"string\">greeting: hello</prop>\n"
+                          "<node>%4</node><node>%5</node></node>\n"
+                          "<node id=\"%4\" component=\"io.marrowfield.display\"/>\n"
+                          "<node id=\"%5\" component=\"io.marrowfield.writetext\">\n"
+                          "<prop key=\"!path\" type=\"string\">%6</prop>\n"
+                          "<prop key=\"!value\" type=\"string\">{greeting}</prop></node>\n"
+                          "</project>\n")
         .arg(QLatin1StringView(kRackA), QLatin1StringView(kRackB), QLatin1StringView(kCustom),
              QLatin1StringView(kDisplay), QLatin1StringView(kWrite), out.toHtmlEscaped())
         .toUtf8();
