@@ -6,7 +6,6 @@
 #include <QLocalSocket>
 #include <QLoggingCategory>
 #include <QOperatingSystemVersion>
-#include <QPointer>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -49,6 +48,46 @@ QString socket_name()
     return runtime.isEmpty() ? name : runtime + u'/' + name;
 }
 
+Request read_request(const QByteArray &line)
+{
+    Request request;
+    if (line.size() > kMaxMessageBytes) {
+        request.error = QStringLiteral("message too long");
+        return request;
+    }
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(line, &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject()) {
+        request.error = QStringLiteral("not a JSON object");
+        return request;
+    }
+    const QJsonObject message = document.object();
+    if (message.size() == 1 && message.value(QLatin1StringView("open")).isString()) {
+        request.kind = Request::Open;
+        request.path = message.value(QLatin1StringView("open")).toString();
+        return request;
+    }
+    const QJsonValue mailbox = message.value(QLatin1StringView("post"));
+    const QJsonValue event = message.value(QLatin1StringView("event"));
+    if (!mailbox.isString() || !(event.isObject() || event.isUndefined()) ||
+        message.size() != (event.isUndefined() ? 1 : 2)) {
+        request.error = QStringLiteral("expected {\"post\": MAILBOX, \"event\": {KEY: VALUE}} or {\"open\": PATH}");
+        return request;
+    }
+    const QJsonObject values = event.toObject();
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        if (!it.value().isString()) {
+            request.error = QStringLiteral("the value of \"%1\" is not a string").arg(it.key());
+            request.event.clear();
+            return request;
+        }
+        request.event.append({it.key().toUtf8(), it.value().toString().toUtf8()});
+    }
+    request.kind = Request::Post;
+    request.mailbox = mailbox.toString().toUtf8();
+    return request;
+}
+
 struct Server::Impl {
     Server *q = nullptr;
     QLocalServer server;
@@ -57,30 +96,23 @@ struct Server::Impl {
 
     QJsonObject answer(const QByteArray &line)
     {
-        QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-        if (error.error != QJsonParseError::NoError || !document.isObject())
-            return refusal(QStringLiteral("not a JSON object"));
-        const QJsonObject message = document.object();
-        if (message.size() == 1 && message.value(QLatin1StringView("open")).isString()) {
+        const Request request = read_request(line);
+        switch (request.kind) {
+        case Request::Invalid:
+            return refusal(request.error);
+        case Request::Open: {
             if (!accepts_open)
                 return refusal(QStringLiteral("this instance has no window to open a project in"));
-            Q_EMIT q->open_requested(message.value(QLatin1StringView("open")).toString());
+            // After the answer: the window may ask about unsaved changes
+            // first, and the command line need not wait for that.
+            const QString path = request.path;
+            QMetaObject::invokeMethod(q, [this, path] { Q_EMIT q->open_requested(path); }, Qt::QueuedConnection);
             return {{QStringLiteral("ok"), true}};
         }
-        const QJsonValue mailbox = message.value(QLatin1StringView("post"));
-        const QJsonValue event = message.value(QLatin1StringView("event"));
-        if (!mailbox.isString() || !(event.isObject() || event.isUndefined()) ||
-            message.size() != (event.isUndefined() ? 1 : 2))
-            return refusal(QStringLiteral("expected {\"post\": MAILBOX, \"event\": {KEY: VALUE}} or {\"open\": PATH}"));
-        QList<QPair<QByteArray, QByteArray>> pairs;
-        const QJsonObject values = event.toObject();
-        for (auto it = values.begin(); it != values.end(); ++it) {
-            if (!it.value().isString())
-                return refusal(QStringLiteral("the value of \"%1\" is not a string").arg(it.key()));
-            pairs.append({it.key().toUtf8(), it.value().toString().toUtf8()});
+        case Request::Post:
+            break;
         }
-        const int receivers = post ? post(mailbox.toString().toUtf8(), pairs) : 0;
+        const int receivers = post ? post(request.mailbox, request.event) : 0;
         return {{QStringLiteral("ok"), true}, {QStringLiteral("receivers"), receivers}};
     }
 
@@ -109,13 +141,11 @@ struct Server::Impl {
                 return;
             }
             const QByteArray line = socket->read(end + 1).trimmed();
-            QPointer<QLocalSocket> alive(socket);
             const QJsonObject reply = answer(line);
             if (!reply.value(QLatin1StringView("ok")).toBool())
                 qCWarning(lc_control, "Refused a control message: %s",
                           qUtf8Printable(reply.value(QLatin1StringView("error")).toString()));
-            if (alive)
-                finish(socket, timer, reply);
+            finish(socket, timer, reply);
         });
     }
 

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
+#include <QList>
+#include <QPair>
 #include <QObject>
 #include <QString>
 
@@ -25,6 +28,20 @@ inline constexpr int kReadTimeoutMs = 2000;
 // where the system has one.
 QString socket_name();
 
+// One message as the server reads it. Invalid ones carry the reason the
+// answer gives.
+struct Request {
+    enum Kind { Invalid, Post, Open };
+    Kind kind = Invalid;
+    QString error;
+    QByteArray mailbox;
+    QList<QPair<QByteArray, QByteArray>> event; // keys and values, keys sorted
+    QString path;
+};
+
+// Reads one message (a line without its end); never fails on any bytes.
+Request read_request(const QByteArray &line);
+
 // The server of a running instance.
 class Server : public QObject
 {
@@ -32,7 +49,8 @@ class Server : public QObject
 public:
     // Delivers an event to every receive node of a mailbox; returns how many
     // there were.
-    using PostHandler = std::function<int(const QByteArray &mailbox, const QList<QPair<QByteArray, QByteArray>> &event)>;
+    using PostHandler =
+        std::function<int(const QByteArray &mailbox, const QList<QPair<QByteArray, QByteArray>> &event)>;
 
     explicit Server(QObject *parent = nullptr);
     ~Server() override;

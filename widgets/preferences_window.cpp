@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QCoreApplication>
 #include <QDialogButtonBox>
+#include <QFormLayout>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
@@ -60,14 +61,18 @@ PreferencesWindow::PreferencesWindow(PreferencesWindowViewModel *model, QWidget 
     m_page = new QScrollArea;
     m_page->setWidgetResizable(true);
     m_page->setFrameShape(QFrame::NoFrame);
+    m_page->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     right_layout->addWidget(m_subtitle);
     right_layout->addWidget(m_page, 1);
 
     m_splitter = new QSplitter;
     m_splitter->addWidget(m_list);
     m_splitter->addWidget(right);
+    m_splitter->setStretchFactor(0, 0);
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setChildrenCollapsible(false);
+    // The page gets most of the room; the list shows names.
+    m_splitter->setSizes({120, 280});
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
@@ -114,6 +119,11 @@ void PreferencesWindow::show_row(int row)
     m_subtitle->setVisible(!m_subtitle->text().isEmpty());
     QWidget *view = surface->surface()->create_view();
     view->setContentsMargins(6, 6, 6, 6);
+    // The window is narrow: long labels go above their fields.
+    for (QFormLayout *form : view->findChildren<QFormLayout *>())
+        form->setRowWrapPolicy(QFormLayout::WrapLongRows);
+    if (auto *form = qobject_cast<QFormLayout *>(view->layout()))
+        form->setRowWrapPolicy(QFormLayout::WrapLongRows);
     m_page->setWidget(view);
 }
 

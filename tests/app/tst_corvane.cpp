@@ -254,6 +254,12 @@ private slots:
             << common + QStringList{"DEBUG Found plugin in ", "WARNING Failed to load plugin at "} + end << "";
         // Beside the data of plugins, a folder without a library is no plugin.
         QTest::newRow("preferences only") << "data only" << common + end << "WARNING";
+        // Where the plugin installer puts them.
+        QTest::newRow("installed plugin")
+            << "installed"
+            << common + QStringList{"Found plugin io.marrowfield.example: ", "Initializing all plugins",
+                                    "  Loading io.marrowfield.example"} + end.mid(2)
+            << "WARNING";
     }
 
     // Start-up with the "plugins" folders in several states: the built-in
@@ -272,6 +278,15 @@ private slots:
                                                                       : QStringLiteral("/other.so")));
             QVERIFY(library.open(QIODevice::WriteOnly));
             library.write("not a library");
+        } else if (setup == QLatin1String("installed")) {
+            const QString from = QFileInfo(QStringLiteral(CORVANE_EXECUTABLE)).absolutePath() +
+                                 QStringLiteral("/plugins/io.marrowfield.example");
+            const QString to = m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.example"));
+            QVERIFY(QDir().mkpath(to + QStringLiteral("/locale")));
+            for (const QString &name : QDir(from).entryList(QDir::Files))
+                QVERIFY(QFile::copy(from + u'/' + name, to + u'/' + name));
+            for (const QString &name : QDir(from + QStringLiteral("/locale")).entryList(QDir::Files))
+                QVERIFY(QFile::copy(from + QStringLiteral("/locale/") + name, to + QStringLiteral("/locale/") + name));
         } else if (setup == QLatin1String("data only")) {
             QVERIFY(QDir().mkpath(m_home->filePath(QStringLiteral("data/Corvane/plugins/io.example.gone"))));
         }

@@ -25,6 +25,7 @@
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
+#include <QTimer>
 
 using namespace corv;
 
@@ -189,6 +190,17 @@ private Q_SLOTS:
         widgets::PreferencesWindow again(new widgets::PreferencesWindowViewModel(*m_plugins));
         QCOMPARE(again.page_list()->currentRow(), 2);
         again.reject();
+    }
+
+    // The entry point of the main window's menu: modal, closed by OK.
+    void entry_point()
+    {
+        QTimer::singleShot(0, this, [] {
+            auto *window = qobject_cast<widgets::PreferencesWindow *>(QApplication::activeModalWidget());
+            QVERIFY(window);
+            window->accept();
+        });
+        QCOMPARE(widgets::show_preferences_window(nullptr, *m_plugins), int(QDialog::Accepted));
     }
 
     // A confirmed language applies at once: the window's texts and the pages.
