@@ -86,6 +86,7 @@ private Q_SLOTS:
     void rack_edits();
     void broken_clipboard_data();
     void broken_clipboard();
+    void rack_panel_keeps_expansion();
     void rack_rows_show_flow();
     void rows_flash_when_triggered();
     void node_panel_data();
@@ -364,6 +365,29 @@ void tst_Panels::broken_clipboard()
     QCOMPARE(changed.count(), 0);
     QCOMPARE(rig.racks(), QStringLiteral("R"));
     QCOMPARE(rig.tree(rack), QString());
+}
+
+void tst_Panels::rack_panel_keeps_expansion()
+{
+    PanelRig rig;
+    const QUuid r1 = rig.add_rack(QStringLiteral("One"));
+    const QUuid fork = rig.add_node(r1, QStringLiteral("io.marrowfield.fork"));
+    const QUuid inner = rig.add_node(fork, QStringLiteral("io.marrowfield.fork"));
+    rig.add_node(inner, QStringLiteral("io.marrowfield.stop"));
+    const QUuid r2 = rig.add_rack(QStringLiteral("Two"));
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::RackPanel panel(&vm);
+    const auto expanded = [&](const QUuid &id) { return panel.tree()->isExpanded(vm.index_of(id)); };
+
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork) && expanded(inner));
+    panel.tree()->collapse(vm.index_of(inner));
+    panel.set_rack(r2);
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork));
+    QVERIFY(!expanded(inner));
 }
 
 void tst_Panels::rack_rows_show_flow()
