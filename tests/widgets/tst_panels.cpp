@@ -211,6 +211,7 @@ void tst_Panels::rack_edits_data()
     QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay";
     QTest::newRow("copy and paste") << "paste" << 1 << "fork[delay stop] fork[delay stop] custom | delay";
     QTest::newRow("drag within the top level") << "drag first" << 1 << "custom fork[delay stop] | delay";
+    QTest::newRow("drag with Ctrl copies") << "drag copy" << 1 << "custom fork[delay stop] custom | delay";
     QTest::newRow("drag onto a node") << "drag into" << 1 << "fork[delay stop custom] | delay";
     QTest::newRow("drag a child out") << "drag out" << 1 << "fork[stop] custom delay | delay";
     QTest::newRow("cut, then paste twice in another rack")
@@ -254,11 +255,12 @@ void tst_Panels::rack_edits()
         QTest::keyClick(panel.add_node_widget()->search_field(), Qt::Key_Return);
         QVERIFY(!panel.add_node_popup()->isVisible());
     };
-    const auto drag = [&](const QUuid &node, int row, const QUuid &onto) {
+    const auto drag = [&](const QUuid &node, int row, const QUuid &onto, Qt::DropAction action = Qt::MoveAction) {
         std::unique_ptr<QMimeData> data(model->mimeData({vm.index_of(node)}));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kNodeListMime)));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
-        QVERIFY(model->dropMimeData(data.get(), Qt::MoveAction, row, row < 0 ? -1 : 0, onto.isNull() ? QModelIndex() : vm.index_of(onto)));
+        QVERIFY(model->dropMimeData(data.get(), action, row, row < 0 ? -1 : 0,
+                                    onto.isNull() ? QModelIndex() : vm.index_of(onto)));
     };
     if (edit == u"add inside") {
         panel.select_node(fork);
@@ -296,6 +298,9 @@ void tst_Panels::rack_edits()
     } else if (edit == u"drag first") {
         drag(custom, 0, {});
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
+    } else if (edit == u"drag copy") {
+        drag(custom, 0, {}, Qt::CopyAction);
+        QVERIFY(panel.current_node() != custom);
     } else if (edit == u"drag into") {
         drag(custom, -1, fork);
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
