@@ -140,6 +140,14 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
         menu.addActions({m_cut, m_copy, m_paste, m_delete});
         menu.exec(m_tree->viewport()->mapToGlobal(at));
     });
+    connect(m_tree, &QTreeView::expanded, this, [this](const QModelIndex &index) {
+        if (!m_restoring)
+            m_expanded[m_view_model->rack()].insert(m_view_model->node_id(index));
+    });
+    connect(m_tree, &QTreeView::collapsed, this, [this](const QModelIndex &index) {
+        if (!m_restoring)
+            m_expanded[m_view_model->rack()].remove(m_view_model->node_id(index));
+    });
     connect(m_tree, &QTreeView::doubleClicked, this, [this](const QModelIndex &index) {
         Q_EMIT edit_requested(m_view_model->node_id(index));
     });
@@ -165,10 +173,32 @@ RackPanel::~RackPanel() = default;
 void RackPanel::set_rack(const QUuid &rack)
 {
     m_view_model->set_rack(rack);
-    const PanelContext &context = m_view_model->context();
-    const model::Rack *r = context.project ? context.project->find_rack(m_view_model->rack()) : nullptr;
-    if (r && context.runtime && context.runtime->rack_nodes(*r).size() <= kExpandLimit)
-        m_tree->expandAll();
+    const QUuid shown = m_view_model->rack();
+    if (shown.isNull())
+        return;
+    m_restoring = true;
+    auto it = m_expanded.find(shown);
+    if (it != m_expanded.end()) {
+        for (const QUuid &id : std::as_const(*it)) {
+            const QModelIndex index = m_view_model->index_of(id);
+            if (index.isValid())
+                m_tree->expand(index);
+        }
+    } else {
+        const PanelContext &context = m_view_model->context();
+        const model::Rack *r = context.project->find_rack(shown);
+        const QList<QUuid> nodes = context.runtime ? context.runtime->rack_nodes(*r) : QList<QUuid>();
+        QSet<QUuid> &expanded = m_expanded[shown];
+        if (!nodes.isEmpty() && nodes.size() <= kExpandLimit) {
+            m_tree->expandAll();
+            for (const QUuid &id : nodes) {
+                const model::Node *node = context.project->find_node(id);
+                if (node && node->children()->count())
+                    expanded.insert(id);
+            }
+        }
+    }
+    m_restoring = false;
 }
 
 QList<QUuid> RackPanel::selected_nodes() const

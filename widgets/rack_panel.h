@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
+#include <QSet>
 #include <QUuid>
 #include <QWidget>
 
@@ -48,8 +50,9 @@ public:
     void select_nodes(const QList<QUuid> &nodes);
 
 public Q_SLOTS:
-    // Shows a rack (null: none). Racks of up to kExpandLimit nodes open
-    // fully expanded.
+    // Shows a rack (null: none), with the rows expanded that were when it
+    // was last shown; a rack shown for the first time opens fully expanded
+    // when it holds up to kExpandLimit nodes.
     void set_rack(const QUuid &rack);
     // Open the type chooser for adding inside the current node (the top
     // level with none), or for replacing the current node.
@@ -81,6 +84,9 @@ private:
     QFrame *m_popup;
     AddNodeWidget *m_add_widget;
     bool m_replacing = false;
+    // Per rack, the nodes whose rows are expanded.
+    QHash<QUuid, QSet<QUuid>> m_expanded;
+    bool m_restoring = false;
     QAction *m_edit;
     QAction *m_add_inside;
     QAction *m_replace;

@@ -170,6 +170,17 @@ bool RackPanelNodeViewModel::runs() const
     return true;
 }
 
+model::Children *RackPanelNodeViewModel::child_list(const QUuid &id, model::Node *node) const
+{
+    // A node that stands inside its own subtree (a damaged file) is shown
+    // once, without children, so the tree stays finite.
+    for (const RackPanelNodeViewModel *p = this; p; p = p->m_parent) {
+        if (p->m_id == id)
+            return nullptr;
+    }
+    return node ? node->children() : nullptr;
+}
+
 void RackPanelNodeViewModel::populate()
 {
     if (m_populated || !m_children)
@@ -180,7 +191,7 @@ void RackPanelNodeViewModel::populate()
     m_rows.reserve(std::size_t(ids.size()));
     for (const QUuid &id : ids) {
         model::Node *node = project->find_node(id);
-        auto vm = std::make_unique<RackPanelNodeViewModel>(*m_owner, this, id, node ? node->children() : nullptr);
+        auto vm = std::make_unique<RackPanelNodeViewModel>(*m_owner, this, id, child_list(id, node));
         vm->m_row_hint = int(m_rows.size());
         m_rows.push_back(std::move(vm));
     }
@@ -206,7 +217,7 @@ void RackPanelNodeViewModel::connect_list()
         if (!m_populated)
             return;
         model::Node *node = m_owner->m_context.project->find_node(id);
-        auto vm = std::make_unique<RackPanelNodeViewModel>(*m_owner, this, id, node ? node->children() : nullptr);
+        auto vm = std::make_unique<RackPanelNodeViewModel>(*m_owner, this, id, child_list(id, node));
         vm->m_row_hint = int(index);
         m_rows.insert(m_rows.begin() + std::ptrdiff_t(index), std::move(vm));
         m_owner->endInsertRows();

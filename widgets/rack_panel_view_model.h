@@ -14,6 +14,7 @@
 
 namespace corv::model {
 class Children;
+class Node;
 class Rack;
 } // namespace corv::model
 
@@ -64,6 +65,8 @@ private:
     friend class RackPanelViewModel;
 
     void populate();
+    // The children list of a new row for node id under this one.
+    model::Children *child_list(const QUuid &id, model::Node *node) const;
     void connect_list();
     void connect_manager();
 

@@ -31,6 +31,13 @@ inline constexpr char kModelRowsMime[] = "application/x-corv-model-rows";
 // through, its runtime (names, icons, flashes) and the node-type registry.
 // Any of them may be null (no project open). Hand the panels an empty context
 // before the project goes away.
+//
+// A window hosting the panels gives each view model the context, then links
+//   RacksPanel::selected_rack_changed -> RackPanel::set_rack
+//   RackPanel::selected_node_changed  -> NodePanelViewModel::set_node
+// and shows the panels' window titles (title_changed). Node panel edits are
+// undoable when the runtime's panels are made with the same command manager
+// (cui::install_node_surfaces).
 struct PanelContext {
     model::Project *project = nullptr;
     engine::CommandManager *commands = nullptr;

@@ -86,6 +86,7 @@ private Q_SLOTS:
     void rack_edits();
     void broken_clipboard_data();
     void broken_clipboard();
+    void rack_panel_keeps_expansion();
     void rack_rows_show_flow();
     void rows_flash_when_triggered();
     void node_panel_data();
@@ -210,6 +211,7 @@ void tst_Panels::rack_edits_data()
     QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay";
     QTest::newRow("copy and paste") << "paste" << 1 << "fork[delay stop] fork[delay stop] custom | delay";
     QTest::newRow("drag within the top level") << "drag first" << 1 << "custom fork[delay stop] | delay";
+    QTest::newRow("drag with Ctrl copies") << "drag copy" << 1 << "custom fork[delay stop] custom | delay";
     QTest::newRow("drag onto a node") << "drag into" << 1 << "fork[delay stop custom] | delay";
     QTest::newRow("drag a child out") << "drag out" << 1 << "fork[stop] custom delay | delay";
     QTest::newRow("cut, then paste twice in another rack")
@@ -253,11 +255,12 @@ void tst_Panels::rack_edits()
         QTest::keyClick(panel.add_node_widget()->search_field(), Qt::Key_Return);
         QVERIFY(!panel.add_node_popup()->isVisible());
     };
-    const auto drag = [&](const QUuid &node, int row, const QUuid &onto) {
+    const auto drag = [&](const QUuid &node, int row, const QUuid &onto, Qt::DropAction action = Qt::MoveAction) {
         std::unique_ptr<QMimeData> data(model->mimeData({vm.index_of(node)}));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kNodeListMime)));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
-        QVERIFY(model->dropMimeData(data.get(), Qt::MoveAction, row, row < 0 ? -1 : 0, onto.isNull() ? QModelIndex() : vm.index_of(onto)));
+        QVERIFY(model->dropMimeData(data.get(), action, row, row < 0 ? -1 : 0,
+                                    onto.isNull() ? QModelIndex() : vm.index_of(onto)));
     };
     if (edit == u"add inside") {
         panel.select_node(fork);
@@ -295,6 +298,9 @@ void tst_Panels::rack_edits()
     } else if (edit == u"drag first") {
         drag(custom, 0, {});
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
+    } else if (edit == u"drag copy") {
+        drag(custom, 0, {}, Qt::CopyAction);
+        QVERIFY(panel.current_node() != custom);
     } else if (edit == u"drag into") {
         drag(custom, -1, fork);
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
@@ -364,6 +370,29 @@ void tst_Panels::broken_clipboard()
     QCOMPARE(changed.count(), 0);
     QCOMPARE(rig.racks(), QStringLiteral("R"));
     QCOMPARE(rig.tree(rack), QString());
+}
+
+void tst_Panels::rack_panel_keeps_expansion()
+{
+    PanelRig rig;
+    const QUuid r1 = rig.add_rack(QStringLiteral("One"));
+    const QUuid fork = rig.add_node(r1, QStringLiteral("io.marrowfield.fork"));
+    const QUuid inner = rig.add_node(fork, QStringLiteral("io.marrowfield.fork"));
+    rig.add_node(inner, QStringLiteral("io.marrowfield.stop"));
+    const QUuid r2 = rig.add_rack(QStringLiteral("Two"));
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::RackPanel panel(&vm);
+    const auto expanded = [&](const QUuid &id) { return panel.tree()->isExpanded(vm.index_of(id)); };
+
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork) && expanded(inner));
+    panel.tree()->collapse(vm.index_of(inner));
+    panel.set_rack(r2);
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork));
+    QVERIFY(!expanded(inner));
 }
 
 void tst_Panels::rack_rows_show_flow()
