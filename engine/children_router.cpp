@@ -107,6 +107,12 @@ ChildrenEventRouter::Child *ChildrenEventRouter::find(const QUuid &id) const
 
 void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
 {
+    EventScope reference(event);
+    route_taking(start, reference);
+}
+
+void ChildrenEventRouter::route_taking(std::size_t start, EventScope &event)
+{
     if (!*m_running)
         return;
     if (m_children) {
@@ -125,7 +131,7 @@ void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
             if (child->manager->triggered_wired) // nobody listens otherwise
                 Q_EMIT child->manager->q->triggered();
             if (instance->is_created())
-                on_event(instance->data(), handles::new_event(event));
+                on_event(instance->data(), handles::new_event(std::move(event)));
             return;
         }
     }
@@ -134,9 +140,9 @@ void ChildrenEventRouter::route(std::size_t start, const EventScope &event)
     Q_EMIT event_returned(event);
 }
 
-void ChildrenEventRouter::route_after(void *record, const EventScope &event)
+void ChildrenEventRouter::route_after(void *record, EventScope &event)
 {
-    route(std::size_t(index_of(*static_cast<Child *>(record))) + 1, event);
+    route_taking(std::size_t(index_of(*static_cast<Child *>(record))) + 1, event);
 }
 
 ChildrenEventRouter::Child *ChildrenEventRouter::child_at(qsizetype index, const QUuid &id)

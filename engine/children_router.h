@@ -67,7 +67,10 @@ private:
     // The node manager whose children this router serves; null at a rack's top.
     void set_owner(NodeManager::Impl *owner) { m_owner = owner; }
     // Routes what the child of `record` passed on to the next sibling.
-    void route_after(void *record, const EventScope &event);
+    void route_after(void *record, EventScope &event);
+    // route() that hands the reference itself to the child that gets it
+    // (event is empty afterwards in that case).
+    void route_taking(std::size_t start, EventScope &event);
 
     // Builds the queued routers, queueing the nested routers their children
     // need, until none is left.

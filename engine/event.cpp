@@ -84,7 +84,7 @@ void EventSink::post(EventSink *sink, const EventScope &event)
 bool EventSink::event(QEvent *event)
 {
     if (event->type() == SinkEvent::event_type) {
-        const EventScope &scope = static_cast<SinkEvent *>(event)->event();
+        EventScope &scope = static_cast<SinkEvent *>(event)->event();
         Q_EMIT event_received(scope);
         if (m_receiver)
             m_receiver->sink_received(this, scope);

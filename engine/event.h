@@ -135,6 +135,8 @@ public:
     }
 
     const EventScope &event() const { return m_event; }
+    // The carried reference, for a receiver that takes it over.
+    EventScope &event() { return m_event; }
 
 private:
     EventScope m_event;
@@ -163,7 +165,10 @@ public:
     class Receiver
     {
     public:
-        virtual void sink_received(EventSink *sink, const EventScope &event) = 0;
+        // May take the reference over (move from event): the queued Qt
+        // event is deleted right after, so a node that gets it as its
+        // handle holds the only one and writes without a copy.
+        virtual void sink_received(EventSink *sink, EventScope &event) = 0;
 
     protected:
         ~Receiver() = default;

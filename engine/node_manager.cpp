@@ -67,7 +67,7 @@ void NodeManager::Impl::child_added(model::Children *list, const QUuid &, std::s
     nested->build();
 }
 
-void NodeManager::Impl::sink_received(EventSink *sink, const EventScope &event)
+void NodeManager::Impl::sink_received(EventSink *sink, EventScope &event)
 {
     if (sink == &parent_sink) {
         // Everything the node posts towards its parent counts as emitted,
@@ -78,7 +78,7 @@ void NodeManager::Impl::sink_received(EventSink *sink, const EventScope &event)
             bound_router->route_after(bound_record, event);
     } else if (bound_router) {
         if (nested)
-            nested->route(0, event);
+            nested->route_taking(0, event);
         else if (*bound_router->m_running)
             children_returned(event); // no children: straight back
     }

@@ -46,7 +46,7 @@ public:
 
     // EventSink::Receiver: the parent sink passes the event on to the next
     // sibling (after `emitted`), the child sink into the node's children.
-    void sink_received(EventSink *sink, const EventScope &event) override;
+    void sink_received(EventSink *sink, EventScope &event) override;
     // InstanceListener
     void instance_renamed(NodeInstance *instance) override;
     void instance_redecorated(NodeInstance *instance) override;

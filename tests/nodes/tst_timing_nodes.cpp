@@ -58,7 +58,9 @@ private Q_SLOTS:
         const QUuid rack = timing_rack(rig, "io.marrowfield.delay", {{"!delay", Value::floating(0.25)}}, &delay);
         rig.open();
         QCOMPARE(rig.name(delay), QStringLiteral("Delay 0.25 s"));
-        post_at(rig, rack, {0, 100, 200});
+        // Close together, so that the name is read well before the first
+        // release (QTRY looks every 50 ms).
+        post_at(rig, rack, {0, 50, 100});
         QTRY_COMPARE(rig.seen("inside").size(), 3);
         QVERIFY(rig.seen("after").size() < 3);
         QVERIFY(rig.name(delay).endsWith(u"s left)"));
