@@ -3,6 +3,7 @@
 #include "app/builtin_plugin.h"
 #include "app/control.h"
 #include "app/identity.h"
+#include "app/logging.h"
 #include "app/paths.h"
 #include "app/shutdown_signals.h"
 #include "app/user_agent.h"
@@ -24,6 +25,9 @@
 #include "sdk/plugin_list.h"
 #include "sdk/plugin_preferences.h"
 #include "update/hand_off.h"
+#include "widgets/main_window.h"
+#include "widgets/main_window_view_model.h"
+#include "widgets/preferences_window.h"
 #include "widgets/update_window.h"
 
 #include <QApplication>
@@ -385,7 +389,7 @@ struct Application::Impl {
     std::unique_ptr<engine::NodeRegistry> registry;
     std::unique_ptr<engine::ProjectManager> projects;
     std::unique_ptr<control::Server> control;
-    std::unique_ptr<QMainWindow> main_window;
+    std::unique_ptr<widgets::MainWindow> main_window;
     // Set when a headless run can't do what it was started for.
     int failed_exit_code = 0;
 
@@ -471,18 +475,20 @@ struct Application::Impl {
         control->listen();
     }
 
-    // The project named on the command line, running from the start (in a
-    // window run it replaces what the window reopened). A headless run has
-    // nothing else to do, so a project it can't read ends it.
+    // The project named on the command line, running from the start. A
+    // headless run has nothing else to do, so a project it can't read ends it.
     void open_project()
     {
-        if (options.project_path.isEmpty())
+        // A window run opens it in the main window, which shows what fails.
+        if (options.project_path.isEmpty() || !options.headless)
             return;
         if (!projects->open(options.project_path) && options.headless)
             failed_exit_code = 1;
     }
 
-    // Display nodes print their "%s: %s" lines to stdout when there is no window.
+    // The main window: restores its layout, opens the project of the command
+    // line or the last one, and takes the projects later command lines hand over.
+    // Without a window, display nodes print their "%s: %s" lines to stdout.
     void create_main_window()
     {
         if (options.headless) {
@@ -490,8 +496,32 @@ struct Application::Impl {
             nodes::set_display_echo(true);
             return;
         }
-        main_window = std::make_unique<QMainWindow>();
-        main_window->setWindowTitle(QString::fromLatin1(kApplicationName));
+        widgets::MainWindowContext context;
+        context.projects = projects.get();
+        context.plugins = plugins.get();
+        context.user_agent = [] { return user_agent(); };
+        context.settings_file = paths::settings_file();
+        context.log_file = log_file_path();
+        context.log_folder = paths::log_folder();
+        context.minimize_to_tray = [] {
+            engine::Plugin *application = engine::builtin_plugin();
+            const model::Property *tray = application && application->preferences()
+                ? application->preferences()->collection().find(QStringLiteral("minimizetotray"))
+                : nullptr;
+            return !tray || tray->value().to_bool();
+        };
+        engine::PluginList *list = plugins.get();
+        context.open_preferences = [list](QWidget *parent) {
+            widgets::show_preferences_window(parent, *list);
+        };
+        main_window = std::make_unique<widgets::MainWindow>(context);
+        main_window->open_initial_project(options.project_path);
+        widgets::MainWindow *window = main_window.get();
+        QObject::connect(control.get(), &control::Server::open_requested, window,
+                         [window](const QString &path) {
+                             window->restore_from_tray();
+                             window->view_model()->open(path);
+                         });
     }
 
     // At start, when the "updatecheck" preference is set, once the window shows.

@@ -134,8 +134,16 @@ void ProjectRuntime::open()
 RackManager *ProjectRuntime::make_rack_manager(const QUuid &id, model::Rack &rack)
 {
     auto *manager = new RackManager(rack, id, *this);
+    manager->set_paused(m_paused);
     m_racks.insert(id, manager);
     return manager;
+}
+
+void ProjectRuntime::set_paused(bool paused)
+{
+    m_paused = paused;
+    for (RackManager *rack : std::as_const(m_racks))
+        rack->set_paused(paused);
 }
 
 NodeManager *ProjectRuntime::make_node_manager(const QUuid &id)

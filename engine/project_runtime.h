@@ -64,6 +64,11 @@ public:
     // descendants, depth first; every node once.
     QList<QUuid> rack_nodes(const model::Rack &rack) const;
 
+    // Pauses or resumes every rack at once, racks added later included,
+    // without changing their enabled state.
+    void set_paused(bool paused);
+    bool is_paused() const { return m_paused; }
+
 Q_SIGNALS:
     void rack_added(const QUuid &id);
     void rack_removed(const QUuid &id);
@@ -91,6 +96,7 @@ private:
     // Children that stand in a running list but have no node manager yet.
     QHash<QUuid, ChildrenEventRouter *> m_waiting;
     bool m_open = false;
+    bool m_paused = false;
     // Set once open() has created the instances of every node a rack reaches.
     bool m_instances_started = false;
 };

@@ -16,11 +16,15 @@ public:
         connect(&rack, &model::Rack::name_changed, this,
                 [this](const QString &name) { name_utf8 = name.toUtf8(); });
         connect(&rack, &model::Rack::is_enabled_changed, this,
-                [this](bool enabled) { running = enabled; });
+                [this](bool enabled) {
+                    enabled_flag = enabled;
+                    running = enabled && !paused;
+                });
         connect(&sink, &EventSink::event_received, this,
                 [this](const EventScope &event) { top_router.route(0, event); });
         name_utf8 = rack.name().toUtf8();
-        running = rack.is_enabled();
+        enabled_flag = rack.is_enabled();
+        running = enabled_flag;
     }
 
     model::Rack *rack;
@@ -28,6 +32,8 @@ public:
     ProjectRuntime *runtime;
     EventSink sink;
     bool running = false;
+    bool enabled_flag = false;
+    bool paused = false;
     ChildrenEventRouter top_router;
     QByteArray name_utf8;
 };
@@ -63,6 +69,17 @@ EventSink *RackManager::sink() const
 bool RackManager::is_running() const
 {
     return d->running;
+}
+
+void RackManager::set_paused(bool paused)
+{
+    d->paused = paused;
+    d->running = d->enabled_flag && !paused;
+}
+
+bool RackManager::is_paused() const
+{
+    return d->paused;
 }
 
 const QByteArray &RackManager::name_utf8() const

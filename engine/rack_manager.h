@@ -37,6 +37,10 @@ public:
     // Posting here runs the rack's top-level nodes from the first.
     EventSink *sink() const;
     bool is_running() const;
+    // Holds the rack without touching its enabled state (a pause of the whole
+    // program): events are dropped as in a disabled rack until resumed.
+    void set_paused(bool paused);
+    bool is_paused() const;
     // The rack's name as UTF-8, kept up to date on rename (corv_rack_name).
     const QByteArray &name_utf8() const;
     ChildrenEventRouter *top_router() const;

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Takes the screenshots shown in README.md: the main window on the demo
+# project (an event posted from the command line on its display node) and
+# the preferences window. Runs Corvane on a private X server (Xvfb) with
+# private settings, so the user's own are never touched.
+#
+#   ./scripts/screenshots.sh [output folder, default docs/]
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+build="${CORV_BUILD_DIR:-$root/build}"
+out="$(realpath -m "${1:-$root/docs}")"
+corvane="$build/bin/corvane"
+
+if [[ -z ${CORV_SCREENSHOT_XVFB:-} ]]; then
+    for tool in xvfb-run xdotool import; do
+        command -v "$tool" >/dev/null || { echo "$tool not found; see scripts/packages.txt" >&2; exit 1; }
+    done
+    [[ -x $corvane ]] || { echo "$corvane not built; run ./scripts/setup.sh" >&2; exit 1; }
+    export CORV_SCREENSHOT_XVFB=1
+    exec xvfb-run -a -s "-screen 0 1280x800x24" "$0" "$@"
+fi
+
+home="$(mktemp -d)"
+pid=
+cleanup() {
+    [[ -n $pid ]] && kill "$pid" 2>/dev/null || true
+    rm -rf "$home"
+}
+trap cleanup EXIT
+export HOME="$home" XDG_DATA_HOME="$home/data" XDG_CONFIG_HOME="$home/config" \
+       XDG_RUNTIME_DIR="$home/run" QT_QPA_PLATFORM=xcb
+mkdir -p "$XDG_RUNTIME_DIR" "$XDG_DATA_HOME/Corvane" "$out"
+chmod 700 "$XDG_RUNTIME_DIR"
+
+# Opens on the "Listener" rack with its display node selected.
+demo="$root/examples/demo.corv"
+cat > "$XDG_DATA_HOME/Corvane/settings.ini" <<INI
+[General]
+LastOpenPath=$demo
+LastOpenRack=aaf0f920-1c13-413e-a333-30f80b5504a9
+LastOpenNode=d9264ae0-c276-4a2f-80d3-97d844f6bd73
+INI
+
+"$corvane" >"$home/corvane.log" 2>&1 &
+pid=$!
+window="$(timeout 20 xdotool search --all --sync --onlyvisible --pid "$pid" --name 'demo' | head -n 1)"
+xdotool windowfocus --sync "$window"
+sleep 0.5
+"$corvane" --post news headline="Racks run while you work" from=screenshots >/dev/null
+sleep 0.7
+import -window "$window" "$out/main-window.png"
+
+# File > Preferences from the keyboard.
+xdotool key alt+f
+sleep 0.3
+xdotool key Down Down Down Down Return
+preferences="$(timeout 10 xdotool search --all --sync --onlyvisible --pid "$pid" --name '^Preferences$' | head -n 1)"
+# Roomier than its first size, so the page reads in full.
+xdotool windowsize "$preferences" 760 520
+sleep 0.7
+import -window "$preferences" "$out/preferences-window.png"
+xdotool key Escape
+sleep 0.3
+
+xdotool windowfocus --sync "$window" key ctrl+q
+wait "$pid" || true
+pid=
+echo "Wrote $out/main-window.png and $out/preferences-window.png"

@@ -1,0 +1,564 @@
+// The racks, rack and node panels and the node-type chooser, driven through
+// their real widgets and view models over an open project with the built-in
+// node set: every edit is one command, undone and redone.
+
+#include "panel_rig.h"
+
+#include "engine/event.h"
+#include "engine/rack_manager.h"
+#include "persistence/model_commands.h"
+#include "persistence/property_commands.h"
+#include "widgets/add_node_widget.h"
+#include "widgets/add_node_widget_view_model.h"
+#include "widgets/node_panel.h"
+#include "widgets/node_panel_view_model.h"
+#include "widgets/rack_panel.h"
+#include "widgets/rack_panel_view_model.h"
+#include "widgets/racks_panel.h"
+
+#include <QAbstractItemModelTester>
+#include <QAction>
+#include <QSpinBox>
+#include <QApplication>
+#include <QClipboard>
+#include <QFrame>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QMimeData>
+#include <QRegularExpression>
+#include <QSet>
+#include <QSignalSpy>
+#include <QSortFilterProxyModel>
+#include <QTest>
+#include <QTreeView>
+
+using namespace corv;
+using widgets::RackPanelViewModel;
+
+namespace {
+
+// Undoes `steps` edits and checks the state, then redoes them.
+void check_undo_redo(engine::CommandManager &commands, int steps, const std::function<QString()> &state,
+                     const QString &before, const QString &after)
+{
+    for (int i = 0; i < steps; ++i)
+        commands.undo();
+    QCOMPARE(state(), before);
+    for (int i = 0; i < steps; ++i)
+        commands.redo();
+    QCOMPARE(state(), after);
+}
+
+// The rows of the rack panel in PanelRig::tree()'s form, made as needed.
+QString shown_tree(RackPanelViewModel &vm, const QModelIndex &parent = {})
+{
+    if (vm.canFetchMore(parent))
+        vm.fetchMore(parent);
+    QStringList parts;
+    for (int row = 0; row < vm.rowCount(parent); ++row) {
+        const QModelIndex index = vm.index(row, 0, parent);
+        if (index.parent() != parent || vm.index_of(vm.node_id(index)) != index)
+            return QStringLiteral("broken");
+        QString part = vm.context().project->find_node(vm.node_id(index))->impl_id().section(u'.', -1);
+        if (vm.hasChildren(index))
+            part += u'[' + shown_tree(vm, index) + u']';
+        parts << part;
+    }
+    return parts.join(u' ');
+}
+
+} // namespace
+
+class tst_Panels : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // The offscreen platform's notes on popups are no fault of the panels.
+    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("^(?!This plugin does not support).*"))); }
+
+    void racks_edits_data();
+    void racks_edits();
+    void racks_selection_and_search();
+    void rack_edits_data();
+    void rack_edits();
+    void broken_clipboard_data();
+    void broken_clipboard();
+    void rack_panel_keeps_expansion();
+    void rack_rows_show_flow();
+    void rows_flash_when_triggered();
+    void node_panel_data();
+    void node_panel();
+    void add_node_search_data();
+    void add_node_search();
+};
+
+void tst_Panels::racks_edits_data()
+{
+    QTest::addColumn<QString>("edit");
+    QTest::addColumn<QString>("after");
+    // The racks, then the tree of the first rack A.
+    QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C|fork";
+    QTest::newRow("rename in place") << "rename" << "A,Z,C|fork";
+    QTest::newRow("disable") << "disable" << "A,B-,C|fork";
+    QTest::newRow("disable two at once") << "disable two" << "A,B-,C-|fork";
+    QTest::newRow("drag to the end") << "drag" << "B,C,A|fork";
+    QTest::newRow("delete") << "delete" << "A,C|fork";
+    QTest::newRow("copy and paste") << "paste" << "A,A,B,C|fork";
+    QTest::newRow("nodes dragged onto a rack") << "drop nodes" << "A,B,C|";
+}
+
+void tst_Panels::racks_edits()
+{
+    QFETCH(QString, edit);
+    QFETCH(QString, after);
+    PanelRig rig;
+    const QUuid a = rig.add_rack(QStringLiteral("A"));
+    const QUuid a_node = rig.add_node(a, QStringLiteral("io.marrowfield.fork"));
+    rig.add_rack(QStringLiteral("B"));
+    rig.add_rack(QStringLiteral("C"));
+    rig.open();
+    widgets::RacksPanelViewModel vm;
+    vm.set_context(rig.context());
+    QAbstractItemModelTester tester(&vm, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    widgets::RacksPanel panel(&vm);
+    QAbstractItemModel *shown = panel.list()->model();
+    QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
+
+    const int row = edit == u"add" || edit == u"paste" ? 0 : 1;
+    panel.list()->setCurrentIndex(shown->index(row, 0));
+    if (edit == u"add") {
+        panel.add_action()->trigger();
+    } else if (edit == u"rename") {
+        QVERIFY(shown->setData(shown->index(1, 0), QStringLiteral("Z")));
+    } else if (edit == u"disable") {
+        QVERIFY(panel.enabled_action()->isChecked());
+        panel.enabled_action()->trigger();
+    } else if (edit == u"disable two") {
+        panel.list()->selectionModel()->select(shown->index(2, 0), QItemSelectionModel::Select);
+        panel.enabled_action()->trigger();
+    } else if (edit == u"drag") {
+        std::unique_ptr<QMimeData> data(shown->mimeData({shown->index(0, 0)}));
+        QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
+        QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, 3, 0, {}));
+    } else if (edit == u"delete") {
+        panel.delete_action()->trigger();
+    } else if (edit == u"drop nodes") {
+        RackPanelViewModel rack_vm;
+        rack_vm.set_context(rig.context());
+        rack_vm.set_rack(a);
+        std::unique_ptr<QMimeData> data(rack_vm.mimeData({rack_vm.index_of(a_node)}));
+        QVERIFY(!shown->canDropMimeData(data.get(), Qt::MoveAction, 1, 0, {}));
+        // Dropped onto a row, as the view reports it: no row, no column.
+        QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, -1, -1, shown->index(1, 0)));
+        QCOMPARE(rig.project.find_rack(vm.rack_at(1))->top_level()->ids(), QList<QUuid>{a_node});
+    } else if (edit == u"paste") {
+        panel.copy_action()->trigger();
+        QVERIFY(QGuiApplication::clipboard()->mimeData()->hasFormat(QString::fromLatin1(widgets::kRackListXmlMime)));
+        panel.paste_action()->trigger();
+        // The copy is a rack of its own, with nodes of its own.
+        const QUuid copy = vm.selected_rack();
+        QCOMPARE(vm.row_of(copy), 1);
+        QVERIFY(copy != a);
+        const QList<QUuid> &nodes = rig.project.find_rack(copy)->top_level()->ids();
+        QCOMPARE(nodes.size(), 1);
+        QVERIFY(nodes.first() != a_node);
+    }
+    const auto state = [&] { return rig.racks() + u'|' + rig.tree(a); };
+    QCOMPARE(state(), after);
+    QCOMPARE(changed.count(), 1);
+    check_undo_redo(rig.commands, 1, state, QStringLiteral("A,B,C|fork"), after);
+}
+
+void tst_Panels::racks_selection_and_search()
+{
+    PanelRig rig;
+    rig.add_rack(QStringLiteral("Alpha"));
+    const QUuid beta = rig.add_rack(QStringLiteral("Beta"));
+    rig.open();
+    widgets::RacksPanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::RacksPanel panel(&vm);
+    QSignalSpy selected(&panel, &widgets::RacksPanel::selected_rack_changed);
+
+    panel.list()->setCurrentIndex(panel.list()->model()->index(1, 0));
+    QCOMPARE(selected.count(), 1);
+    QCOMPARE(selected.takeFirst().at(0).toUuid(), beta);
+
+    panel.search_field()->setText(QStringLiteral("ALP"));
+    QCOMPARE(panel.list()->model()->rowCount(), 1);
+    QCOMPARE(panel.list()->model()->index(0, 0).data().toString(), QStringLiteral("Alpha"));
+    panel.search_field()->clear();
+
+    // The selection never names a removed rack.
+    vm.remove_racks({beta});
+    QVERIFY(vm.selected_rack() != beta);
+    QCOMPARE(selected.takeLast().at(0).toUuid(), vm.selected_rack());
+}
+
+void tst_Panels::rack_edits_data()
+{
+    QTest::addColumn<QString>("edit");
+    QTest::addColumn<int>("steps");
+    QTest::addColumn<QString>("after");
+    // Both racks: "fork[delay stop] custom | delay".
+    QTest::newRow("add inside the current node") << "add inside" << 1 << "fork[delay stop stop] custom | delay";
+    QTest::newRow("add inside a childless node") << "add into custom" << 1 << "fork[delay stop] custom[stop] | delay";
+    QTest::newRow("add at the top level") << "add top" << 1 << "fork[delay stop] custom stop | delay";
+    QTest::newRow("replace keeps the children") << "replace" << 1 << "delay[delay stop] custom | delay";
+    QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay";
+    QTest::newRow("copy and paste") << "paste" << 1 << "fork[delay stop] fork[delay stop] custom | delay";
+    QTest::newRow("drag within the top level") << "drag first" << 1 << "custom fork[delay stop] | delay";
+    QTest::newRow("drag with Ctrl copies") << "drag copy" << 1 << "custom fork[delay stop] custom | delay";
+    QTest::newRow("drag onto a node") << "drag into" << 1 << "fork[delay stop custom] | delay";
+    QTest::newRow("drag a child out") << "drag out" << 1 << "fork[stop] custom delay | delay";
+    QTest::newRow("cut, then paste twice in another rack")
+        << "cut across" << 3 << "custom | delay fork[delay stop] fork[delay stop]";
+}
+
+void tst_Panels::rack_edits()
+{
+    QFETCH(QString, edit);
+    QFETCH(int, steps);
+    QFETCH(QString, after);
+    PanelRig rig;
+    const QUuid r1 = rig.add_rack(QStringLiteral("One"));
+    const QUuid fork = rig.add_node(r1, QStringLiteral("io.marrowfield.fork"));
+    const QUuid delay = rig.add_node(fork, QStringLiteral("io.marrowfield.delay"));
+    rig.add_node(fork, QStringLiteral("io.marrowfield.stop"));
+    const QUuid custom = rig.add_node(r1, QStringLiteral("io.marrowfield.custom"));
+    const QUuid r2 = rig.add_rack(QStringLiteral("Two"));
+    rig.add_node(r2, QStringLiteral("io.marrowfield.delay"));
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::RackPanel panel(&vm);
+    panel.set_rack(r1);
+    // Rows of collapsed nodes are made only when asked for.
+    panel.tree()->collapseAll();
+    QAbstractItemModel *model = panel.tree()->model();
+    // Both racks as the project holds them, checked against the rows the
+    // panel shows for the rack it shows.
+    const auto state = [&] {
+        const QString shown = shown_tree(vm);
+        const QString held = rig.tree(vm.rack());
+        return shown == held ? rig.tree(r1) + QStringLiteral(" | ") + rig.tree(r2) : shown + u'/' + held;
+    };
+    const QString before = rig.tree(r1) + QStringLiteral(" | ") + rig.tree(r2);
+    QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
+
+    const auto choose = [&](const char *search) {
+        QVERIFY(panel.add_node_popup()->isVisible());
+        QTest::keyClicks(panel.add_node_widget()->search_field(), QString::fromLatin1(search));
+        QTest::keyClick(panel.add_node_widget()->search_field(), Qt::Key_Return);
+        QVERIFY(!panel.add_node_popup()->isVisible());
+    };
+    const auto drag = [&](const QUuid &node, int row, const QUuid &onto, Qt::DropAction action = Qt::MoveAction) {
+        std::unique_ptr<QMimeData> data(model->mimeData({vm.index_of(node)}));
+        QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kNodeListMime)));
+        QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
+        QVERIFY(model->dropMimeData(data.get(), action, row, row < 0 ? -1 : 0,
+                                    onto.isNull() ? QModelIndex() : vm.index_of(onto)));
+    };
+    if (edit == u"add inside") {
+        panel.select_node(fork);
+        panel.add_inside_action()->trigger();
+        choose("stop");
+        QCOMPARE(panel.current_node(), rig.project.find_node(fork)->children()->at(2));
+    } else if (edit == u"add into custom") {
+        panel.select_node(custom);
+        panel.add_inside_action()->trigger();
+        choose("stop");
+    } else if (edit == u"add top") {
+        // Escape leaves the tree as it was.
+        panel.add_inside_action()->trigger();
+        QTest::keyClick(panel.add_node_widget()->search_field(), Qt::Key_Escape);
+        QVERIFY(!panel.add_node_popup()->isVisible());
+        panel.add_inside_action()->trigger();
+        choose("Stop");
+    } else if (edit == u"replace") {
+        panel.select_node(fork);
+        panel.replace_action()->trigger();
+        choose("delay");
+    } else if (edit == u"delete") {
+        panel.select_node(delay);
+        panel.tree()->selectionModel()->select(vm.index_of(custom), QItemSelectionModel::Select);
+        panel.delete_action()->trigger();
+    } else if (edit == u"paste") {
+        panel.select_node(fork);
+        panel.copy_action()->trigger();
+        panel.paste_action()->trigger();
+        const QUuid copy = panel.current_node();
+        QVERIFY(copy != fork);
+        const QList<QUuid> &copied = rig.project.find_node(copy)->children()->ids();
+        QCOMPARE(copied.size(), 2);
+        QVERIFY(!rig.project.find_node(fork)->children()->ids().contains(copied.first()));
+    } else if (edit == u"drag first") {
+        drag(custom, 0, {});
+        QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
+    } else if (edit == u"drag copy") {
+        drag(custom, 0, {}, Qt::CopyAction);
+        QVERIFY(panel.current_node() != custom);
+    } else if (edit == u"drag into") {
+        drag(custom, -1, fork);
+        QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
+    } else if (edit == u"drag out") {
+        drag(delay, 2, {});
+    } else if (edit == u"cut across") {
+        panel.select_node(fork);
+        panel.cut_action()->trigger();
+        panel.set_rack(r2);
+        panel.paste_action()->trigger();
+        panel.tree()->selectionModel()->clear();
+        panel.tree()->setCurrentIndex({});
+        panel.paste_action()->trigger();
+        // Every node of the second rack is a node of its own.
+        QSet<QUuid> ids;
+        for (int i = 0; i < 3; ++i)
+            ids.insert(rig.project.find_rack(r2)->top_level()->at(std::size_t(i)));
+        QCOMPARE(ids.size(), 3);
+    }
+    QCOMPARE(state(), after);
+    QCOMPARE(changed.count(), steps);
+    check_undo_redo(rig.commands, steps, state, before, after);
+    // The rows follow the model through all of it.
+    if (vm.rack() == r1)
+        QCOMPARE(model->rowCount(), int(rig.project.find_rack(r1)->top_level()->count()));
+}
+
+void tst_Panels::broken_clipboard_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QString>("warning");
+    const QString racks = QString::fromLatin1(widgets::kRackListXmlMime);
+    const QString nodes = QString::fromLatin1(widgets::kNodeListXmlMime);
+    QTest::newRow("racks: cut short") << racks << QByteArray("<racks><rack id=\"x\"") << "while parsing project";
+    QTest::newRow("racks: nodes instead") << racks << QByteArray("<nodes/>") << "expected root <racks>, got <nodes>";
+    QTest::newRow("nodes: empty") << nodes << QByteArray() << "can't find root tag";
+    QTest::newRow("nodes: racks instead") << nodes << QByteArray("<racks/>") << "expected root <nodes>, got <racks>";
+}
+
+void tst_Panels::broken_clipboard()
+{
+    QFETCH(QString, format);
+    QFETCH(QByteArray, document);
+    QFETCH(QString, warning);
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("R"));
+    rig.open();
+    widgets::RacksPanelViewModel racks_vm;
+    racks_vm.set_context(rig.context());
+    widgets::RacksPanel racks(&racks_vm);
+    RackPanelViewModel rack_vm;
+    rack_vm.set_context(rig.context());
+    widgets::RackPanel panel(&rack_vm);
+    panel.set_rack(rack);
+    auto *data = new QMimeData;
+    data->setData(format, document);
+    QGuiApplication::clipboard()->setMimeData(data);
+    QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
+
+    // The reader's one warning, and nothing pasted.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QRegularExpression::escape(warning)));
+    if (format == QString::fromLatin1(widgets::kRackListXmlMime))
+        racks.paste_action()->trigger();
+    else
+        panel.paste_action()->trigger();
+    QCOMPARE(changed.count(), 0);
+    QCOMPARE(rig.racks(), QStringLiteral("R"));
+    QCOMPARE(rig.tree(rack), QString());
+}
+
+void tst_Panels::rack_panel_keeps_expansion()
+{
+    PanelRig rig;
+    const QUuid r1 = rig.add_rack(QStringLiteral("One"));
+    const QUuid fork = rig.add_node(r1, QStringLiteral("io.marrowfield.fork"));
+    const QUuid inner = rig.add_node(fork, QStringLiteral("io.marrowfield.fork"));
+    rig.add_node(inner, QStringLiteral("io.marrowfield.stop"));
+    const QUuid r2 = rig.add_rack(QStringLiteral("Two"));
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::RackPanel panel(&vm);
+    const auto expanded = [&](const QUuid &id) { return panel.tree()->isExpanded(vm.index_of(id)); };
+
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork) && expanded(inner));
+    panel.tree()->collapse(vm.index_of(inner));
+    panel.set_rack(r2);
+    panel.set_rack(r1);
+    QVERIFY(expanded(fork));
+    QVERIFY(!expanded(inner));
+}
+
+void tst_Panels::rack_rows_show_flow()
+{
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("Flow"));
+    const QUuid stop = rig.add_node(rack, QStringLiteral("io.marrowfield.stop"));
+    const QUuid under_stop = rig.add_node(stop, QStringLiteral("io.marrowfield.delay"));
+    const QUuid fork = rig.add_node(rack, QStringLiteral("io.marrowfield.fork"));
+    const QUuid under_fork = rig.add_node(fork, QStringLiteral("io.marrowfield.delay"));
+    const QUuid gone = rig.add_node(rack, QStringLiteral("com.example.gone"));
+    const QUuid under_gone = rig.add_node(gone, QStringLiteral("io.marrowfield.delay"));
+    const QUuid custom = rig.add_node(rack, QStringLiteral("io.marrowfield.custom"));
+    QTest::ignoreMessage(QtWarningMsg, "Unknown node com.example.gone");
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    QSignalSpy titles(&vm, &RackPanelViewModel::title_changed);
+    vm.set_rack(rack);
+    QCOMPARE(titles.takeLast().at(0).toString(), QStringLiteral("Rack: Flow"));
+    rig.commands.execute(std::make_unique<engine::SetRackEnabledCommand>(&rig.project, rack, false));
+    QCOMPARE(titles.takeLast().at(0).toString(), QStringLiteral("Rack: Flow (disabled)"));
+
+    const auto runs = [&](const QUuid &id) { return vm.index_of(id).data(RackPanelViewModel::RunsRole).toBool(); };
+    QVERIFY(!runs(under_stop));
+    QVERIFY(runs(under_fork));
+    QVERIFY(!runs(under_gone));
+    QVERIFY(vm.index_of(under_stop).data(Qt::ToolTipRole).toString().contains(u"Never runs"));
+    QCOMPARE(vm.index_of(gone).data().toString(), QStringLiteral("com.example.gone (not loaded)"));
+    QVERIFY(!vm.index_of(gone).data(RackPanelViewModel::LoadedRole).toBool());
+    // A source takes nothing from above; the fork passes on and runs its children.
+    QCOMPARE(vm.index_of(custom).data(RackPanelViewModel::DecorationMaskRole).toUInt() & 2u, 0u);
+    QCOMPARE(vm.index_of(fork).data(RackPanelViewModel::DecorationMaskRole).toUInt(), 11u);
+    QVERIFY(!vm.index_of(fork).data(Qt::DecorationRole).value<QIcon>().isNull());
+
+    // A row follows its node's name.
+    QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
+    rig.commands.execute(std::make_unique<engine::SetNodePropertyCommand>(&rig.project, custom, QStringLiteral("!name"),
+                                                                          model::Value::string("door")));
+    QVERIFY(QTest::qWaitFor([&] { return vm.index_of(custom).data().toString() == u"Custom Event: door"; }, 2000));
+    QCOMPARE(changed.last().at(0).toModelIndex(), vm.index_of(custom));
+}
+
+void tst_Panels::rows_flash_when_triggered()
+{
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("Flash"));
+    const QUuid fork = rig.add_node(rack, QStringLiteral("io.marrowfield.fork"));
+    const QUuid stop = rig.add_node(rack, QStringLiteral("io.marrowfield.stop"));
+    const QUuid idle = rig.add_node(rack, QStringLiteral("io.marrowfield.delay"));
+    rig.open();
+    RackPanelViewModel vm;
+    vm.set_context(rig.context());
+    vm.set_rack(rack);
+    QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
+    const auto lit = [&](const QUuid &id) { return vm.index_of(id).data(RackPanelViewModel::FlashRole).toBool(); };
+
+    // Many events in one turn light each row they reach once.
+    for (int i = 0; i < 1000; ++i)
+        engine::EventSink::post(rig.runtime->find_rack_manager(rack)->sink(), engine::EventScope());
+    QVERIFY(QTest::qWaitFor([&] { return lit(fork) && lit(stop); }, 1000));
+    QVERIFY(!lit(idle));
+    QCOMPARE(changed.count(), 1);
+    QVERIFY(QTest::qWaitFor([&] { return !lit(fork) && !lit(stop); }, 1000));
+    QCOMPARE(changed.count(), 2);
+}
+
+void tst_Panels::node_panel_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<bool>("has_view");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("none") << QString() << "No Node Selected" << false << QString();
+    QTest::newRow("loaded") << "io.marrowfield.delay" << "Node: Delay" << true << QString();
+    QTest::newRow("not loaded") << "com.example.gone" << "Node type not loaded: com.example.gone" << false
+                                << "com.example.gone (not loaded)";
+}
+
+void tst_Panels::node_panel()
+{
+    QFETCH(QString, type);
+    QFETCH(QString, title);
+    QFETCH(bool, has_view);
+    QFETCH(QString, message);
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("R"));
+    const QUuid node = type.isEmpty() ? QUuid() : rig.add_node(rack, type);
+    if (!message.isEmpty())
+        QTest::ignoreMessage(QtWarningMsg, "Unknown node com.example.gone");
+    rig.open();
+    widgets::NodePanelViewModel vm;
+    vm.set_context(rig.context());
+    widgets::NodePanel panel(&vm);
+    QSignalSpy titles(&panel, &widgets::NodePanel::title_changed);
+    vm.set_node(node);
+
+    QVERIFY(panel.windowTitle().startsWith(title));
+    QCOMPARE(panel.surface_view() != nullptr, has_view);
+    QCOMPARE(panel.message()->isVisibleTo(&panel), !message.isEmpty());
+    if (!message.isEmpty())
+        QVERIFY(panel.message()->text().contains(message));
+    if (node.isNull())
+        return;
+    QCOMPARE(titles.count(), 1);
+    if (has_view) {
+        // An edit in the surface is a command, and its undo shows again.
+        const QList<QSpinBox *> boxes = panel.surface_view()->findChildren<QSpinBox *>();
+        QVERIFY(!boxes.isEmpty());
+        boxes.first()->setValue(2);
+        QVERIFY(QTest::qWaitFor([&] { return rig.commands.can_undo(); }, 1000));
+        // The type names the node by its delay now: name and type in the title.
+        QVERIFY(QTest::qWaitFor([&] { return panel.windowTitle().contains(u" h "); }, 2000));
+        QVERIFY(panel.windowTitle().endsWith(u"(Delay)"));
+        rig.commands.undo();
+        QVERIFY(QTest::qWaitFor([&] { return boxes.first()->value() == 0; }, 1000));
+    }
+    // The shown node goes away: the panel shows none.
+    rig.commands.execute(std::make_unique<engine::RemoveNodeCommand>(&rig.project, engine::NodePlace{rack, {}, 0}));
+    QCOMPARE(panel.windowTitle(), QStringLiteral("No Node Selected"));
+    QVERIFY(!panel.surface_view());
+}
+
+void tst_Panels::add_node_search_data()
+{
+    QTest::addColumn<QString>("search");
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("categories");
+    QTest::newRow("everything") << "" << "io.marrowfield.forward" << "Actions,Operators,Queues,Sources";
+    QTest::newRow("by name, any case") << "DELAY" << "io.marrowfield.delay" << "Queues";
+    QTest::newRow("by category") << "sources" << "io.marrowfield.custom" << "Sources";
+    QTest::newRow("every word must match") << "rate keep" << "io.marrowfield.ratelimitearliest" << "Queues";
+    QTest::newRow("nothing") << "zzz" << "" << "";
+}
+
+void tst_Panels::add_node_search()
+{
+    QFETCH(QString, search);
+    QFETCH(QString, first);
+    QFETCH(QString, categories);
+    PanelRig rig;
+    widgets::AddNodeWidgetViewModel vm;
+    vm.set_registry(&rig.registry);
+    widgets::AddNodeWidget widget(&vm);
+    QSignalSpy chosen(&widget, &widgets::AddNodeWidget::node_chosen);
+    QTest::keyClicks(widget.search_field(), search);
+
+    QStringList names;
+    for (const auto &category : vm.categories())
+        names << category.name;
+    QCOMPARE(names.join(u','), categories);
+    QCOMPARE(vm.first_match() ? vm.first_match()->id : QString(), first);
+    QTest::keyClick(widget.search_field(), Qt::Key_Return);
+    QCOMPARE(chosen.count(), first.isEmpty() ? 0 : 1);
+    if (!first.isEmpty())
+        QCOMPARE(chosen.first().at(0).toString(), first);
+}
+
+int main(int argc, char **argv)
+{
+    // Run on its own, the test still needs no display.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    tst_Panels test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_panels.moc"

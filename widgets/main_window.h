@@ -1,0 +1,167 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMainWindow>
+#include <QMap>
+#include <QPointer>
+#include <QUuid>
+
+#include <functional>
+
+class QLabel;
+class QSplitter;
+class QSystemTrayIcon;
+class QMenu;
+
+namespace corv::engine {
+class PluginList;
+class ProjectManager;
+} // namespace corv::engine
+
+namespace corv::widgets {
+
+class AboutWindow;
+class MainWindowViewModel;
+class NodePanel;
+class NodePanelViewModel;
+class RackPanel;
+class RackPanelViewModel;
+class RacksPanel;
+class RacksPanelViewModel;
+
+// What the main window needs from the running program.
+struct MainWindowContext {
+    // The open project; must outlive the window.
+    engine::ProjectManager *projects = nullptr;
+    // For the update check and the plugin installer; both are off without it.
+    const engine::PluginList *plugins = nullptr;
+    // The "User-Agent" header of update requests, asked for when needed.
+    std::function<QByteArray()> user_agent;
+    // "settings.ini": geometry, splitter state, last project, rack and node.
+    // Empty keeps nothing.
+    QString settings_file;
+    // The running log file and the log folder ("Menu.Help.*Log*").
+    QString log_file;
+    QString log_folder;
+    // The "minimizetotray" preference; true when not given.
+    std::function<bool()> minimize_to_tray;
+    // Opens the preferences window.
+    std::function<void(QWidget *parent)> open_preferences;
+};
+
+// The application's single main window ("CorvMainWindow"): the File, Edit,
+// Run and Help menus, the three panels side by side in a splitter, the
+// title, the questions and error boxes around project operations, and the
+// tray icon while the window is minimised to the tray.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    // Every action of the menus, named after its text's key.
+    enum class Action {
+        New,
+        Open,
+        Save,
+        SaveAs,
+        Preferences,
+        Quit,
+        Undo,
+        Redo,
+        Cut,
+        Copy,
+        Paste,
+        Delete,
+        SelectAll,
+        PauseAll,
+        CurrentLogFile,
+        OpenLogDirectory,
+        InstallPlugin,
+        CheckForUpdates,
+        About,
+    };
+
+    explicit MainWindow(const MainWindowContext &context, QWidget *parent = nullptr);
+    // Saves the window settings.
+    ~MainWindow() override;
+
+    MainWindowViewModel *view_model() const { return m_model; }
+    QAction *action(Action which) const { return m_actions.value(which); }
+    QSplitter *splitter() const { return m_splitter; }
+    RacksPanel *racks_panel() const { return m_racks_panel; }
+    RackPanel *rack_panel() const { return m_rack_panel; }
+    NodePanel *node_panel() const { return m_node_panel; }
+
+    // The first project: `path` when given, else "LastOpenPath" when that
+    // file exists, else a new one; a project the manager holds already stays.
+    // No question is asked (nothing is open yet). The last project comes back with "LastOpenRack"
+    // and "LastOpenNode" selected.
+    void open_initial_project(const QString &path = {});
+
+    // Writes geometry, splitter state and the last project to "settings.ini".
+    void save_settings() const;
+
+    // Minimised to the tray: the tray icon is shown and the window hidden.
+    // Null while the window is not in the tray.
+    QSystemTrayIcon *tray_icon() const { return m_tray; }
+    void hide_to_tray();
+    // Back from the tray: shows the window and removes the tray icon.
+    void restore_from_tray();
+
+    // The modal boxes of this window; replaceable so that tests and scripts
+    // can answer them.
+    using CriticalBox = std::function<void(const QString &title, const QString &body)>;
+    void set_critical_box(CriticalBox box) { m_critical_box = std::move(box); }
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    // A project file dropped on the window opens (after the unsaved-changes
+    // question).
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private:
+    void create_actions();
+    void create_menus();
+    void create_panels();
+    void bind_panels();
+    void restore_settings();
+    void restore_selection(const QUuid &rack, const QUuid &node);
+    // Every text again, after a change of language.
+    void retranslate();
+    void refresh_undo_redo();
+    void refresh_pause();
+    void dispatch_edit(Action which);
+    void show_about();
+    void quit();
+    bool should_minimize_to_tray() const;
+    QString ask_open_path();
+    QString ask_save_path();
+    QString dialog_folder() const;
+
+    MainWindowContext m_context;
+    MainWindowViewModel *m_model;
+    QMap<Action, QAction *> m_actions;
+    QSplitter *m_splitter = nullptr;
+    QList<std::pair<QMenu *, const char *>> m_menus;
+    QLabel *m_racks_title = nullptr;
+    QLabel *m_rack_title = nullptr;
+    QLabel *m_node_title = nullptr;
+    RacksPanelViewModel *m_racks_model = nullptr;
+    RackPanelViewModel *m_rack_model = nullptr;
+    NodePanelViewModel *m_node_model = nullptr;
+    RacksPanel *m_racks_panel = nullptr;
+    RackPanel *m_rack_panel = nullptr;
+    NodePanel *m_node_panel = nullptr;
+    QSystemTrayIcon *m_tray = nullptr;
+    QMenu *m_tray_menu = nullptr;
+    QAction *m_tray_pause = nullptr;
+    QPointer<AboutWindow> m_about;
+    CriticalBox m_critical_box;
+    // Errors that came while the window was hidden, shown once it is shown.
+    QList<std::pair<QString, QString>> m_pending_errors;
+    // Set once quitting was confirmed, so closing asks no second time.
+    bool m_quit_confirmed = false;
+};
+
+} // namespace corv::widgets
