@@ -521,7 +521,7 @@ void tst_Panels::add_node_search_data()
     QTest::addColumn<QString>("search");
     QTest::addColumn<QString>("first");
     QTest::addColumn<QString>("categories");
-    QTest::newRow("everything") << "" << "io.marrowfield.forward" << "Actions,Operators,Queues,Sources";
+    QTest::newRow("everything") << "" << "io.marrowfield.display" << "Actions,Filters,Operators,Queues,Sources";
     QTest::newRow("by name, any case") << "DELAY" << "io.marrowfield.delay" << "Queues";
     QTest::newRow("by category") << "sources" << "io.marrowfield.custom" << "Sources";
     QTest::newRow("every word must match") << "rate keep" << "io.marrowfield.ratelimitearliest" << "Queues";
