@@ -53,6 +53,8 @@
 using namespace corv;
 using corv::bench::bare_read;
 
+using corv::bench::status_mb;
+
 namespace {
 
 double ms(qint64 ns)
@@ -150,18 +152,6 @@ qsizetype bare_write(const std::vector<Token> &tokens)
     }
     xml.writeEndDocument();
     return out.size();
-}
-
-double status_mb(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(qsizetype(std::strlen(field))).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    }
-    return -1;
 }
 
 // --- child modes ---

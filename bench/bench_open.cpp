@@ -52,6 +52,8 @@ using namespace corv;
 using corv::bench::add_rack;
 using corv::bench::bare_read;
 
+using corv::bench::status_mb;
+
 namespace {
 
 // The node types of the generated project, in turn, with the settings each
@@ -121,18 +123,6 @@ QByteArray generate_chain(int depth)
 }
 
 // VmHWM or VmRSS of this process, in MB.
-double status_mb(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(qsizetype(std::strlen(field))).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    }
-    return -1;
-}
-
 double ms_since(const QElapsedTimer &timer)
 {
     return double(timer.nsecsElapsed()) / 1e6;

@@ -54,17 +54,6 @@ double read_number(const char *text)
 
 namespace {
 
-// Takes a text the host lends; true when it differs from `held`, which then
-// holds a copy.
-bool take_text(QByteArray &held, const char *text)
-{
-    const QByteArray value = owned(text);
-    if (value == held)
-        return false;
-    held = value;
-    return true;
-}
-
 // --- Compare ----------------------------------------------------------------
 // Runs its children with the events whose key passes the test; the others go
 // no further in the rack.

@@ -11,17 +11,6 @@ namespace corv::nodes {
 
 namespace {
 
-// Takes a text the host lends; true when it differs from `held`, which then
-// holds a copy.
-bool take_text(QByteArray &held, const char *text)
-{
-    const QByteArray value = owned(text);
-    if (value == held)
-        return false;
-    held = value;
-    return true;
-}
-
 // --- Fork -------------------------------------------------------------------
 // Runs its children and the rest of its parent's sequence side by side.
 

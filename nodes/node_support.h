@@ -69,6 +69,17 @@ inline QByteArray owned(const char *text)
     return text ? QByteArray(text) : QByteArray();
 }
 
+// Takes a text the host lends; true when it differs from `held`, which then
+// holds a copy.
+inline bool take_text(QByteArray &held, const char *text)
+{
+    const QByteArray value = owned(text);
+    if (value == held)
+        return false;
+    held = value;
+    return true;
+}
+
 // Seconds held as a float to a timer's millisecond count: truncated, and
 // kept within what a timer takes.
 int to_milliseconds(double seconds);
