@@ -20,6 +20,7 @@
 //   peak_rss_mb              the headless process's peak resident memory
 //                            after opening and saving
 
+#include "bench/bench_project.h"
 #include "bench/bench_support.h"
 #include "app/builtin_plugin.h"
 #include "engine/config_manager.h"
@@ -60,53 +61,6 @@ namespace {
 double ms(qint64 ns)
 {
     return double(ns) / 1e6;
-}
-
-// --- the generated project (as bench_open makes it) ---
-
-void fill_node(model::Node &node, int n)
-{
-    static const char *const types[] = {"io.marrowfield.delay", "io.marrowfield.fork",
-                                        "io.marrowfield.sequential", "io.marrowfield.debounce",
-                                        "io.marrowfield.custom"};
-    const int kind = n % 5;
-    node.set_impl_id(QString::fromLatin1(types[kind]));
-    const model::StoreView store(&node.properties(), node.key_prefix());
-    if (kind == 0)
-        store.set(QStringLiteral("!delay"), model::Value::floating(1.5 + n));
-    else if (kind == 1)
-        store.set(QStringLiteral("name"), model::Value::string("fork " + QByteArray::number(n)));
-    else if (kind == 3)
-        store.set(QStringLiteral("!delay"), model::Value::floating(0.25));
-    else if (kind == 4)
-        store.set(QStringLiteral("!name"), model::Value::string("custom " + QByteArray::number(n)));
-    store.set(QStringLiteral("!note"), model::Value::string("node " + QByteArray::number(n)));
-    store.set(QStringLiteral("count"), model::Value::integer(n));
-}
-
-QByteArray generate(int racks, int nodes_per_rack)
-{
-    model::Project project;
-    for (int r = 0; r < racks; ++r) {
-        const QUuid rack_id = QUuid::createUuid();
-        auto rack = std::make_unique<model::Rack>();
-        rack->set_name(QStringLiteral("Rack %1").arg(r + 1));
-        project.add_rack(rack_id, std::move(rack));
-        project.profile()->insert(project.profile()->count(), rack_id);
-        model::Children *top = project.find_rack(rack_id)->top_level();
-        model::Children *children = top;
-        for (int n = 0; n < nodes_per_rack; ++n) {
-            const QUuid id = QUuid::createUuid();
-            auto node = std::make_unique<model::Node>();
-            fill_node(*node, n);
-            project.add_node(id, std::move(node));
-            model::Children *into = n % 5 == 0 ? top : children;
-            into->insert(into->count(), id);
-            if (n % 5 == 0)
-                children = project.find_node(id)->children();
-        }
-    }
-    return engine::write_project(project).document;
 }
 
 // --- the bare peers ---
@@ -313,7 +267,7 @@ int main(int argc, char **argv)
     {
         QFile file(path);
         file.open(QIODevice::WriteOnly);
-        file.write(generate(100, 100));
+        file.write(corv::bench::generate_racks(100, 100));
     }
     double open_ms = 1e18, save_ms = 1e18, ratio_open = 1e18, ratio_save = 1e18, peak = 1e18;
     for (int round = 0; round < rounds; ++round) {

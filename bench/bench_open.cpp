@@ -20,7 +20,7 @@
 // `corvane --headless PATH` or under a profiler); --child runs one round on
 // the project at PATH in this process.
 
-#include "bench/bench_support.h"
+#include "bench/bench_project.h"
 #include "app/builtin_plugin.h"
 #include "app/shutdown_signals.h"
 #include "cui/property_surface.h"
@@ -49,78 +49,13 @@
 
 using namespace corv;
 
-using corv::bench::add_rack;
+using corv::bench::generate_chain;
+using corv::bench::generate_racks;
 using corv::bench::bare_read;
 
 using corv::bench::status_mb;
 
 namespace {
-
-// The node types of the generated project, in turn, with the settings each
-// keeps.
-void fill_node(model::Node &node, int n)
-{
-    static const char *const types[] = {"io.marrowfield.delay", "io.marrowfield.fork",
-                                        "io.marrowfield.sequential", "io.marrowfield.debounce",
-                                        "io.marrowfield.custom"};
-    const int kind = n % 5;
-    node.set_impl_id(QString::fromLatin1(types[kind]));
-    const model::StoreView store(&node.properties(), node.key_prefix());
-    switch (kind) {
-    case 0:
-        store.set(QStringLiteral("!delay"), model::Value::floating(1.5 + n));
-        break;
-    case 1:
-        store.set(QStringLiteral("name"), model::Value::string("fork " + QByteArray::number(n)));
-        break;
-    case 3:
-        store.set(QStringLiteral("!delay"), model::Value::floating(0.25));
-        break;
-    case 4:
-        store.set(QStringLiteral("!name"), model::Value::string("custom " + QByteArray::number(n)));
-        store.set(QStringLiteral("!scope"), model::Value::string("{\n  \"key\": \"value\"\n}"));
-        break;
-    default:
-        break;
-    }
-    store.set(QStringLiteral("!note"), model::Value::string("node " + QByteArray::number(n)));
-    store.set(QStringLiteral("count"), model::Value::integer(n));
-}
-
-QUuid add_node(model::Project &project, model::Children *list, int n)
-{
-    const QUuid id = QUuid::createUuid();
-    auto node = std::make_unique<model::Node>();
-    fill_node(*node, n);
-    project.add_node(id, std::move(node));
-    list->insert(list->count(), id);
-    return id;
-}
-
-// Racks whose top-level nodes hold four children each.
-QByteArray generate_racks(int racks, int nodes_per_rack)
-{
-    model::Project project;
-    for (int r = 0; r < racks; ++r) {
-        model::Children *top = project.find_rack(add_rack(project, r + 1))->top_level();
-        model::Children *children = top;
-        for (int n = 0; n < nodes_per_rack; ++n) {
-            const QUuid id = add_node(project, n % 5 == 0 ? top : children, n);
-            if (n % 5 == 0)
-                children = project.find_node(id)->children();
-        }
-    }
-    return engine::write_project(project).document;
-}
-
-QByteArray generate_chain(int depth)
-{
-    model::Project project;
-    model::Children *list = project.find_rack(add_rack(project, 1))->top_level();
-    for (int n = 0; n < depth; ++n)
-        list = project.find_node(add_node(project, list, n))->children();
-    return engine::write_project(project).document;
-}
 
 // VmHWM or VmRSS of this process, in MB.
 double ms_since(const QElapsedTimer &timer)
