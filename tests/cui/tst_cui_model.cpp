@@ -613,6 +613,11 @@ private Q_SLOTS:
         QCOMPARE(list->items().at(1), (cui::Item{QStringLiteral("b"), 1}));
         list->choose_row(0);
         QCOMPARE(s.stored(QStringLiteral("pick")), Value::integer(0));
+        for (int row : {3, -1}) { // no such row: nothing changes
+            list->choose_row(row);
+            QCOMPARE(list->current_row(), 0);
+        }
+        QCOMPARE(s.stored(QStringLiteral("pick")), Value::integer(0));
     }
 
     void select_rack()
@@ -645,10 +650,21 @@ private Q_SLOTS:
         QCOMPARE(rows->data(rows->index(2)).toString(), QStringLiteral("Rack 1"));
         QVERIFY(!rows->data(rows->index(1), Qt::EditRole).isValid());
 
-        field->choose_row(2);
-        QVERIFY(QTest::qWaitFor([&] { return s.surface.pending() == 0; }));
+        // Row 0 clears a chosen rack; rows past the end change nothing.
+        const auto choose = [&](int row) {
+            field->choose_row(row);
+            QVERIFY(QTest::qWaitFor([&] { return s.surface.pending() == 0; }));
+        };
+        choose(2);
         QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(ids[1]));
         QCOMPARE(seen_rack, reinterpret_cast<corv_rack *>(runtime.find_rack_manager(ids[1])));
+        choose(0);
+        QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(QUuid()));
+        QVERIFY(!seen_rack);
+        QCOMPARE(field->current_row(), 0);
+        choose(2);
+        choose(3);
+        QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(ids[1]));
         QCOMPARE(field->current_row(), 2);
 
         // The selected-rack trigger is not in the default set.
