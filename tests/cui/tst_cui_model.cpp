@@ -175,6 +175,7 @@ private Q_SLOTS:
         QCOMPARE(f.panel.mode, 20);
         QCOMPARE(f.panel.ratio, 0.5);
         QCOMPARE(QByteArray(f.panel.hotkey), QByteArray(""));
+        QVERIFY(!f.panel.extra_on);
         // Entries are created in declaration order; keyless elements store nothing.
         const QStringList keys{"!name", "!level", "test.mode", "!extra_on", "!ratio", "!hotkey", "!path"};
         QCOMPARE(f.collection.keys(), keys);
