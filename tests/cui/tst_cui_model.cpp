@@ -175,6 +175,7 @@ private Q_SLOTS:
         QCOMPARE(f.panel.mode, 20);
         QCOMPARE(f.panel.ratio, 0.5);
         QCOMPARE(QByteArray(f.panel.hotkey), QByteArray(""));
+        QVERIFY(!f.panel.extra_on);
         // Entries are created in declaration order; keyless elements store nothing.
         const QStringList keys{"!name", "!level", "test.mode", "!extra_on", "!ratio", "!hotkey", "!path"};
         QCOMPARE(f.collection.keys(), keys);
@@ -286,45 +287,37 @@ private Q_SLOTS:
         QVERIFY(s.cui().declared_ids().at(2) != first.at(2));
     }
 
+    // An id declared again is the same element, even twice in one build
+    // (the first default wins); another class under it replaces it.
     void reuse_by_id_and_class()
     {
         Scratch s;
         bool as_int = false;
         qint32 number = -1;
+        QByteArray first, second;
         s.build = [&](cui_generate_context *c) {
-            if (as_int)
+            if (as_int) {
                 number = cui_int(c, "!k", "", 3, 0, 10);
-            else
-                cui_text(c, "!k", "", "text");
+                return;
+            }
+            first = cui_text(c, "!k", "", "text");
+            second = cui_text(c, "!k", "", "two");
         };
         s.surface.rebuild();
+        QCOMPARE(s.cui().declared_ids(), (QStringList{"!k", "!k"}));
+        QCOMPARE(first + second, QByteArray("texttext"));
+        QCOMPARE(s.cui().element_count(), 1);
         cui::Element *text = s.cui().element(QStringLiteral("!k"));
         QVERIFY(dynamic_cast<cui::TextField *>(text));
         s.surface.rebuild();
         QCOMPARE(s.cui().element(QStringLiteral("!k")), text);
 
-        // Another class under the id replaces the element and keeps the entry.
         as_int = true;
         s.surface.rebuild();
         QVERIFY(s.cui().element_as<cui::IntField>(QStringLiteral("!k")));
         QCOMPARE(s.cui().element_count(), 1);
         QCOMPARE(number, 0);
         QCOMPARE(s.stored(QStringLiteral("!k")), Value::string("text"));
-    }
-
-    void same_key_twice_shares_one_element()
-    {
-        Scratch s;
-        QByteArray first, second;
-        s.build = [&](cui_generate_context *c) {
-            first = cui_text(c, "!k", "", "one");
-            second = cui_text(c, "!k", "", "two");
-        };
-        s.surface.rebuild();
-        QCOMPARE(s.cui().element_count(), 1);
-        QCOMPARE(s.cui().declared_ids(), (QStringList{"!k", "!k"}));
-        QCOMPARE(first, QByteArray("one"));
-        QCOMPARE(second, QByteArray("one"));
     }
 
     void wrong_types_read_as_zero_data()
@@ -369,8 +362,15 @@ private Q_SLOTS:
         QCOMPARE(s.stored(QStringLiteral("k")), stored);
     }
 
-    void current_field_operations_need_a_field()
+    // Calls without a field, a container or a context do nothing.
+    void misuse_is_harmless()
     {
+        QCOMPARE(cui_int(nullptr, "k", "", 5, 0, 9), 0);
+        QCOMPARE(QByteArray(cui_text(nullptr, "k", "", "d")), QByteArray());
+        QVERIFY(!cui_select_rack(nullptr, "k", ""));
+        QVERIFY(!cui_button(nullptr, "", "b"));
+        cui_end_group(nullptr);
+
         Scratch s;
         bool did = true, editing = true;
         s.build = [&](cui_generate_context *c) {
@@ -386,15 +386,6 @@ private Q_SLOTS:
         QVERIFY(!did);
         QVERIFY(!editing);
         QCOMPARE(s.cui().element_count(), 1);
-    }
-
-    void null_context_is_harmless()
-    {
-        QCOMPARE(cui_int(nullptr, "k", "", 5, 0, 9), 0);
-        QCOMPARE(QByteArray(cui_text(nullptr, "k", "", "d")), QByteArray());
-        QVERIFY(!cui_select_rack(nullptr, "k", ""));
-        QVERIFY(!cui_button(nullptr, "", "b"));
-        cui_end_group(nullptr);
     }
 
     void empty_build_destroys_everything()
@@ -613,6 +604,11 @@ private Q_SLOTS:
         QCOMPARE(list->items().at(1), (cui::Item{QStringLiteral("b"), 1}));
         list->choose_row(0);
         QCOMPARE(s.stored(QStringLiteral("pick")), Value::integer(0));
+        for (int row : {3, -1}) { // no such row: nothing changes
+            list->choose_row(row);
+            QCOMPARE(list->current_row(), 0);
+        }
+        QCOMPARE(s.stored(QStringLiteral("pick")), Value::integer(0));
     }
 
     void select_rack()
@@ -645,10 +641,21 @@ private Q_SLOTS:
         QCOMPARE(rows->data(rows->index(2)).toString(), QStringLiteral("Rack 1"));
         QVERIFY(!rows->data(rows->index(1), Qt::EditRole).isValid());
 
-        field->choose_row(2);
-        QVERIFY(QTest::qWaitFor([&] { return s.surface.pending() == 0; }));
+        // Row 0 clears a chosen rack; rows past the end change nothing.
+        const auto choose = [&](int row) {
+            field->choose_row(row);
+            QVERIFY(QTest::qWaitFor([&] { return s.surface.pending() == 0; }));
+        };
+        choose(2);
         QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(ids[1]));
         QCOMPARE(seen_rack, reinterpret_cast<corv_rack *>(runtime.find_rack_manager(ids[1])));
+        choose(0);
+        QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(QUuid()));
+        QVERIFY(!seen_rack);
+        QCOMPARE(field->current_row(), 0);
+        choose(2);
+        choose(3);
+        QCOMPARE(s.stored(QStringLiteral("!rack")), Value::rack(ids[1]));
         QCOMPARE(field->current_row(), 2);
 
         // The selected-rack trigger is not in the default set.

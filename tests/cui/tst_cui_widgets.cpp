@@ -371,6 +371,28 @@ private Q_SLOTS:
         QCOMPARE(f.stored(QStringLiteral("!ratio")), Value::floating(1e12));
         ratio->setValue(-5);
         QCOMPARE(f.stored(QStringLiteral("!ratio")), Value::floating(0.0));
+
+        // Moving only the low end reaches the boxes, with and without a view.
+        model::PropertyCollection collection;
+        cui::PropertySurface surface(nullptr, model::StoreView(&collection, QString()), cui::StoreEditor());
+        int low = 0;
+        QObject::connect(&surface, &engine::PropertySurface::build, [&](cui::GenerateContext &context) {
+            auto *c = reinterpret_cast<cui_generate_context *>(&context);
+            cui_int(c, "i", "", 5, low, 10);
+            cui_float(c, "f", "", 5, low, 10);
+            cui_slider(c, "s", "", 5, low, 10, 1);
+        });
+        surface.rebuild();
+        low = 2;
+        surface.rebuild();
+        Window second(*surface.surface());
+        for (int round = 0; round < 2; ++round) {
+            QCOMPARE(widget_of<QSpinBox>(*surface.surface(), QStringLiteral("i"))->minimum(), low);
+            QCOMPARE(widget_of<QDoubleSpinBox>(*surface.surface(), QStringLiteral("f"))->minimum(), double(low));
+            QCOMPARE(widget_of<QSlider>(*surface.surface(), QStringLiteral("s"))->minimum(), low);
+            low = 3;
+            surface.rebuild();
+        }
     }
 
     void select_filters_and_keeps_its_model()
@@ -635,6 +657,64 @@ private Q_SLOTS:
         QVERIFY(closed);
         QCOMPARE(p.collection.find(QStringLiteral("!open"))->value(), Value::string("/start/open.txt"));
         QCOMPARE(p.commands.history_size(), std::size_t(0));
+    }
+
+    // While the colour dialog is open the panel changes under the field:
+    // first its view closes and the items of other fields change, then the
+    // field itself is no longer declared. The choice still lands, and the
+    // old view's widgets are left alone.
+    void colour_dialog_while_the_panel_changes()
+    {
+        model::PropertyCollection collection;
+        cui::PropertySurface surface(nullptr, model::StoreView(&collection, QString()), cui::StoreEditor());
+        QList<const char *> labels{"one", "two", "three"};
+        bool with_color = true;
+        QObject::connect(&surface, &engine::PropertySurface::build, [&](cui::GenerateContext &context) {
+            auto *c = reinterpret_cast<cui_generate_context *>(&context);
+            cui_radio_group(c, "r", "", labels.constData(), uint32_t(labels.size()), 1);
+            cui_select(c, "s", "", labels.constData(), nullptr, uint32_t(labels.size()), 1);
+            if (with_color)
+                cui_color(c, "c", "", 0, 0, 0);
+        });
+        surface.rebuild();
+        auto window = std::make_unique<Window>(*surface.surface());
+        QPointer<QAbstractItemModel> old_items = widget_of<QComboBox>(*surface.surface(), QStringLiteral("s"))->model();
+        std::function<void()> meanwhile;
+        cui::Dialogs dialogs;
+        dialogs.color = [&](const QColor &, QWidget *, const QString &) {
+            meanwhile();
+            return QColor(Qt::red);
+        };
+        cui::set_dialogs(dialogs);
+
+        meanwhile = [&] {
+            window.reset();
+            labels = {"uno", "dos"};
+            surface.rebuild();
+        };
+        QPushButton *swatch = widget_of<QPushButton>(*surface.surface(), QStringLiteral("c"));
+        swatch->click();
+        QCOMPARE(collection.find(QStringLiteral("c"))->value(), Value::color({1, 0, 0}));
+        QVERIFY(old_items);
+        QCOMPARE(old_items->rowCount(), 3);
+        Window second(*surface.surface());
+        const QList<QRadioButton *> buttons = surface.surface()->element(QStringLiteral("r"))->widget()->findChildren<QRadioButton *>();
+        QCOMPARE(buttons.size(), 2);
+        QVERIFY(buttons.at(1)->isChecked() && buttons.at(1)->text() == QLatin1String("dos"));
+        auto *box = widget_of<QComboBox>(*surface.surface(), QStringLiteral("s"));
+        QCOMPARE(box->count(), 2);
+        QCOMPARE(box->currentText(), QStringLiteral("dos"));
+
+        meanwhile = [&] {
+            with_color = false;
+            surface.rebuild();
+            QVERIFY(!surface.surface()->element(QStringLiteral("c")));
+            collection.find(QStringLiteral("c"))->set(Value::color({0, 0, 1}));
+        };
+        widget_of<QPushButton>(*surface.surface(), QStringLiteral("c"))->click();
+        QCOMPARE(collection.find(QStringLiteral("c"))->value(), Value::color({1, 0, 0}));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(!old_items);
     }
 
     void colour_dialog()

@@ -140,8 +140,8 @@ private Q_SLOTS:
     void locale_list()
     {
         QCOMPARE(corv::locale::locale_list().size(), 4);
-        write_list("[fr-FR]\nName = Fran\\u00e7ais\n[de-AT]\nName = \xC3\x96sterreich\nExtends = de-DE  en-US\n"
-                   "[de-DE]\nName = Deutsch\nColour = blue\n[de-AT]\nExtends = fr-FR\n");
+        write_list("[fr-FR]\nName = Fran\\u00e7ais\nExtends =\n[de-AT]\nName = \xC3\x96sterreich\nExtends = de-DE  en-US\n"
+                   "[de-DE]\nName = Deutsch\nColour = blue\nExtends = \" en-US\t\"\n[de-AT]\nExtends = fr-FR\n");
         QCOMPARE(corv::locale::locale_list().size(), 4);
         QTest::ignoreMessage(QtDebugMsg, "Unknown key Colour in locale list file");
         corv::locale::set_application_dir(m_dir->path());
@@ -149,6 +149,8 @@ private Q_SLOTS:
         QCOMPARE(list.display_names(), (QStringList{"Österreich", "Deutsch", "Français"}));
         QCOMPARE(list.locales().at(0).id, QByteArray("de-AT"));
         QCOMPARE(list.find("de-AT")->parents, (QList<QByteArray>{"de-DE", "en-US", "fr-FR"}));
+        QCOMPARE(list.find("de-DE")->parents, QList<QByteArray>{"en-US"}); // blanks are no ids
+        QVERIFY(list.find("fr-FR")->parents.isEmpty());
         QCOMPARE(list.index_of("fr-FR"), 2);
         QCOMPARE(list.index_of("xx-XX"), -1);
 

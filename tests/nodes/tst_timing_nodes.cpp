@@ -50,26 +50,47 @@ class TstTimingNodes : public QObject
 private Q_SLOTS:
     void init() { fail_on_warnings(); }
 
-    // Children at once; the parent after the delay, each event on its own.
+    // Children at once; the parent after the delay each event arrived
+    // with, each event on its own: one with a shorter delay may overtake.
+    void delay_holds_each_event_data()
+    {
+        QTest::addColumn<QList<double>>("delays"); // in force when each event arrives
+        QTest::addColumn<QList<QByteArray>>("order");
+        QTest::newRow("same delay") << QList<double>{0.25, 0.25, 0.25} << QList<QByteArray>{"0", "1", "2"};
+        QTest::newRow("shorter after a longer") << QList<double>{0.8, 0.2} << QList<QByteArray>{"1", "0"};
+    }
+
     void delay_holds_each_event()
     {
+        QFETCH(QList<double>, delays);
+        QFETCH(QList<QByteArray>, order);
         Rig rig;
         QUuid delay;
-        const QUuid rack = timing_rack(rig, "io.marrowfield.delay", {{"!delay", Value::floating(0.25)}}, &delay);
+        const QUuid rack =
+            timing_rack(rig, "io.marrowfield.delay", {{"!delay", Value::floating(delays[0])}}, &delay);
         rig.open();
-        QCOMPARE(rig.name(delay), QStringLiteral("Delay 0.25 s"));
+        QCOMPARE(rig.name(delay), QStringLiteral("Delay %1 s").arg(delays[0]));
         // Close together, so that the name is read well before the first
         // release (QTRY looks every 50 ms).
-        post_at(rig, rack, {0, 50, 100});
-        QTRY_COMPARE(rig.seen("inside").size(), 3);
-        QVERIFY(rig.seen("after").size() < 3);
+        for (qsizetype i = 0; i < delays.size(); ++i) {
+            if (i > 0) {
+                if (delays[i] != delays[i - 1])
+                    rig.set(delay, QStringLiteral("!seconds"), Value::floating(delays[i]));
+                rig.wait(50);
+            }
+            rig.post(rack, QByteArray::number(i));
+        }
+        QTRY_COMPARE(rig.seen("inside").size(), delays.size());
+        QVERIFY(rig.seen("after").size() < delays.size());
         QVERIFY(rig.name(delay).endsWith(u"s left)"));
-        QTRY_COMPARE(rig.seen("after"), (QList<QByteArray>{"0", "1", "2"}));
+        QTRY_COMPARE(rig.seen("after"), order);
         const QList<Hit> inside = rig.hits_at("inside");
-        const QList<Hit> after = rig.hits_at("after");
-        for (int i = 0; i < 3; ++i)
-            QVERIFY2(on_time(after[i].ms, inside[i].ms + 250), qPrintable(QString::number(after[i].ms - inside[i].ms)));
-        QCOMPARE(rig.name(delay), QStringLiteral("Delay 0.25 s"));
+        for (const Hit &hit : rig.hits_at("after")) {
+            const int i = hit.id.toInt();
+            const qint64 expected = inside[i].ms + qint64(delays[i] * 1000);
+            QVERIFY2(on_time(hit.ms, expected), qPrintable(QString::number(hit.ms - expected)));
+        }
+        QCOMPARE(rig.name(delay), QStringLiteral("Delay %1 s").arg(delays.last()));
     }
 
     // The name shows the time left of the soonest event, refreshed each second.
@@ -90,22 +111,27 @@ private Q_SLOTS:
     void delay_settings_data()
     {
         QTest::addColumn<QString>("key");
+        QTest::addColumn<Value>("stored");
         QTest::addColumn<double>("total");
         QTest::addColumn<int>("hours");
         QTest::addColumn<int>("minutes");
         QTest::addColumn<double>("seconds");
         QTest::addColumn<QString>("name");
-        QTest::newRow("seconds") << "!delay" << 5.0 << 0 << 0 << 5.0 << "Delay 5 s";
-        QTest::newRow("minutes") << "!delay" << 90.0 << 0 << 1 << 30.0 << "Delay 1 min 30 s";
-        QTest::newRow("hours") << "!delay" << 3725.5 << 1 << 2 << 5.5 << "Delay 1 h 2 min 5.5 s";
-        QTest::newRow("whole hour") << "!delay" << 7200.0 << 2 << 0 << 0.0 << "Delay 2 h 0 min 0 s";
-        QTest::newRow("hundredths") << "!delay" << 61.257 << 0 << 1 << 1.257 << "Delay 1 min 1.26 s";
-        QTest::newRow("older stem key") << "delay" << 65.0 << 0 << 1 << 5.0 << "Delay 1 min 5 s";
+        QTest::newRow("seconds") << "!delay" << Value::floating(5.0) << 5.0 << 0 << 0 << 5.0 << "Delay 5 s";
+        QTest::newRow("minutes") << "!delay" << Value::floating(90.0) << 90.0 << 0 << 1 << 30.0 << "Delay 1 min 30 s";
+        QTest::newRow("hours") << "!delay" << Value::floating(3725.5) << 3725.5 << 1 << 2 << 5.5 << "Delay 1 h 2 min 5.5 s";
+        QTest::newRow("whole hour") << "!delay" << Value::floating(7200.0) << 7200.0 << 2 << 0 << 0.0 << "Delay 2 h 0 min 0 s";
+        QTest::newRow("hundredths") << "!delay" << Value::floating(61.257) << 61.257 << 0 << 1 << 1.257 << "Delay 1 min 1.26 s";
+        QTest::newRow("older stem key") << "delay" << Value::floating(65.0) << 65.0 << 0 << 1 << 5.0 << "Delay 1 min 5 s";
+        // A store with only some of the split fields: the others count as 0.
+        QTest::newRow("seconds only") << "!seconds" << Value::floating(5.5) << 5.5 << 0 << 0 << 5.5 << "Delay 5.5 s";
+        QTest::newRow("minutes only") << "!minutes" << Value::integer(2) << 120.0 << 0 << 2 << 0.0 << "Delay 2 min 0 s";
     }
 
     void delay_settings()
     {
         QFETCH(QString, key);
+        QFETCH(Value, stored);
         QFETCH(double, total);
         QFETCH(int, hours);
         QFETCH(int, minutes);
@@ -113,7 +139,7 @@ private Q_SLOTS:
         QFETCH(QString, name);
         Rig rig;
         QUuid delay;
-        timing_rack(rig, "io.marrowfield.delay", {{key, Value::floating(total)}}, &delay);
+        timing_rack(rig, "io.marrowfield.delay", {{key, stored}}, &delay);
         rig.open();
         QCOMPARE(rig.get(delay, QStringLiteral("!hours")), Value::integer(hours));
         QCOMPARE(rig.get(delay, QStringLiteral("!minutes")), Value::integer(minutes));

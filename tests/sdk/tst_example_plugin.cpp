@@ -17,6 +17,7 @@
 #include "sdk_test_support.h"
 
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
@@ -128,16 +129,32 @@ private Q_SLOTS:
     void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
 
+    // The plugin's texts start in the language the program speaks when it loads.
+    void registers_its_types_data()
+    {
+        QTest::addColumn<QByteArray>("language");
+        QTest::addColumn<QStringList>("texts"); // tag, category, repeat
+        QTest::newRow("en-US") << QByteArray("en-US") << QStringList{"Tag", "Examples", "Repeat"};
+        QTest::newRow("de-DE") << QByteArray("de-DE") << QStringList{"Markieren", "Beispiele", "Wiederholen"};
+    }
+
     void registers_its_types()
     {
+        QFETCH(QByteArray, language);
+        QFETCH(QStringList, texts);
+        corv::locale::set_application_dir(QStringLiteral(CORV_TEST_RUNTIME_DIR));
+        QVERIFY(corv::locale::apply_language_preference(corv::locale::locale_list().index_of(language)));
+        const auto back = qScopeGuard([] {
+            corv::locale::apply_language_preference(corv::locale::default_language_position());
+        });
         Fixture f;
         QCOMPARE(f.list.count(), 1);
         const NodeDefinition *definition = f.registry.find(tag);
         QVERIFY(definition);
-        QCOMPARE(definition->name, QStringLiteral("Tag"));
-        QCOMPARE(definition->category, QStringLiteral("Examples"));
+        QCOMPARE(definition->name, texts[0]);
+        QCOMPARE(definition->category, texts[1]);
         QCOMPARE(definition->icon.size(), QSize(16, 16));
-        QCOMPARE(f.registry.find(repeat)->name, QStringLiteral("Repeat"));
+        QCOMPARE(f.registry.find(repeat)->name, texts[2]);
         QVERIFY(f.registry.find_migration(retired_label));
         QCOMPARE(f.list.at(0)->icon().size(), QSize(16, 16));
     }

@@ -111,6 +111,9 @@ private Q_SLOTS:
         const uint64_t size = corv_store_get_buffer(store, "k", &data);
         QVERIFY(data); // present: never null, even when of another type
         QCOMPARE(size, type == ValueType::Buffer ? uint64_t(3) : uint64_t(0));
+        // The C getter leaves z out; the store keeps it.
+        if (type == ValueType::Vec3)
+            QCOMPARE(s.node.get(QStringLiteral("k")).to_vec3().z, 3.0);
 
         // Stored under the node's prefix, with the type the setter gave.
         QCOMPARE(s.collection.keys(), QStringList{"io.x.node.k"});
@@ -130,18 +133,6 @@ private Q_SLOTS:
         const corv_vec3 v3 = corv_store_get_vec3(store, "gone");
         QVERIFY(v3.x == 0.0 && v3.y == 0.0 && v3.z == 0.0);
         QCOMPARE(s.collection.size(), 0); // reading creates nothing
-    }
-
-    void vec3_comes_back_without_z()
-    {
-        Stores s;
-        corv_store_set_vec3(s.handle(), "!v", corv_vec3{1.0, 2.0, 3.0});
-        const corv_vec3 v = corv_store_get_vec3(s.handle(), "!v");
-        QCOMPARE(v.x, 1.0);
-        QCOMPARE(v.y, 2.0);
-        QCOMPARE(v.z, 0.0);
-        // The store itself keeps all three.
-        QCOMPARE(s.node.get(QStringLiteral("!v")).to_vec3().z, 3.0);
     }
 
     void buffers_data()
