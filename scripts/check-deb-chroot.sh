@@ -4,8 +4,8 @@
 # must resolve every dependency from the Debian mirror), runs the installed
 # `corvane --headless` on the installed demo project as an ordinary user with
 # no display, then installs cmake and gcc, builds the installed example
-# plugin's sources against the installed SDK, puts the plugin into the user's
-# plugins folder and checks that it loads; last, verifies the installed
+# plugin's sources against the installed SDK with the README's commands,
+# which install it into the user's plugins folder, and checks that it loads; last, verifies the installed
 # systemd user unit against the installed program.
 #
 # Slow (a few minutes, mostly debootstrap and apt) and needs root and the
@@ -41,6 +41,8 @@ fi
 say "$(basename "$deb"): $(stat -c %s "$deb") bytes"
 
 target="$(mktemp -d /var/tmp/corvane-bookworm.XXXXXX)"
+# The root of a system: every user must reach into it.
+chmod 755 "$target"
 mounted=()
 cleanup() {
     local i
@@ -85,7 +87,10 @@ apt_install() {
     }
 }
 
-inside apt-get update -q >/dev/null
+inside apt-get update -q >"$target/tmp/apt.log" 2>&1 || {
+    tail -20 "$target/tmp/apt.log" >&2
+    fail "apt-get update"
+}
 cp "$deb" "$target/tmp/"
 apt_install "/tmp/$(basename "$deb")"
 say "installed $(basename "$deb") with apt: $(grep -Eo '[0-9]+ newly installed' "$target/tmp/apt.log")"
@@ -151,17 +156,19 @@ say "corvane --headless ran the demo to its first event and stopped on SIGTERM i
 
 apt_install cmake make gcc libc6-dev
 say "installed cmake, make and gcc"
+# The plugin author's commands of the README.
 as_tester sh -c '
     set -e
-    cmake -S /usr/share/corvane/examples/plugins/example -B "$HOME/plugin-build" -DPLUGIN_ID=com.example.outside
-    cmake --build "$HOME/plugin-build"
-    mkdir -p "$HOME/.local/share/Corvane/plugins"
-    cp -r "$HOME/plugin-build/plugins/com.example.outside" "$HOME/.local/share/Corvane/plugins/"
+    cp -r /usr/share/corvane/examples/plugins/example "$HOME/my-nodes"
+    cmake -S "$HOME/my-nodes" -B "$HOME/my-nodes/build" -DPLUGIN_ID=com.example.outside \
+        -DCORVANE_PLUGIN_INSTALL_DIR="$HOME/.local/share/Corvane/plugins"
+    cmake --build "$HOME/my-nodes/build"
+    cmake --install "$HOME/my-nodes/build"
 ' >"$target/tmp/plugin.log" 2>&1 || {
     sed 's/^/    /' "$target/tmp/plugin.log" >&2
     fail "building the example plugin"
 }
-grep -q '^CorvaneSDK_DIR:PATH=/usr/lib/cmake/CorvaneSDK$' "$target/home/tester/plugin-build/CMakeCache.txt" ||
+grep -q '^CorvaneSDK_DIR:PATH=/usr/lib/cmake/CorvaneSDK$' "$target/home/tester/my-nodes/build/CMakeCache.txt" ||
     fail "the SDK was not found in /usr/lib/cmake/CorvaneSDK"
 as_tester /usr/local/bin/run-demo /tmp/second.log || fail "the second run did not exit with 0"
 expect_lines /tmp/second.log \

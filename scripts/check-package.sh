@@ -4,8 +4,8 @@
 #  2. unpacks the tarball into a temporary prefix;
 #  3. builds the installed example plugin's sources on their own against the
 #     installed SDK (find_package(CorvaneSDK) through CMAKE_PREFIX_PATH), under
-#     an id of its own so that it loads beside the packaged example, and puts
-#     it into the user's plugins folder;
+#     an id of its own so that it loads beside the packaged example, and
+#     installs it into the user's plugins folder;
 #  4. runs the installed `corvane --headless` (through the bin/ link) on the
 #     installed demo project with private XDG folders and no display: both
 #     plugins load, the demo prints its first event, SIGTERM ends it with 0;
@@ -105,18 +105,24 @@ prefix="$(find "$work" -mindepth 1 -maxdepth 1 -type d -name 'corvane-*')"
 
 plugin_id=com.example.outside
 plugin_build="$work/plugin-build"
+xdg="$work/xdg"
+user_plugins="$xdg/data/Corvane/plugins"
 generator=()
 command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
 {
     cmake -S "$prefix/share/corvane/examples/plugins/example" -B "$plugin_build" "${generator[@]}" \
-        -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix" -DPLUGIN_ID="$plugin_id" &&
-        cmake --build "$plugin_build"
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix" -DPLUGIN_ID="$plugin_id" \
+        -DCORVANE_PLUGIN_INSTALL_DIR="$user_plugins" &&
+        cmake --build "$plugin_build" &&
+        cmake --install "$plugin_build"
 } >"$work/plugin.log" 2>&1 || fail_with_log "$work/plugin.log" "building the example plugin"
 sdk_dir="$(sed -n 's/^CorvaneSDK_DIR:PATH=//p' "$plugin_build/CMakeCache.txt")"
 [[ $sdk_dir == "$prefix/lib/cmake/CorvaneSDK" ]] || fail "found the SDK in $sdk_dir, not in the prefix"
 library="$plugin_build/plugins/$plugin_id/$plugin_id.so"
-[[ -f $library && -f $plugin_build/plugins/$plugin_id/locale/en-US.ini ]] ||
-    fail "the plugin folder is not $plugin_build/plugins/$plugin_id with the library and locale/"
+for folder in "$plugin_build/plugins/$plugin_id" "$user_plugins/$plugin_id"; do
+    [[ -f $folder/$plugin_id.so && -f $folder/locale/en-US.ini ]] ||
+        fail "no library and locale/ in $folder"
+done
 # Only the entry points are exported; the SDK functions are left to the program.
 exported="$(nm -D --defined-only "$library" | awk '$2 == "T" {print $3}' | sort | tr '\n' ' ')"
 [[ $exported == "cplugin_get_info cplugin_load cplugin_sdk_version cplugin_set_handle cplugin_unload " ]] ||
@@ -125,10 +131,8 @@ nm -D --undefined-only "$library" | grep -q ' corv_event_post$' || fail "corv_ev
 
 # --- 4. The installed program, headless -------------------------------------
 
-xdg="$work/xdg"
-mkdir -p "$xdg/data/Corvane/plugins" "$xdg/config" "$xdg/cache" "$xdg/runtime"
+mkdir -p "$xdg/config" "$xdg/cache" "$xdg/runtime"
 chmod 700 "$xdg/runtime"
-cp -r "$plugin_build/plugins/$plugin_id" "$xdg/data/Corvane/plugins/"
 log="$work/headless.log"
 : >"$log"
 env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM \
@@ -153,7 +157,7 @@ program_dir="$(cd "$prefix/lib/corvane" && pwd -P)"
 for line in \
     "Found plugin in $program_dir/plugins/io.marrowfield.example" \
     "io.marrowfield.example registered node io.marrowfield.example.tag" \
-    "Found plugin in $xdg/data/Corvane/plugins/$plugin_id" \
+    "Found plugin in $user_plugins/$plugin_id" \
     "$plugin_id registered node $plugin_id.tag" \
     "$plugin_id locale: Loaded 6 strings for en-US" \
     "Opened project $prefix/share/corvane/examples/demo.corv" \
