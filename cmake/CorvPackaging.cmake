@@ -11,7 +11,7 @@
 #   share/corvane/examples/       the demo project, a systemd user unit and
 #                                 the example plugin's sources
 #   include/corvane/              the plugin SDK headers
-#   <libdir>/cmake/CorvaneSDK/    the SDK's CMake package
+#   lib/cmake/CorvaneSDK/         the SDK's CMake package
 include(CMakePackageConfigHelpers)
 
 # --- bin/corvane -------------------------------------------------------------
@@ -37,7 +37,9 @@ if(TARGET corv_sdk)
         REGEX "^#define CORV_SDK_VERSION [0-9]+")
     string(REGEX REPLACE ".* ([0-9]+).*" "\\1" CORV_SDK_API_VERSION "${corv_sdk_version_line}")
 
-    set(corv_cmake_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneSDK)
+    # Beside the program's folder in lib/, whatever the libraries' folder of
+    # the prefix is (lib/<triplet> below /usr on Debian).
+    set(corv_cmake_package_dir lib/cmake/CorvaneSDK)
     configure_package_config_file(
         ${PROJECT_SOURCE_DIR}/cmake/CorvaneSDKConfig.cmake.in
         ${CMAKE_BINARY_DIR}/packaging/CorvaneSDKConfig.cmake
@@ -74,7 +76,6 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
 set(CPACK_PACKAGE_HOMEPAGE_URL "${PROJECT_HOMEPAGE_URL}")
 set(CPACK_PACKAGE_FILE_NAME corvane-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_STRIP_FILES ON)
-set(CPACK_SOURCE_IGNORE_FILES "/build.*/;/\\\\.git/")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 
 if(WIN32)
