@@ -7,7 +7,8 @@
 #   bin/corvane                   a relative symbolic link to lib/corvane/corvane
 #                                 (the program finds its folder through
 #                                 /proc/self/exe, so the link leads it home)
-#   share/applications/, share/icons/hicolor/   the desktop entry and icons
+#   share/applications/, share/icons/hicolor/, share/mime/packages/
+#                                 the desktop entry, icons and the .corv type
 #   share/corvane/examples/       the demo project, a systemd user unit and
 #                                 the example plugin's sources
 #   include/corvane/              the plugin SDK headers

@@ -71,6 +71,7 @@ expected=(
     lib/cmake/CorvaneSDK/CorvaneSDKConfigVersion.cmake
     lib/cmake/CorvaneSDK/CorvanePlugin.cmake
     share/applications/io.marrowfield.corvane.desktop
+    share/mime/packages/io.marrowfield.corvane.xml
     share/icons/hicolor/scalable/apps/io.marrowfield.corvane.svg
     share/icons/hicolor/256x256/apps/io.marrowfield.corvane.png
     share/corvane/examples/demo.corv
