@@ -21,7 +21,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* corvane_add_plugin() passes the id the plugin is built under, so the id it
+ * reports always matches the folder and library name. */
+#ifdef CORVANE_PLUGIN_ID
+#define EXAMPLE_ID CORVANE_PLUGIN_ID
+#else
 #define EXAMPLE_ID "io.marrowfield.example"
+#endif
 #define TAG_ID EXAMPLE_ID ".tag"
 #define REPEAT_ID EXAMPLE_ID ".repeat"
 #define RETIRED_LABEL_ID EXAMPLE_ID ".label"
