@@ -727,8 +727,12 @@ static void *subscribe_create(corv_node *node)
     self->node = node;
     self->entry.children = corv_node_child_sink(node);
     pthread_mutex_lock(&g.lock);
-    self->entry.next = g.subscribers;
-    g.subscribers = &self->entry;
+    {
+        subscriber **end = &g.subscribers;
+        while (*end)
+            end = &(*end)->next;
+        *end = &self->entry; /* in creation order */
+    }
     pthread_mutex_unlock(&g.lock);
     client_start();
     return self;

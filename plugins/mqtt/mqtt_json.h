@@ -8,6 +8,10 @@
 
 #include <stddef.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /* A growing, zero-terminated byte buffer. A failed allocation sets failed and
  * makes every later append a no-op. */
 typedef struct mqtt_buffer {
@@ -36,5 +40,9 @@ typedef void (*mqtt_json_member_fn)(void *user, const char *key, const char *val
  * when the text is not such an object (or nests deeper than 256 levels);
  * then member was never called: a document is taken whole or not at all. */
 long mqtt_json_read_object(const char *text, size_t size, mqtt_json_member_fn member, void *user);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif /* MQTT_JSON_H */
