@@ -117,7 +117,7 @@ class tst_Mqtt : public QObject {
                    "persistence true\n"
                    "persistence_location " + m_dir->path().toUtf8() + "/\n"
                    "persistence_file broker-" + QByteArray::number(m_port) + ".db\n"
-                   "max_queued_messages 0\n"
+                   "max_queued_messages 0\nset_tcp_nodelay true\n"
                    // Run as root, it would switch to the "mosquitto" user, who
                    // can't use the test's private folder.
                    "user " + QByteArray(::getpwuid(::geteuid())->pw_name) + "\n"
@@ -595,7 +595,12 @@ private slots:
             const qsizetype before = sub->events.size();
             clock.start();
             QVERIFY(post(*pub, {{"seq", QString::number(i)}}));
-            QVERIFY(wait_for([&] { return sub->events.size() > before; }));
+            // Only the receiver's output matters here: block on it alone.
+            while (sub->events.size() == before && clock.elapsed() < kTimeoutMs) {
+                sub->process.waitForReadyRead(50);
+                sub->read();
+            }
+            QVERIFY(sub->events.size() > before);
             latencies.append(double(clock.nsecsElapsed()) / 1e6);
         }
 
@@ -613,10 +618,19 @@ private slots:
         const double seconds = double(clock.nsecsElapsed()) / 1e9;
         qInfo("MQTT throughput: %d QoS 1 events in %.3f s = %.0f events/s (%s)", total, seconds, total / seconds,
               repeat ? "bursts of 1,000 from one post" : "one post each");
+        QList<double> posts;
+        for (int i = 0; i < 50; ++i) {
+            clock.start();
+            QVERIFY(post(*pub, {{"seq", QString::number(i)}}));
+            posts.append(double(clock.nsecsElapsed()) / 1e6);
+        }
         std::sort(latencies.begin(), latencies.end());
         qInfo("MQTT latency, post to display, %lld events: p50 %.2f ms, p99 %.2f ms, max %.2f ms",
               qint64(latencies.size()), latencies.at(latencies.size() / 2),
               latencies.at(latencies.size() * 99 / 100), latencies.last());
+        std::sort(posts.begin(), posts.end());
+        qInfo("of which the post to the control socket alone: p50 %.2f ms", posts.at(25));
+
     }
 };
 
