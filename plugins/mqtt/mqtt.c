@@ -135,7 +135,8 @@ typedef struct subscriber {
 /* A topic filter subscribed at the broker, with the number of nodes using it. */
 typedef struct filter_use {
     char *filter;
-    int count;
+    int count;       /* 0: no node uses it any more; unsubscribe when connected */
+    bool subscribed; /* the broker's session holds it */
     struct filter_use *next;
 } filter_use;
 
@@ -240,21 +241,27 @@ static void enqueue(const char *topic, const char *payload, int size, bool retai
     ++g.queue_count;
 }
 
-static void subscribe_all(struct mosquitto *mosq)
+/* Under the lock, connected: brings the broker's subscriptions in line with
+ * the nodes. A session the broker kept still holds what was subscribed
+ * before; subscribing again would only resend the retained messages. */
+static void sync_subscriptions(struct mosquitto *mosq, bool session_kept)
 {
     filter_use **link = &g.filters;
     while (*link) {
         filter_use *use = *link;
+        if (!session_kept)
+            use->subscribed = false;
         if (use->count > 0) {
-            mosquitto_subscribe(mosq, NULL, use->filter, 1);
+            if (!use->subscribed)
+                use->subscribed = mosquitto_subscribe(mosq, NULL, use->filter, 1) == MOSQ_ERR_SUCCESS;
             link = &use->next;
-        } else {
-            /* Dropped while away: the persistent session still holds it. */
-            mosquitto_unsubscribe(mosq, NULL, use->filter);
-            *link = use->next;
-            free(use->filter);
-            free(use);
+            continue;
         }
+        if (use->subscribed)
+            mosquitto_unsubscribe(mosq, NULL, use->filter);
+        *link = use->next;
+        free(use->filter);
+        free(use);
     }
 }
 
@@ -276,8 +283,8 @@ static void filter_acquire(const char *filter)
         use->next = g.filters;
         g.filters = use;
     }
-    if (use->count++ == 0 && g.connected)
-        mosquitto_subscribe(g.mosq, NULL, filter, 1);
+    if (use->count++ == 0 && g.connected && !use->subscribed)
+        use->subscribed = mosquitto_subscribe(g.mosq, NULL, filter, 1) == MOSQ_ERR_SUCCESS;
 }
 
 /* Under the lock: one node less uses the filter. */
@@ -290,8 +297,10 @@ static void filter_release(const char *filter)
             continue;
         if (--use->count > 0)
             return;
-        if (g.connected) {
-            mosquitto_unsubscribe(g.mosq, NULL, filter);
+        /* While away, a filter the session holds waits for the next connection. */
+        if (g.connected || !use->subscribed) {
+            if (use->subscribed)
+                mosquitto_unsubscribe(g.mosq, NULL, filter);
             *link = use->next;
             free(use->filter);
             free(use);
@@ -301,7 +310,7 @@ static void filter_release(const char *filter)
 }
 
 /* Network thread. */
-static void on_connect(struct mosquitto *mosq, void *user, int result)
+static void on_connect(struct mosquitto *mosq, void *user, int result, int flags)
 {
     (void)user;
     pthread_mutex_lock(&g.lock);
@@ -313,7 +322,7 @@ static void on_connect(struct mosquitto *mosq, void *user, int result)
     g.connected = true;
     g.accepted = true;
     set_state(STATE_CONNECTED, "");
-    subscribe_all(mosq);
+    sync_subscriptions(mosq, (flags & 1) != 0); /* session present */
     /* What waited goes out first, in order; a reconnect resends what
      * libmosquitto itself still holds unacknowledged. */
     while (g.queue_count) {
@@ -486,7 +495,7 @@ static void client_start(void)
     mosquitto_threaded_set(mosq, true);
     mosquitto_int_option(mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_int_option(mosq, MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_connect_callback_set(mosq, on_connect);
+    mosquitto_connect_with_flags_callback_set(mosq, on_connect);
     mosquitto_disconnect_callback_set(mosq, on_disconnect);
     mosquitto_message_callback_set(mosq, on_message);
     if (s.user[0])
