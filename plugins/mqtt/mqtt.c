@@ -946,6 +946,12 @@ CPLUGIN_EXPORT void cplugin_unload(void)
     size_t i;
     client_stop();
     pthread_mutex_lock(&g.lock);
+    if (g.queue_count && g_plugin) {
+        char line[128];
+        snprintf(line, sizeof line, "%lu messages for the broker were not sent before shutting down",
+                 (unsigned long)g.queue_count);
+        corv_plugin_log(g_plugin, CORV_LOG_WARNING, line);
+    }
     for (i = 0; g.queue && i < QUEUE_LIMIT; ++i)
         free_queued(&g.queue[i]);
     free(g.queue);

@@ -538,6 +538,38 @@ private slots:
         QCOMPARE(pub->err.count("Connected to"), qsizetype(2));
     }
 
+    // While the broker is away, QoS 1 messages wait, at most 10,000: the
+    // oldest go, with one warning, and the rest arrive once it is back.
+    void queue_is_bounded()
+    {
+        const bool repeat = QFile::exists(QFileInfo(QStringLiteral(CORVANE_EXECUTABLE)).absolutePath()
+                                          + QStringLiteral("/plugins/io.marrowfield.example/io.marrowfield.example.so"));
+        if (!repeat)
+            QSKIP("needs the example plugin's Repeat node");
+        auto sub = start_corvane(project({subscriber("queue/#", 0)}), client("sub"));
+        QVERIFY2(sub->err.contains("Connected to"), sub->err.constData());
+        stop_broker(); // the subscriber's session is kept on disk
+        auto pub = start_corvane(project({publisher("queue/{batch}/{repeat}", 1, 1000)}), client("pub"),
+                                 "Can't connect to");
+        QVERIFY2(pub->err.contains("Can't connect to 127.0.0.1:"), pub->err.constData());
+        for (int batch = 0; batch < 11; ++batch)
+            QVERIFY(post(*pub, {{"batch", QString::number(batch)}}));
+        QVERIFY2(wait_for([&] { return pub->err.contains("messages are waiting for the broker"); }), pub->err.constData());
+        QVERIFY2(start_broker(), broker_log().constData());
+        QVERIFY2(wait_for([&] { return sub->events.size() >= 10000; }, 30000),
+                 qPrintable(QStringLiteral("%1 arrived").arg(sub->events.size())));
+        wait_for([] { return false; }, 300);
+        QSet<QByteArray> topics;
+        for (const Event &event : std::as_const(sub->events))
+            topics.insert(value_of(event, "topic"));
+        QCOMPARE(topics.size(), qsizetype(10000));
+        QVERIFY(!topics.contains("queue/0/1000")); // the first batch went
+        QVERIFY(topics.contains("queue/1/1") && topics.contains("queue/10/1000"));
+        QCOMPARE(value_of(sub->events.first(), "topic"), QByteArray("queue/1/1")); // in order
+        QCOMPARE(pub->err.count("More than 10000 messages are waiting for the broker; dropping the oldest"),
+                 qsizetype(1));
+    }
+
     // A retained message reaches a subscriber that comes later, once: not
     // again when the connection comes back after the broker restarted.
     void retained_message_once()
