@@ -39,7 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         mqtt_json_member(&buffer, members[i].constData(), members[i + 1].constData());
     mqtt_json_end(&buffer);
     QByteArrayList again;
-    if (buffer.failed || mqtt_json_read_object(buffer.data, buffer.size, collect, &again) != count || again != members)
+    if (buffer.failed ||
+        mqtt_json_read_object(buffer.data, buffer.size, collect, &again) != count ||
+        again != members)
         broken("written members do not read back", bytes);
     mqtt_buffer_free(&buffer);
     return 0;

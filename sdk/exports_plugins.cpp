@@ -56,7 +56,8 @@ void corv_plugin_invalidate_preferences(corv_plugin *plugin)
         return;
     }
     // From a worker: queued to the preferences' thread, dropped if they go first.
-    QMetaObject::invokeMethod(preferences, [preferences] { preferences->invalidate(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        preferences, [preferences] { preferences->invalidate(); }, Qt::QueuedConnection);
 }
 
 void corv_plugin_log(corv_plugin *plugin, int level, const char *text)

@@ -80,7 +80,8 @@ static void default_client_id(char *out, size_t size)
 
 static const char *store_text(corv_store *store, const char *key, const char *fallback)
 {
-    return store && corv_store_has_string(store, key) ? corv_store_get_string(store, key) : fallback;
+    return store && corv_store_has_string(store, key) ? corv_store_get_string(store, key)
+                                                      : fallback;
 }
 
 static int store_int(corv_store *store, const char *key, int fallback, int low, int high)
@@ -110,8 +111,8 @@ static void settings_from_store(corv_store *store, settings *out)
 /* ---- The connection ----------------------------------------------------- */
 
 enum state {
-    STATE_OFF,         /* no connection wanted (yet) */
-    STATE_CONNECTING,  /* an attempt is under way */
+    STATE_OFF,        /* no connection wanted (yet) */
+    STATE_CONNECTING, /* an attempt is under way */
     STATE_CONNECTED,
     STATE_LOST,        /* was connected; waiting to reconnect */
     STATE_UNREACHABLE, /* the broker could not be reached */
@@ -171,7 +172,8 @@ static void set_state(enum state state, const char *detail)
     copy_text(g.detail, sizeof g.detail, detail);
     if (g_plugin)
         corv_plugin_invalidate_preferences(g_plugin);
-    if (state == STATE_CONNECTING || (state == g.logged_state && strcmp(g.detail, g.logged_detail) == 0))
+    if (state == STATE_CONNECTING ||
+        (state == g.logged_state && strcmp(g.detail, g.logged_detail) == 0))
         return;
     if (state == STATE_OFF && g.logged_state == STATE_OFF)
         return;
@@ -183,22 +185,25 @@ static void set_state(enum state state, const char *detail)
                  g.settings.client_id);
         break;
     case STATE_LOST:
-        snprintf(line, sizeof line, "Lost the connection to %s:%d (%s); reconnecting", g.settings.host,
-                 g.settings.port, g.detail);
+        snprintf(line, sizeof line, "Lost the connection to %s:%d (%s); reconnecting",
+                 g.settings.host, g.settings.port, g.detail);
         break;
     case STATE_UNREACHABLE:
-        snprintf(line, sizeof line, "Can't connect to %s:%d: %s", g.settings.host, g.settings.port, g.detail);
+        snprintf(line, sizeof line, "Can't connect to %s:%d: %s", g.settings.host, g.settings.port,
+                 g.detail);
         break;
     case STATE_REFUSED:
-        snprintf(line, sizeof line, "The broker at %s:%d refused the connection: %s", g.settings.host,
-                 g.settings.port, g.detail);
+        snprintf(line, sizeof line, "The broker at %s:%d refused the connection: %s",
+                 g.settings.host, g.settings.port, g.detail);
         break;
     default:
         snprintf(line, sizeof line, "Disconnected from %s:%d", g.settings.host, g.settings.port);
         break;
     }
     if (g_plugin)
-        corv_plugin_log(g_plugin, state == STATE_CONNECTED || state == STATE_OFF ? CORV_LOG_INFO : CORV_LOG_WARNING,
+        corv_plugin_log(g_plugin,
+                        state == STATE_CONNECTED || state == STATE_OFF ? CORV_LOG_INFO
+                                                                       : CORV_LOG_WARNING,
                         line);
 }
 
@@ -232,7 +237,8 @@ static void enqueue(const char *topic, const char *payload, int size, bool retai
         if (!g.queue_warned && g_plugin) {
             char line[160];
             snprintf(line, sizeof line,
-                     "More than %d messages are waiting for the broker; dropping the oldest", QUEUE_LIMIT);
+                     "More than %d messages are waiting for the broker; dropping the oldest",
+                     QUEUE_LIMIT);
             corv_plugin_log(g_plugin, CORV_LOG_WARNING, line);
         }
         g.queue_warned = true;
@@ -253,7 +259,8 @@ static void sync_subscriptions(struct mosquitto *mosq, bool session_kept)
             use->subscribed = false;
         if (use->count > 0) {
             if (!use->subscribed)
-                use->subscribed = mosquitto_subscribe(mosq, NULL, use->filter, 1) == MOSQ_ERR_SUCCESS;
+                use->subscribed =
+                    mosquitto_subscribe(mosq, NULL, use->filter, 1) == MOSQ_ERR_SUCCESS;
             link = &use->next;
             continue;
         }
@@ -343,7 +350,8 @@ static void on_disconnect(struct mosquitto *mosq, void *user, int result)
     (void)user;
     pthread_mutex_lock(&g.lock);
     if (g.connected && !g.stop)
-        set_state(STATE_LOST, result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
+        set_state(STATE_LOST,
+                  result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
     g.connected = false;
     pthread_mutex_unlock(&g.lock);
 }
@@ -384,8 +392,9 @@ static void on_message(struct mosquitto *mosq, void *user, const struct mosquitt
     pthread_mutex_lock(&g.lock);
     for (node = g.subscribers; node; node = node->next) {
         bool match = false;
-        if (node->filter[0] && mosquitto_topic_matches_sub(node->filter, message->topic, &match) == MOSQ_ERR_SUCCESS
-            && match)
+        if (node->filter[0] &&
+            mosquitto_topic_matches_sub(node->filter, message->topic, &match) == MOSQ_ERR_SUCCESS &&
+            match)
             corv_event_post(node->children, in.event);
     }
     pthread_mutex_unlock(&g.lock);
@@ -551,7 +560,8 @@ static void client_publish(const char *topic, const char *payload, int size, int
          * libmosquitto, which sends it again after reconnecting. */
         if (rc != MOSQ_ERR_SUCCESS && !(rc == MOSQ_ERR_NO_CONN && qos == 1)) {
             char line[CORV_TEXT_SIZE + 64];
-            snprintf(line, sizeof line, "Can't publish to \"%s\": %s", topic, mosquitto_strerror(rc));
+            snprintf(line, sizeof line, "Can't publish to \"%s\": %s", topic,
+                     mosquitto_strerror(rc));
             corv_plugin_log(g_plugin, CORV_LOG_WARNING, line);
         }
     } else if (qos == 1) {
@@ -584,21 +594,30 @@ static void state_text(char *out)
     pthread_mutex_unlock(&g.lock);
     switch (state) {
     case STATE_CONNECTING:
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connecting.%1"), address), out);
+        corv_tr_end_str(
+            corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connecting.%1"), address), out);
         break;
     case STATE_CONNECTED:
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connected.%1"), address), out);
+        corv_tr_end_str(
+            corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connected.%1"), address), out);
         break;
     case STATE_LOST:
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Lost.%1"), address), out);
+        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Lost.%1"), address),
+                        out);
         break;
     case STATE_UNREACHABLE:
-        corv_tr_end_str(corv_tr_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Unreachable.%1.%2"),
-                                                address), detail), out);
+        corv_tr_end_str(
+            corv_tr_str(
+                corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Unreachable.%1.%2"), address),
+                detail),
+            out);
         break;
     case STATE_REFUSED:
-        corv_tr_end_str(corv_tr_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Refused.%1.%2"),
-                                                address), detail), out);
+        corv_tr_end_str(
+            corv_tr_str(
+                corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Refused.%1.%2"), address),
+                detail),
+            out);
         break;
     default:
         copy_text(out, CORV_TEXT_SIZE, corv_plugin_tr(g_plugin, "MqttState.Off"));
@@ -651,13 +670,15 @@ static void publish_destroy(void *data)
 static void publish_name(void *data, char *buffer)
 {
     const publish_node *self = (const publish_node *)data;
-    corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttPublish.Name.%1"), self->topic), buffer);
+    corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttPublish.Name.%1"), self->topic),
+                    buffer);
 }
 
 static uint32_t publish_decoration(void *data)
 {
     (void)data;
-    return CORV_DECORATION_PASSES_THROUGH | CORV_DECORATION_TAKES_EVENTS | CORV_DECORATION_PASSES_RETURNED;
+    return CORV_DECORATION_PASSES_THROUGH | CORV_DECORATION_TAKES_EVENTS |
+           CORV_DECORATION_PASSES_RETURNED;
 }
 
 static void publish_build(void *data, cui_generate_context *context)
@@ -667,14 +688,18 @@ static void publish_build(void *data, cui_generate_context *context)
     const char *topic;
     qos_items[0] = corv_plugin_tr(g_plugin, "MqttPublish.Qos0");
     qos_items[1] = corv_plugin_tr(g_plugin, "MqttPublish.Qos1");
-    topic = cui_text(context, "!topic", corv_plugin_tr(g_plugin, "MqttPublish.TopicField"), "corvane/events");
+    topic = cui_text(context, "!topic", corv_plugin_tr(g_plugin, "MqttPublish.TopicField"),
+                     "corvane/events");
     if (strcmp(topic, self->topic) != 0) {
         copy_text(self->topic, sizeof self->topic, topic);
         corv_node_invalidate_name(self->node);
     }
-    self->qos = cui_radio_group(context, "!qos", corv_plugin_tr(g_plugin, "MqttPublish.QosField"), qos_items, 2, 1)
-                == 0 ? 0 : 1;
-    self->retain = cui_checkbox(context, "!retain", corv_plugin_tr(g_plugin, "MqttPublish.RetainField"), false);
+    self->qos = cui_radio_group(context, "!qos", corv_plugin_tr(g_plugin, "MqttPublish.QosField"),
+                                qos_items, 2, 1) == 0
+                    ? 0
+                    : 1;
+    self->retain = cui_checkbox(context, "!retain",
+                                corv_plugin_tr(g_plugin, "MqttPublish.RetainField"), false);
     cui_label(context, "", corv_plugin_tr(g_plugin, "MqttPublish.Help"));
     state_label(context);
 }
@@ -697,7 +722,8 @@ static void publish_on_event(void *data, corv_event *event)
         if (strcmp(topic, self->refused_topic) != 0) {
             char line[CORV_TEXT_SIZE + 96];
             copy_text(self->refused_topic, sizeof self->refused_topic, topic);
-            snprintf(line, sizeof line, "Can't publish to \"%s\": not a topic (empty, or with + or #)", topic);
+            snprintf(line, sizeof line,
+                     "Can't publish to \"%s\": not a topic (empty, or with + or #)", topic);
             corv_plugin_log(g_plugin, CORV_LOG_WARNING, line);
         }
         pass_on(self->node, event);
@@ -724,7 +750,7 @@ static void publish_on_children_returned(void *data, corv_event *event)
 
 typedef struct subscribe_node {
     corv_node *node;
-    subscriber entry; /* in g.subscribers from create to destroy */
+    subscriber entry;           /* in g.subscribers from create to destroy */
     char shown[CORV_TEXT_SIZE]; /* the filter as typed */
 } subscribe_node;
 
@@ -770,20 +796,22 @@ static void subscribe_destroy(void *data)
 static void subscribe_name(void *data, char *buffer)
 {
     const subscribe_node *self = (const subscribe_node *)data;
-    corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttSubscribe.Name.%1"), self->shown), buffer);
+    corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttSubscribe.Name.%1"), self->shown),
+                    buffer);
 }
 
 static uint32_t subscribe_decoration(void *data)
 {
     (void)data;
-    return CORV_DECORATION_PASSES_THROUGH | CORV_DECORATION_RUNS_CHILDREN | CORV_DECORATION_PASSES_RETURNED;
+    return CORV_DECORATION_PASSES_THROUGH | CORV_DECORATION_RUNS_CHILDREN |
+           CORV_DECORATION_PASSES_RETURNED;
 }
 
 static void subscribe_build(void *data, cui_generate_context *context)
 {
     subscribe_node *self = (subscribe_node *)data;
-    const char *filter =
-        cui_text(context, "!topic", corv_plugin_tr(g_plugin, "MqttSubscribe.FilterField"), "corvane/#");
+    const char *filter = cui_text(
+        context, "!topic", corv_plugin_tr(g_plugin, "MqttSubscribe.FilterField"), "corvane/#");
     const bool valid = filter[0] && mosquitto_sub_topic_check(filter) == MOSQ_ERR_SUCCESS;
     if (strcmp(filter, self->shown) != 0) {
         copy_text(self->shown, sizeof self->shown, filter);
@@ -834,7 +862,8 @@ CPLUGIN_EXPORT void cplugin_build_preferences(cui_generate_context *context)
     cui_text(context, "clientid", corv_plugin_tr(g_plugin, "MqttPrefs.ClientIdField"), client_id);
     cui_text(context, "user", corv_plugin_tr(g_plugin, "MqttPrefs.UserField"), "");
     cui_text(context, "password", corv_plugin_tr(g_plugin, "MqttPrefs.PasswordField"), "");
-    cui_int(context, "keepalive", corv_plugin_tr(g_plugin, "MqttPrefs.KeepAliveField"), 30, 5, 65535);
+    cui_int(context, "keepalive", corv_plugin_tr(g_plugin, "MqttPrefs.KeepAliveField"), 30, 5,
+            65535);
     tls = cui_checkbox(context, "tls", corv_plugin_tr(g_plugin, "MqttPrefs.TlsField"), false);
     cui_open_file(context, "cafile", corv_plugin_tr(g_plugin, "MqttPrefs.CaFileField"),
                   corv_plugin_tr(g_plugin, "MqttPrefs.CaFileFilter"), "");
@@ -948,7 +977,8 @@ CPLUGIN_EXPORT void cplugin_unload(void)
     pthread_mutex_lock(&g.lock);
     if (g.queue_count && g_plugin) {
         char line[128];
-        snprintf(line, sizeof line, "%lu messages for the broker were not sent before shutting down",
+        snprintf(line, sizeof line,
+                 "%lu messages for the broker were not sent before shutting down",
                  (unsigned long)g.queue_count);
         corv_plugin_log(g_plugin, CORV_LOG_WARNING, line);
     }

@@ -48,13 +48,27 @@ static void write_string(mqtt_buffer *buffer, const char *text)
         char escape[7] = {'\\', 0, 0, 0, 0, 0, 0};
         size_t length = 2;
         switch (*p) {
-        case '"': escape[1] = '"'; break;
-        case '\\': escape[1] = '\\'; break;
-        case '\n': escape[1] = 'n'; break;
-        case '\r': escape[1] = 'r'; break;
-        case '\t': escape[1] = 't'; break;
-        case '\b': escape[1] = 'b'; break;
-        case '\f': escape[1] = 'f'; break;
+        case '"':
+            escape[1] = '"';
+            break;
+        case '\\':
+            escape[1] = '\\';
+            break;
+        case '\n':
+            escape[1] = 'n';
+            break;
+        case '\r':
+            escape[1] = 'r';
+            break;
+        case '\t':
+            escape[1] = 't';
+            break;
+        case '\b':
+            escape[1] = 'b';
+            break;
+        case '\f':
+            escape[1] = 'f';
+            break;
         default:
             if (*p >= 0x20)
                 continue;
@@ -203,8 +217,8 @@ static int read_string(reader *r, mqtt_buffer *out)
                 long code = read_hex4(r);
                 if (code < 0)
                     return 0;
-                if (code >= 0xD800 && code <= 0xDBFF && r->end - r->p >= 6 && r->p[0] == '\\'
-                    && r->p[1] == 'u') {
+                if (code >= 0xD800 && code <= 0xDBFF && r->end - r->p >= 6 && r->p[0] == '\\' &&
+                    r->p[1] == 'u') {
                     reader low = {r->p + 2, r->end};
                     const long second = read_hex4(&low);
                     if (second >= 0xDC00 && second <= 0xDFFF) {

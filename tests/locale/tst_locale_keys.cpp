@@ -349,9 +349,12 @@ private Q_SLOTS:
                 auto &tables = plugin_tables[relative.section(u'/', 0, 1)];
                 if (tables.empty()) {
                     tables.resize(2);
-                    const QString locale = source_dir() + u'/' + relative.section(u'/', 0, 1) + QStringLiteral("/locale/");
-                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("en-US.ini"), tables[0]));
-                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("de-DE.ini"), tables[1]));
+                    const QString locale =
+                        source_dir() + u'/' + relative.section(u'/', 0, 1) + QStringLiteral("/locale/");
+                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("en-US.ini"),
+                                                           tables[0]));
+                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("de-DE.ini"),
+                                                           tables[1]));
                 }
                 en = &tables[0];
                 de = &tables[1];
@@ -404,7 +407,8 @@ private Q_SLOTS:
             const QDir dir(source_dir() + u'/' + QLatin1String(parent));
             for (const QString &name : dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
                 if (QFile::exists(dir.filePath(name + QStringLiteral("/locale/en-US.ini"))))
-                    QTest::newRow(qPrintable(name)) << dir.filePath(name + QStringLiteral("/locale"));
+                    QTest::newRow(qPrintable(name))
+                        << dir.filePath(name + QStringLiteral("/locale"));
             }
         }
     }

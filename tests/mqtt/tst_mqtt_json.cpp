@@ -8,7 +8,8 @@ namespace {
 
 void collect(void *user, const char *key, const char *value)
 {
-    static_cast<QStringList *>(user)->append(QString::fromUtf8(key) + u'=' + QString::fromUtf8(value));
+    static_cast<QStringList *>(user)->append(QString::fromUtf8(key) + u'=' +
+                                             QString::fromUtf8(value));
 }
 
 } // namespace
@@ -24,16 +25,21 @@ private slots:
         const QStringList refused{QStringLiteral("-1")};
         QTest::newRow("empty object") << QByteArray(" {\n} ") << QStringList{};
         QTest::newRow("strings unescaped")
-            << QByteArray("{\"a\":\"x\\\"y\\\\z\\/\\n\\t\", \"b\" : \"\"}") << QStringList{"a=x\"y\\z/\n\t", "b="};
+            << QByteArray("{\"a\":\"x\\\"y\\\\z\\/\\n\\t\", \"b\" : \"\"}")
+            << QStringList{"a=x\"y\\z/\n\t", "b="};
         QTest::newRow("other values as their text")
-            << QByteArray("{\"n\":-1.5e3,\"t\":true,\"f\":false,\"z\":null,\"o\":{\"k\":[1,{\"x\":\"}\"}]},\"l\":[]}")
-            << QStringList{"n=-1.5e3", "t=true", "f=false", "z=null", "o={\"k\":[1,{\"x\":\"}\"}]}", "l=[]"};
+            << QByteArray("{\"n\":-1.5e3,\"t\":true,\"f\":false,\"z\":null,\"o\":{\"k\":[1,{\"x\":"
+                          "\"}\"}]},\"l\":[]}")
+            << QStringList{"n=-1.5e3", "t=true", "f=false", "z=null", "o={\"k\":[1,{\"x\":\"}\"}]}",
+                           "l=[]"};
         QTest::newRow("unicode escapes") << QByteArray("{\"s\":\"\\u00e9\\ud83d\\ude00\\u0041\"}")
                                          << QStringList{QStringLiteral("s=é\U0001F600A")};
         QTest::newRow("lone surrogate and NUL become U+FFFD")
-            << QByteArray("{\"s\":\"a\\ud800b\\u0000\"}") << QStringList{QStringLiteral("s=a\uFFFDb\uFFFD")};
+            << QByteArray("{\"s\":\"a\\ud800b\\u0000\"}")
+            << QStringList{QStringLiteral("s=a\uFFFDb\uFFFD")};
         QTest::newRow("members in document order, duplicates kept")
-            << QByteArray("{\"b\":\"1\",\"a\":\"2\",\"b\":\"3\"}") << QStringList{"b=1", "a=2", "b=3"};
+            << QByteArray("{\"b\":\"1\",\"a\":\"2\",\"b\":\"3\"}")
+            << QStringList{"b=1", "a=2", "b=3"};
         QTest::newRow("raw UTF-8 passes") << QByteArray("{\"k\xc3\xa9\":\"v\xe2\x82\xac\"}")
                                           << QStringList{QStringLiteral("ké=v€")};
         QTest::newRow("array") << QByteArray("[1,2]") << refused;
@@ -59,7 +65,8 @@ private slots:
             << QByteArray("{\"a\":" + QByteArray(255, '[') + QByteArray(255, ']') + "}")
             << QStringList{"a=" + QString(255, u'[') + QString(255, u']')};
         QTest::newRow("too deep, without overflowing the stack")
-            << QByteArray("{\"a\":" + QByteArray(1000000, '[') + QByteArray(1000000, ']') + "}") << refused;
+            << QByteArray("{\"a\":" + QByteArray(1000000, '[') + QByteArray(1000000, ']') + "}")
+            << refused;
     }
 
     void read()
@@ -67,7 +74,8 @@ private slots:
         QFETCH(QByteArray, text);
         QFETCH(QStringList, members);
         QStringList seen;
-        const long count = mqtt_json_read_object(text.constData(), size_t(text.size()), collect, &seen);
+        const long count =
+            mqtt_json_read_object(text.constData(), size_t(text.size()), collect, &seen);
         if (members == QStringList{QStringLiteral("-1")}) {
             QCOMPARE(count, -1L);
             QVERIFY(seen.isEmpty()); // nothing of a refused document gets out
@@ -83,13 +91,16 @@ private slots:
         QTest::addColumn<QStringList>("pairs"); // key, value, key, value ...
         QTest::addColumn<QByteArray>("json");
         QTest::newRow("none") << QStringList{} << QByteArray("{}");
-        QTest::newRow("plain") << QStringList{"who", "me", "n", "3"} << QByteArray("{\"who\":\"me\",\"n\":\"3\"}");
+        QTest::newRow("plain") << QStringList{"who", "me", "n", "3"}
+                               << QByteArray("{\"who\":\"me\",\"n\":\"3\"}");
         QTest::newRow("quotes and backslashes")
             << QStringList{"a\"b", "c\\d"} << QByteArray("{\"a\\\"b\":\"c\\\\d\"}");
         QTest::newRow("control characters")
-            << QStringList{"k", QStringLiteral("\n\r\t\b\f\x01\x1f")} << QByteArray("{\"k\":\"\\n\\r\\t\\b\\f\\u0001\\u001f\"}");
-        QTest::newRow("unicode as it is") << QStringList{QStringLiteral("ké"), QStringLiteral("€ 😀")}
-                                          << QByteArray("{\"k\xc3\xa9\":\"\xe2\x82\xac \xf0\x9f\x98\x80\"}");
+            << QStringList{"k", QStringLiteral("\n\r\t\b\f\x01\x1f")}
+            << QByteArray("{\"k\":\"\\n\\r\\t\\b\\f\\u0001\\u001f\"}");
+        QTest::newRow("unicode as it is")
+            << QStringList{QStringLiteral("ké"), QStringLiteral("€ 😀")}
+            << QByteArray("{\"k\xc3\xa9\":\"\xe2\x82\xac \xf0\x9f\x98\x80\"}");
         QTest::newRow("empty key and value") << QStringList{"", ""} << QByteArray("{\"\":\"\"}");
     }
 
@@ -101,7 +112,8 @@ private slots:
         QStringList expected;
         mqtt_json_begin(&buffer);
         for (qsizetype i = 0; i + 1 < pairs.size(); i += 2) {
-            mqtt_json_member(&buffer, pairs[i].toUtf8().constData(), pairs[i + 1].toUtf8().constData());
+            mqtt_json_member(&buffer, pairs[i].toUtf8().constData(),
+                             pairs[i + 1].toUtf8().constData());
             expected.append(pairs[i] + u'=' + pairs[i + 1]);
         }
         mqtt_json_end(&buffer);

@@ -38,8 +38,7 @@
 
 using namespace corv;
 
-class TstMqttPreferences : public QObject
-{
+class TstMqttPreferences : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_dir;
@@ -58,8 +57,9 @@ class TstMqttPreferences : public QObject
         QFile file(config);
         if (!file.open(QIODevice::WriteOnly))
             return false;
-        file.write("listener " + QByteArray::number(m_port) + " 127.0.0.1\nallow_anonymous true\nuser "
-                   + QByteArray(::getpwuid(::geteuid())->pw_name) + "\n");
+        file.write("listener " + QByteArray::number(m_port) +
+                   " 127.0.0.1\nallow_anonymous true\nuser " +
+                   QByteArray(::getpwuid(::geteuid())->pw_name) + "\n");
         file.close();
         m_broker = std::make_unique<QProcess>();
         m_broker->setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -93,15 +93,16 @@ class TstMqttPreferences : public QObject
 
     static model::Value stored(engine::Plugin *plugin, const char *key)
     {
-        const model::Property *p = plugin->preferences()->collection().find(QString::fromLatin1(key));
+        const model::Property *p =
+            plugin->preferences()->collection().find(QString::fromLatin1(key));
         return p ? p->value() : model::Value();
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        m_mosquitto = QStandardPaths::findExecutable(QStringLiteral("mosquitto"), {QStringLiteral("/usr/sbin"),
-                                                                                   QStringLiteral("/usr/bin")});
+        m_mosquitto = QStandardPaths::findExecutable(
+            QStringLiteral("mosquitto"), {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin")});
         if (m_mosquitto.isEmpty())
             QSKIP("mosquitto is not installed (Debian package mosquitto)");
         QVERIFY(m_dir.isValid());
@@ -120,25 +121,29 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(data + QStringLiteral("/plugins/io.marrowfield.mqtt")));
         QFile prefs(data + QStringLiteral("/plugins/io.marrowfield.mqtt/prefs.xml"));
         QVERIFY(prefs.open(QIODevice::WriteOnly));
-        prefs.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\"><prop key=\"port\" type=\"int\">"
-                    + QByteArray::number(m_port) + "</prop></preferences>\n");
+        prefs.write(
+            "<?xml version=\"1.0\"?>\n<preferences version=\"1\"><prop key=\"port\" type=\"int\">" +
+            QByteArray::number(m_port) + "</prop></preferences>\n");
         prefs.close();
         QVERIFY(prefs.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
 
         locale::set_application_dir(QStringLiteral(CORV_TEST_RUNTIME_DIR));
         locale::install_application_translator();
         // Warnings fail the test, but for the plugin's own about the connection.
-        QTest::failOnWarning(QRegularExpression(QStringLiteral("^(?!io\\.marrowfield\\.mqtt: ).*")));
+        QTest::failOnWarning(
+            QRegularExpression(QStringLiteral("^(?!io\\.marrowfield\\.mqtt: ).*")));
         m_config = std::make_unique<engine::ConfigManager>();
         set_builtin_config_manager(m_config.get());
         m_plugins = std::make_unique<engine::PluginList>();
-        m_plugins->add_builtin(builtin_plugin_entry_points(), QStringLiteral(CORV_TEST_RUNTIME_DIR));
+        m_plugins->add_builtin(builtin_plugin_entry_points(),
+                               QStringLiteral(CORV_TEST_RUNTIME_DIR));
         QVERIFY(m_plugins->load_folder(QStringLiteral(CORV_MQTT_PLUGIN_DIR)));
         m_registry = std::make_unique<engine::NodeRegistry>();
         m_plugins->initialize(*m_registry);
         QVERIFY(mqtt());
         // The file holds a password: the plugin makes it the user's own.
-        QCOMPARE(prefs.permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
+        QCOMPARE(prefs.permissions() &
+                     (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
                  QFile::Permissions());
     }
 
@@ -154,21 +159,25 @@ private Q_SLOTS:
     void page()
     {
         widgets::PreferencesWindow window(new widgets::PreferencesWindowViewModel(*m_plugins));
-        const QList<QListWidgetItem *> items = window.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly);
+        const QList<QListWidgetItem *> items =
+            window.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly);
         QCOMPARE(items.size(), 1);
         window.page_list()->setCurrentItem(items.first());
         const qsizetype page = window.current_page();
         cui::Surface *surface = window.model()->page_surface(page)->surface();
         QCOMPARE(stored(mqtt(), "host").to_string(), QByteArray("127.0.0.1"));
         QCOMPARE(stored(mqtt(), "port").to_int(), int(m_port));
-        QCOMPARE(stored(mqtt(), "clientid").to_string(), "corvane-" + QSysInfo::machineHostName().toUtf8());
+        QCOMPARE(stored(mqtt(), "clientid").to_string(),
+                 "corvane-" + QSysInfo::machineHostName().toUtf8());
         QCOMPARE(stored(mqtt(), "keepalive").to_int(), 30);
         QCOMPARE(stored(mqtt(), "tls").to_bool(), false);
         QVERIFY(!surface->field(QStringLiteral("cafile"))->is_enabled());
-        surface->editor().write(surface->store().collection(), QStringLiteral("tls"), model::Value::boolean(true), false);
+        surface->editor().write(surface->store().collection(), QStringLiteral("tls"),
+                                model::Value::boolean(true), false);
         window.model()->page_surface(page)->rebuild();
         QVERIFY(surface->field(QStringLiteral("cafile"))->is_enabled());
-        QVERIFY(label_texts(window).contains(QStringLiteral("Not connected: no MQTT node in the open project.")));
+        QVERIFY(label_texts(window).contains(
+            QStringLiteral("Not connected: no MQTT node in the open project.")));
         window.reject();
     }
 
@@ -180,20 +189,27 @@ private Q_SLOTS:
         window.page_list()->setCurrentItem(
             window.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
         const QString address = QStringLiteral("127.0.0.1:%1").arg(m_port);
-        const engine::NodeDefinition *publish = m_registry->find(QStringLiteral("io.marrowfield.mqtt.publish"));
+        const engine::NodeDefinition *publish =
+            m_registry->find(QStringLiteral("io.marrowfield.mqtt.publish"));
         QVERIFY(publish);
         engine::EventSink parent_sink;
         engine::EventSink child_sink;
         engine::NodeInstance node(*publish, &parent_sink, &child_sink);
         node.create();
-        QTRY_VERIFY_WITH_TIMEOUT(label_texts(window).contains(QStringLiteral("Connected to %1.").arg(address)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            label_texts(window).contains(QStringLiteral("Connected to %1.").arg(address)), 10000);
 
         stop_broker();
-        QTRY_VERIFY_WITH_TIMEOUT(label_texts(window).contains(QStringLiteral("Lost the connection to %1; reconnecting.").arg(address))
-                                     || label_texts(window).contains(QStringLiteral("Can't reach %1: Connection refused. Trying again.").arg(address)),
-                                 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            label_texts(window).contains(
+                QStringLiteral("Lost the connection to %1; reconnecting.").arg(address)) ||
+                label_texts(window).contains(
+                    QStringLiteral("Can't reach %1: Connection refused. Trying again.")
+                        .arg(address)),
+            10000);
         QVERIFY(start_broker());
-        QTRY_VERIFY_WITH_TIMEOUT(label_texts(window).contains(QStringLiteral("Connected to %1.").arg(address)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            label_texts(window).contains(QStringLiteral("Connected to %1.").arg(address)), 10000);
 
         // Confirmed settings apply at once: here a port nobody listens on.
         quint16 closed = 0;
@@ -203,12 +219,16 @@ private Q_SLOTS:
             closed = server.serverPort();
         }
         cui::Surface *surface = window.model()->page_surface(window.current_page())->surface();
-        surface->editor().write(surface->store().collection(), QStringLiteral("port"), model::Value::integer(closed), false);
+        surface->editor().write(surface->store().collection(), QStringLiteral("port"),
+                                model::Value::integer(closed), false);
         window.accept();
         widgets::PreferencesWindow again(new widgets::PreferencesWindowViewModel(*m_plugins));
-        again.page_list()->setCurrentItem(again.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
+        again.page_list()->setCurrentItem(
+            again.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
         QTRY_VERIFY_WITH_TIMEOUT(
-            label_texts(again).contains(QStringLiteral("Can't reach 127.0.0.1:%1: Connection refused. Trying again.").arg(closed)),
+            label_texts(again).contains(
+                QStringLiteral("Can't reach 127.0.0.1:%1: Connection refused. Trying again.")
+                    .arg(closed)),
             10000);
         again.reject();
         node.destroy();
