@@ -231,6 +231,40 @@ private Q_SLOTS:
                     .arg(closed)),
             10000);
         again.reject();
+
+        // A broker that takes each connection and drops it at once: the
+        // attempts come 1, 2 and 4 s apart, and the log says so only once.
+        QTcpServer dropper;
+        QVERIFY(dropper.listen(QHostAddress::LocalHost, 0));
+        QList<qint64> attempts;
+        QElapsedTimer clock;
+        clock.start();
+        connect(&dropper, &QTcpServer::newConnection, &dropper, [&] {
+            while (QTcpSocket *socket = dropper.nextPendingConnection()) {
+                attempts.append(clock.elapsed());
+                socket->abort();
+                socket->deleteLater();
+            }
+        });
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            QRegularExpression(
+                QStringLiteral("^io\\.marrowfield\\.mqtt: Can't connect to 127\\.0\\.0\\.1:%1: ")
+                    .arg(dropper.serverPort())));
+        widgets::PreferencesWindow third(new widgets::PreferencesWindowViewModel(*m_plugins));
+        third.page_list()->setCurrentItem(
+            third.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
+        surface = third.model()->page_surface(third.current_page())->surface();
+        surface->editor().write(surface->store().collection(), QStringLiteral("port"),
+                                model::Value::integer(dropper.serverPort()), false);
+        third.accept();
+        QTRY_VERIFY_WITH_TIMEOUT(attempts.size() >= 4, 12000);
+        for (int gap = 1; gap <= 3; ++gap) {
+            const qint64 expected = 1000 << (gap - 1);
+            const qint64 seen = attempts[gap] - attempts[gap - 1];
+            QVERIFY2(seen >= expected - 100 && seen <= expected + 400,
+                     qPrintable(QStringLiteral("gap %1: %2 ms").arg(gap).arg(seen)));
+        }
         node.destroy();
     }
 };
