@@ -102,7 +102,8 @@
  *
  * Threads: every callback runs on the application's main thread. The event
  * functions (corv_event_*) may be called from any thread, one thread per
- * handle at a time; everything else belongs to the main thread, including
+ * handle at a time, and so may corv_plugin_log, corv_plugin_invalidate_preferences
+ * and the expression functions; everything else belongs to the main thread, including
  * corv_node_parent_sink and the other sink getters. A worker thread therefore
  * posts to a sink fetched on the main thread, and is stopped (joined) in
  * destroy, before the sink goes:
