@@ -4,10 +4,12 @@
 
 #include "locale/c_api.h"
 #include "sdk/include/corvane/corvane_sdk.h"
+#include "sdk/logging.h"
 #include "sdk/plugin.h"
 #include "sdk/plugin_preferences.h"
 
 #include <QDir>
+#include <QThread>
 
 using namespace corv;
 using namespace corv::engine;
@@ -46,8 +48,29 @@ corv_store *corv_plugin_preferences_store(corv_plugin *plugin)
 void corv_plugin_invalidate_preferences(corv_plugin *plugin)
 {
     Plugin *p = plugin_of(plugin);
-    if (p && p->preferences())
-        p->preferences()->invalidate();
+    if (!p || !p->preferences())
+        return;
+    PluginPreferences *preferences = p->preferences();
+    if (preferences->thread() == QThread::currentThread()) {
+        preferences->invalidate();
+        return;
+    }
+    // From a worker: queued to the preferences' thread, dropped if they go first.
+    QMetaObject::invokeMethod(
+        preferences, [preferences] { preferences->invalidate(); }, Qt::QueuedConnection);
+}
+
+void corv_plugin_log(corv_plugin *plugin, int level, const char *text)
+{
+    Plugin *p = plugin_of(plugin);
+    const QByteArray id = p ? p->id_utf8() : QByteArray("?");
+    const char *line = text ? text : "";
+    if (level >= CORV_LOG_WARNING)
+        qCWarning(lc_sdk, "%s: %s", id.constData(), line);
+    else if (level == CORV_LOG_INFO)
+        qCInfo(lc_sdk, "%s: %s", id.constData(), line);
+    else
+        qCDebug(lc_sdk, "%s: %s", id.constData(), line);
 }
 
 const char *corv_plugin_get_install_dir(corv_plugin *plugin)

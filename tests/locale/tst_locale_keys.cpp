@@ -19,6 +19,7 @@
 #include <QTest>
 
 #include <map>
+#include <vector>
 
 namespace {
 
@@ -328,6 +329,7 @@ private Q_SLOTS:
         QStringList missing;
         int files = 0;
         int keys = 0;
+        std::map<QString, std::vector<corv::locale::Table>> plugin_tables;
         const QDir root(source_dir());
         QDirIterator it(source_dir(), {"*.c", "*.cc", "*.cpp", "*.cxx", "*.h", "*.hpp"}, QDir::Files,
                         QDirIterator::Subdirectories);
@@ -340,13 +342,30 @@ private Q_SLOTS:
             QFile file(it.filePath());
             QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(relative));
             ++files;
+            // A first-party plugin (plugins/<id>/) translates from its own locale folder.
+            const corv::locale::Table *en = &m_en;
+            const corv::locale::Table *de = &m_de;
+            if (top == QLatin1String("plugins") && relative.count(u'/') >= 2) {
+                auto &tables = plugin_tables[relative.section(u'/', 0, 1)];
+                if (tables.empty()) {
+                    tables.resize(2);
+                    const QString locale =
+                        source_dir() + u'/' + relative.section(u'/', 0, 1) + QStringLiteral("/locale/");
+                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("en-US.ini"),
+                                                           tables[0]));
+                    QVERIFY(corv::locale::read_locale_file(locale + QStringLiteral("de-DE.ini"),
+                                                           tables[1]));
+                }
+                en = &tables[0];
+                de = &tables[1];
+            }
             for (const KeyUse &use : find_keys(file.readAll())) {
                 for (const QByteArray &key : required_forms(use)) {
                     ++keys;
                     const QString where = QStringLiteral("%1:%2: %3").arg(relative).arg(use.line).arg(QString::fromUtf8(key));
-                    if (!m_en.count(key))
+                    if (!en->count(key))
                         missing.append(where + QStringLiteral(" (en-US)"));
-                    if (!m_de.count(key))
+                    if (!de->count(key))
                         missing.append(where + QStringLiteral(" (de-DE)"));
                 }
             }
@@ -378,6 +397,39 @@ private Q_SLOTS:
         }
         QVERIFY2(only[0].isEmpty(), qPrintable("only in en-US: " + only[0].join(QStringLiteral(", "))));
         QVERIFY2(only[1].isEmpty(), qPrintable("only in de-DE: " + only[1].join(QStringLiteral(", "))));
+    }
+
+    // The shipped plugins' own locales, like the program's, are complete.
+    void plugin_locales_have_the_same_keys_data()
+    {
+        QTest::addColumn<QString>("folder");
+        for (const char *parent : {"plugins", "examples/plugins"}) {
+            const QDir dir(source_dir() + u'/' + QLatin1String(parent));
+            for (const QString &name : dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+                if (QFile::exists(dir.filePath(name + QStringLiteral("/locale/en-US.ini"))))
+                    QTest::newRow(qPrintable(name))
+                        << dir.filePath(name + QStringLiteral("/locale"));
+            }
+        }
+    }
+
+    void plugin_locales_have_the_same_keys()
+    {
+        QFETCH(QString, folder);
+        corv::locale::Table en;
+        corv::locale::Table de;
+        QVERIFY(corv::locale::read_locale_file(folder + QStringLiteral("/en-US.ini"), en));
+        QVERIFY(corv::locale::read_locale_file(folder + QStringLiteral("/de-DE.ini"), de));
+        QStringList differ;
+        for (const auto &[key, text] : en) {
+            if (!de.count(key))
+                differ.append(QString::fromUtf8(key) + QStringLiteral(" (not in de-DE)"));
+        }
+        for (const auto &[key, text] : de) {
+            if (!en.count(key))
+                differ.append(QString::fromUtf8(key) + QStringLiteral(" (not in en-US)"));
+        }
+        QVERIFY2(differ.isEmpty(), qPrintable(differ.join(u'\n')));
     }
 
     // A text may only use the arguments its key announces: "%N" of the key,

@@ -102,7 +102,8 @@
  *
  * Threads: every callback runs on the application's main thread. The event
  * functions (corv_event_*) may be called from any thread, one thread per
- * handle at a time; everything else belongs to the main thread, including
+ * handle at a time, and so may corv_plugin_log, corv_plugin_invalidate_preferences
+ * and the expression functions; everything else belongs to the main thread, including
  * corv_node_parent_sink and the other sink getters. A worker thread therefore
  * posts to a sink fetched on the main thread, and is stopped (joined) in
  * destroy, before the sink goes:
@@ -425,7 +426,8 @@ CORV_API corv_sink *corv_rack_sink(corv_rack *rack);
 /* The plugin's preferences; null when it exports no cplugin_build_preferences. */
 CORV_API corv_store *corv_plugin_preferences_store(corv_plugin *plugin);
 /* Rebuilds the preferences page on the next turn of the event loop (calls
- * before then are merged); nothing without preferences. */
+ * before then are merged); nothing without preferences. Any thread may call
+ * this (a worker that changed what the page shows, for one). */
 CORV_API void corv_plugin_invalidate_preferences(corv_plugin *plugin);
 /* The plugin's folder (borrowed). */
 CORV_API const char *corv_plugin_get_install_dir(corv_plugin *plugin);
@@ -433,6 +435,17 @@ CORV_API const char *corv_plugin_get_install_dir(corv_plugin *plugin);
  * made on first request (borrowed; valid as long as the plugin). Known from
  * cplugin_set_handle on. */
 CORV_API const char *corv_plugin_get_data_dir(corv_plugin *plugin);
+
+/* Levels of corv_plugin_log. */
+enum corv_log_level {
+    CORV_LOG_DEBUG = 0,  /* progress, in the console only */
+    CORV_LOG_INFO = 1,   /* a success or a change worth keeping in the log file */
+    CORV_LOG_WARNING = 2 /* something the user should look at */
+};
+
+/* Writes one line to the program's log as "<plugin id>: <text>". Any thread
+ * may call this. Never log secrets: log files are kept and shared. */
+CORV_API void corv_plugin_log(corv_plugin *plugin, int level, const char *text);
 
 /* ------------------------------------------------------------------------ */
 /* Registration and memory                                                  */
