@@ -65,6 +65,9 @@ expected=(
     lib/corvane/locale/de-DE.ini
     lib/corvane/plugins/io.marrowfield.example/io.marrowfield.example.so
     lib/corvane/plugins/io.marrowfield.example/locale/en-US.ini
+    lib/corvane/plugins/io.marrowfield.mqtt/io.marrowfield.mqtt.so
+    lib/corvane/plugins/io.marrowfield.mqtt/locale/en-US.ini
+    lib/corvane/plugins/io.marrowfield.mqtt/locale/de-DE.ini
     include/corvane/corvane_sdk.h
     include/corvane/corvane_cui.h
     lib/cmake/CorvaneSDK/CorvaneSDKConfig.cmake
@@ -89,7 +92,7 @@ done
 grep -q '\./usr/bin/corvane -> \.\./lib/corvane/corvane$' "$work/deb.contents" ||
     fail "/usr/bin/corvane is not a link to ../lib/corvane/corvane"
 depends="$(dpkg-deb --field "$deb" Depends)"
-for package in libqt6core6 libqt6widgets6 libqt6network6 libc6 qt6-qpa-plugins; do
+for package in libqt6core6 libqt6widgets6 libqt6network6 libc6 libmosquitto1 qt6-qpa-plugins; do
     [[ $depends == *"$package"* ]] || fail "the .deb does not depend on $package: $depends"
 done
 say "$(basename "$deb"): $(stat -c %s "$deb") bytes, $(wc -l <"$work/deb.list") entries"
@@ -158,6 +161,8 @@ program_dir="$(cd "$prefix/lib/corvane" && pwd -P)"
 for line in \
     "Found plugin in $program_dir/plugins/io.marrowfield.example" \
     "io.marrowfield.example registered node io.marrowfield.example.tag" \
+    "Found plugin in $program_dir/plugins/io.marrowfield.mqtt" \
+    "io.marrowfield.mqtt registered node io.marrowfield.mqtt.subscribe" \
     "Found plugin in $user_plugins/$plugin_id" \
     "$plugin_id registered node $plugin_id.tag" \
     "$plugin_id locale: Loaded 6 strings for en-US" \
