@@ -34,4 +34,15 @@ export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1${ASAN_OPTIONS:+:$ASAN_OPTIO
 export LSAN_OPTIONS="suppressions=$root/scripts/lsan.supp:print_suppressions=0${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 # The save crash test only repeats a normal run's check, many times slower.
-ctest --test-dir "$build" "${labels[@]}" -LE "^crash\$" --output-on-failure -j2 --timeout 300 "$@"
+# The timing nodes' test measures how late delays fire (within 5 %); the
+# sanitizers' slowdown on a busy machine can miss that by a millisecond, so
+# it runs on its own afterwards with a second try. Anything the sanitizers
+# report fails every try.
+status=0
+ctest --test-dir "$build" "${labels[@]}" -LE "^crash\$" -E "^tst_timing_nodes\$" \
+    --output-on-failure -j2 --timeout 300 "$@" || status=$?
+if [[ -z $folders || ";$folders;" == *";nodes;"* ]]; then
+    ctest --test-dir "$build" -R "^tst_timing_nodes\$" --repeat until-pass:2 \
+        --output-on-failure --timeout 300 || status=$?
+fi
+exit "$status"
