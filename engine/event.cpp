@@ -3,6 +3,13 @@
 #include <QCoreApplication>
 
 #if defined(__SANITIZE_THREAD__)
+#define CORV_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define CORV_THREAD_SANITIZER 1
+#endif
+#endif
+#ifdef CORV_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
 #endif
 
@@ -16,7 +23,7 @@ namespace {
 // reported; they do nothing in other builds.
 void handing_over(const QEvent *event)
 {
-#if defined(__SANITIZE_THREAD__)
+#ifdef CORV_THREAD_SANITIZER
     __tsan_release(const_cast<QEvent *>(event));
 #else
     Q_UNUSED(event);
@@ -25,7 +32,7 @@ void handing_over(const QEvent *event)
 
 void taking_over(const QEvent *event)
 {
-#if defined(__SANITIZE_THREAD__)
+#ifdef CORV_THREAD_SANITIZER
     __tsan_acquire(const_cast<QEvent *>(event));
 #else
     Q_UNUSED(event);
