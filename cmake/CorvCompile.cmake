@@ -15,6 +15,16 @@ if(CORV_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+# ThreadSanitizer (scripts/tsan.sh); it can't be combined with the above.
+option(CORV_SANITIZE_THREAD "Build with ThreadSanitizer" OFF)
+if(CORV_SANITIZE_THREAD)
+    if(CORV_SANITIZE)
+        message(FATAL_ERROR "CORV_SANITIZE and CORV_SANITIZE_THREAD exclude each other")
+    endif()
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+endif()
+
 # corv_add_library(NAME folder-library SOURCES ... LIBS ...)
 # One static library per folder; position-independent so the executable can
 # export the SDK symbols it contains.

@@ -6,7 +6,10 @@
 //  - a project built straight from the bytes, with names, keys and values no
 //    reader would produce (lone surrogates, control characters, bytes that
 //    are not UTF-8), is written without failure, reads back and is written
-//    again byte for byte.
+//    again byte for byte;
+//  - a racks or nodes clipboard and a preferences document that read are
+//    written, read back and written again byte for byte;
+//  - a document that does not read says why in a warning with its line.
 #include "fuzz/fuzz_support.h"
 #include "model/project.h"
 #include "persistence/command_manager.h"
@@ -17,6 +20,7 @@
 
 #include <QByteArray>
 #include <QSet>
+#include <QStringList>
 #include <QUuid>
 
 #include <cstddef>
@@ -169,6 +173,57 @@ void check_model_values(const std::uint8_t *data, std::size_t size)
         broken("write, read, write of arbitrary values changed the bytes", written.document + "\n----\n" + second);
 }
 
+QStringList g_warnings;
+void record(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type == QtWarningMsg)
+        g_warnings.append(message);
+}
+
+// A failed read logs where and why, as "(while parsing project; line 3) ...".
+void check_reported(engine::ReadResult result, const QByteArray &bytes)
+{
+    if (result == engine::ReadResult::Ok)
+        return;
+    for (const QString &warning : std::as_const(g_warnings)) {
+        if ((warning.contains(QLatin1StringView("(while parsing project; line ")) ||
+             warning.contains(QLatin1StringView("(while loading project; line "))))
+            return;
+    }
+    broken("a document that does not read gave no reason", bytes);
+}
+
+void check_clipboards(const QByteArray &bytes)
+{
+    model::Project racks;
+    g_warnings.clear();
+    const engine::ReadResult racks_result = engine::read_racks_clipboard(bytes, racks);
+    check_reported(racks_result, bytes);
+    if (racks_result == engine::ReadResult::Ok) {
+        const QByteArray first = engine::write_racks_clipboard(racks, racks.profile()->ids()).document;
+        model::Project again;
+        if (engine::read_racks_clipboard(first, again) != engine::ReadResult::Ok)
+            broken("a written racks clipboard does not read", first);
+        if (engine::write_racks_clipboard(again, again.profile()->ids()).document != first)
+            broken("write, read, write of a racks clipboard changed the bytes", first);
+    }
+
+    model::Project nodes;
+    QList<QUuid> top_nodes;
+    g_warnings.clear();
+    const engine::ReadResult nodes_result = engine::read_nodes_clipboard(bytes, nodes, engine::IdTranslator(), &top_nodes);
+    check_reported(nodes_result, bytes);
+    if (nodes_result == engine::ReadResult::Ok) {
+        const QByteArray first = engine::write_nodes_clipboard(nodes, top_nodes).document;
+        model::Project again;
+        QList<QUuid> again_top;
+        if (engine::read_nodes_clipboard(first, again, engine::IdTranslator(), &again_top) != engine::ReadResult::Ok)
+            broken("a written nodes clipboard does not read", first);
+        if (engine::write_nodes_clipboard(again, again_top).document != first)
+            broken("write, read, write of a nodes clipboard changed the bytes", first);
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -176,8 +231,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const QByteArray bytes(reinterpret_cast<const char *>(data), qsizetype(size));
     check_model_values(data, size);
 
+    qInstallMessageHandler(record);
     model::Project project;
-    if (engine::read_project(bytes, project) == engine::ReadResult::Ok) {
+    g_warnings.clear();
+    const engine::ReadResult result = engine::read_project(bytes, project);
+    check_reported(result, bytes);
+    if (result == engine::ReadResult::Ok) {
         check_round_trip(project);
         check_paste_into_itself(project);
     }
@@ -187,11 +246,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     engine::read_racks_clipboard(bytes, target, engine::IdTranslator::for_paste(bytes, project));
     QList<QUuid> top_nodes;
     engine::read_nodes_clipboard(bytes, target, engine::IdTranslator::for_paste(bytes, project), &top_nodes);
+    check_clipboards(bytes);
     model::PropertyCollection preferences;
-    if (engine::read_preferences(bytes, preferences) == engine::ReadResult::Ok) {
+    g_warnings.clear();
+    const engine::ReadResult preferences_result = engine::read_preferences(bytes, preferences);
+    check_reported(preferences_result, bytes);
+    if (preferences_result == engine::ReadResult::Ok) {
+        const QByteArray first = engine::write_preferences(preferences);
         model::PropertyCollection again;
-        if (engine::read_preferences(engine::write_preferences(preferences), again) != engine::ReadResult::Ok)
-            broken("written preferences do not read", engine::write_preferences(preferences));
+        if (engine::read_preferences(first, again) != engine::ReadResult::Ok)
+            broken("written preferences do not read", first);
+        if (engine::write_preferences(again) != first)
+            broken("write, read, write of preferences changed the bytes", first);
     }
+    g_warnings.clear();
+    qInstallMessageHandler(corv::fuzz::silent);
     return 0;
 }

@@ -20,15 +20,21 @@ HotkeyPoller *g_instance = nullptr;
 
 HotkeyPoller &HotkeyPoller::instance()
 {
-    std::lock_guard lock(g_instance_mutex);
-    if (!g_instance) {
-        g_instance = new HotkeyPoller;
+    // Made outside g_instance_mutex: the new poller holds m_stop for its whole
+    // life, and shutdown() takes g_instance_mutex while it does.
+    static HotkeyPoller *const poller = [] {
+        auto *made = new HotkeyPoller;
+        {
+            std::lock_guard lock(g_instance_mutex);
+            g_instance = made;
+        }
         // Ends the thread with the application object; a later use (after
         // shutdown) finds a poller whose thread has stopped.
         if (QCoreApplication::instance())
             qAddPostRoutine(&HotkeyPoller::shutdown);
-    }
-    return *g_instance;
+        return made;
+    }();
+    return *poller;
 }
 
 void HotkeyPoller::shutdown()
@@ -44,7 +50,7 @@ void HotkeyPoller::shutdown()
     poller->m_stop.unlock();
     {
         QMutexLocker lock(&poller->m_registry);
-        poller->m_wake.wakeAll();
+        poller->m_wake.notify_all();
     }
     poller->m_thread->wait();
 }
@@ -64,7 +70,7 @@ HotkeyPoller::~HotkeyPoller()
         m_stop.unlock();
         {
             QMutexLocker lock(&m_registry);
-            m_wake.wakeAll();
+            m_wake.notify_all();
         }
         m_thread->wait();
     }
@@ -86,7 +92,7 @@ std::uint64_t HotkeyPoller::add(const Hotkey &hotkey, Callback callback)
     update_wanted();
     if (m_listeners.size() == 1) {
         InjectionLedger::instance().set_listening(true);
-        m_wake.wakeAll();
+        m_wake.notify_all();
     }
     return id;
 }
@@ -139,7 +145,7 @@ void HotkeyPoller::run()
                 m_stop.unlock();
                 return;
             }
-            m_wake.wait(&m_registry);
+            m_wake.wait(m_registry);
             if (m_stop.tryLock()) {
                 m_stop.unlock();
                 return;

@@ -4,9 +4,9 @@
 
 #include <QMutex>
 #include <QThread>
-#include <QWaitCondition>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -69,7 +69,9 @@ private:
 
     std::unique_ptr<QThread> m_thread;
     mutable QMutex m_registry;
-    QWaitCondition m_wake;
+    // A condition variable of the standard library: it unlocks and relocks
+    // m_registry through QMutex's own inline calls, which thread checkers see.
+    std::condition_variable_any m_wake;
     QMutex m_stop; // held by the owner from construction; unlocked to stop
     bool m_stopped = false;
     std::vector<Listener> m_listeners; // in registration order, with...

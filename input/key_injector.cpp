@@ -15,6 +15,16 @@ namespace corv::input {
 
 namespace {
 
+// Waits on `cv` until woken or the deadline passes; false when it passed.
+bool wait_until(std::condition_variable_any &cv, QMutex &mutex, const QDeadlineTimer &deadline)
+{
+    if (deadline.isForever()) {
+        cv.wait(mutex);
+        return true;
+    }
+    return cv.wait_for(mutex, deadline.remainingTimeAsDuration()) == std::cv_status::no_timeout;
+}
+
 std::mutex g_instance_mutex;
 KeyInjector *g_instance = nullptr;
 
@@ -22,13 +32,19 @@ KeyInjector *g_instance = nullptr;
 
 KeyInjector &KeyInjector::instance()
 {
-    std::lock_guard lock(g_instance_mutex);
-    if (!g_instance) {
-        g_instance = new KeyInjector;
+    // Made outside g_instance_mutex: the new injector holds m_stop for its
+    // whole life, and shutdown() takes g_instance_mutex while it does.
+    static KeyInjector *const injector = [] {
+        auto *made = new KeyInjector;
+        {
+            std::lock_guard lock(g_instance_mutex);
+            g_instance = made;
+        }
         if (QCoreApplication::instance())
             qAddPostRoutine(&KeyInjector::shutdown);
-    }
-    return *g_instance;
+        return made;
+    }();
+    return *injector;
 }
 
 void KeyInjector::shutdown()
@@ -64,7 +80,7 @@ void KeyInjector::stop_thread()
         m_stopped = true;
         m_stopping = true;
         m_stop.unlock();
-        m_wake.wakeAll();
+        m_wake.notify_all();
     }
     m_thread->wait();
 }
@@ -81,7 +97,7 @@ std::uint64_t KeyInjector::queue(Job job)
         return 0;
     const std::uint64_t id = m_next_id++;
     m_queue.push_back({id, std::move(job)});
-    m_wake.wakeAll();
+    m_wake.notify_all();
     return id;
 }
 
@@ -91,9 +107,9 @@ void KeyInjector::cancel(const void *owner)
     std::erase_if(m_queue, [owner](const Queued &queued) { return queued.job.owner == owner; });
     if (m_running && m_running_owner == owner) {
         m_abandon = true;
-        m_wake.wakeAll();
+        m_wake.notify_all();
         while (m_running && m_running_owner == owner)
-            m_changed.wait(&m_mutex);
+            m_changed.wait(m_mutex);
     }
 }
 
@@ -108,7 +124,7 @@ bool KeyInjector::wait_idle(int ms) const
     QDeadlineTimer deadline(ms);
     QMutexLocker lock(&m_mutex);
     while (!m_queue.empty() || m_running)
-        if (!m_changed.wait(&m_mutex, deadline))
+        if (!wait_until(m_changed, m_mutex, deadline))
             return m_queue.empty() && !m_running;
     return true;
 }
@@ -118,11 +134,11 @@ void KeyInjector::run()
     QMutexLocker lock(&m_mutex);
     for (;;) {
         while (m_queue.empty() && !m_stopping)
-            m_wake.wait(&m_mutex);
+            m_wake.wait(m_mutex);
         if (m_stopping) {
             // Queued jobs are dropped; nothing of theirs was pressed.
             m_queue.clear();
-            m_changed.wakeAll();
+            m_changed.notify_all();
             return;
         }
         Queued current = std::move(m_queue.front());
@@ -160,7 +176,7 @@ void KeyInjector::run()
         lock.relock();
         QDeadlineTimer hold(std::max(0, current.job.hold_ms), Qt::PreciseTimer);
         while (!m_abandon && !m_stopping && !hold.hasExpired())
-            m_wake.wait(&m_mutex, hold);
+            wait_until(m_wake, m_mutex, hold);
         abandoned = m_abandon || m_stopping;
         lock.unlock();
 
@@ -176,7 +192,7 @@ void KeyInjector::run()
         lock.relock();
         m_running = false;
         m_running_owner = nullptr;
-        m_changed.wakeAll();
+        m_changed.notify_all();
         // The gap before the next job, on the stop mutex: only stopping cuts
         // it short.
         lock.unlock();

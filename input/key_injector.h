@@ -4,9 +4,9 @@
 
 #include <QMutex>
 #include <QThread>
-#include <QWaitCondition>
 
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -75,8 +75,10 @@ private:
 
     std::unique_ptr<QThread> m_thread;
     mutable QMutex m_mutex;
-    mutable QWaitCondition m_wake;    // a job came, a hold was cut, stop
-    mutable QWaitCondition m_changed; // a job ended
+    // Condition variables of the standard library: they unlock and relock
+    // m_mutex through QMutex's own inline calls, which thread checkers see.
+    mutable std::condition_variable_any m_wake;    // a job came, a hold was cut, stop
+    mutable std::condition_variable_any m_changed; // a job ended
     QMutex m_stop; // held by the owner from construction; unlocked to stop
     std::atomic<bool> m_stopping{false};
     bool m_stopped = false;
