@@ -2,6 +2,8 @@
 // and two headless Corvane processes with the MQTT plugin, one publishing
 // what is posted to it, the other subscribing and displaying.
 
+#include "local_broker.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -49,13 +51,6 @@ QByteArrayList keys_of(const Event &event)
     return keys;
 }
 
-QString find_program(const QString &name)
-{
-    return QStandardPaths::findExecutable(
-        name, {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/local/sbin"),
-               QStringLiteral("/usr/bin"), QStringLiteral("/usr/local/bin")});
-}
-
 // One headless Corvane with a home of its own.
 struct Corvane {
     QString home;
@@ -100,16 +95,10 @@ class tst_Mqtt : public QObject {
 
     // ---- the broker ----------------------------------------------------------
 
-    static quint16 free_port()
-    {
-        QTcpServer server;
-        return server.listen(QHostAddress::LocalHost, 0) ? server.serverPort() : 0;
-    }
-
     // A broker on 127.0.0.1 that keeps its sessions across a restart.
     bool write_broker_config(const QByteArray &extra)
     {
-        m_port = free_port();
+        m_port = corv::test::free_local_port();
         m_broker_config = m_dir->filePath(QStringLiteral("broker-%1.conf").arg(m_port));
         QFile file(m_broker_config);
         if (!file.open(QIODevice::WriteOnly))
@@ -139,31 +128,12 @@ class tst_Mqtt : public QObject {
 
     bool start_broker()
     {
-        m_broker = std::make_unique<QProcess>();
-        m_broker->setProcessChannelMode(QProcess::MergedChannels);
-        m_broker->start(m_mosquitto, {QStringLiteral("-c"), m_broker_config});
-        if (!m_broker->waitForStarted(kTimeoutMs))
-            return false;
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < kTimeoutMs && m_broker->state() == QProcess::Running) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, m_port);
-            if (probe.waitForConnected(200))
-                return true;
-            QThread::msleep(20);
-        }
-        return false;
+        m_broker = corv::test::start_local_broker(m_mosquitto, m_broker_config, m_port,
+                                            QProcess::MergedChannels, kTimeoutMs);
+        return m_broker != nullptr;
     }
 
-    void stop_broker()
-    {
-        if (!m_broker)
-            return;
-        ::kill(pid_t(m_broker->processId()), SIGTERM);
-        m_broker->waitForFinished(kTimeoutMs);
-        m_broker.reset();
-    }
+    void stop_broker() { corv::test::stop_local_broker(m_broker, kTimeoutMs); }
 
     QByteArray broker_log() const
     {
@@ -348,7 +318,7 @@ class tst_Mqtt : public QObject {
 private slots:
     void initTestCase()
     {
-        m_mosquitto = find_program(QStringLiteral("mosquitto"));
+        m_mosquitto = corv::test::find_broker_program(QStringLiteral("mosquitto"));
         if (m_mosquitto.isEmpty())
             QSKIP("mosquitto is not installed (Debian package mosquitto)");
         QVERIFY(QFile::exists(QStringLiteral(CORVANE_EXECUTABLE)));
@@ -507,7 +477,7 @@ private slots:
     {
         QFETCH(QByteArray, payload);
         QFETCH(QByteArrayList, members);
-        const QString publish_tool = find_program(QStringLiteral("mosquitto_pub"));
+        const QString publish_tool = corv::test::find_broker_program(QStringLiteral("mosquitto_pub"));
         if (publish_tool.isEmpty())
             QSKIP("mosquitto_pub is not installed (Debian package mosquitto-clients)");
         auto sub = start_corvane(project({subscriber("sensors/#", 0)}), client("sub"));
@@ -644,7 +614,7 @@ private slots:
         wait_for([] { return false; }, 500);
         QCOMPARE(sub->events.size(), qsizetype(1));
         // Clear it for other tests: an empty retained message deletes it.
-        const QString publish_tool = find_program(QStringLiteral("mosquitto_pub"));
+        const QString publish_tool = corv::test::find_broker_program(QStringLiteral("mosquitto_pub"));
         if (!publish_tool.isEmpty())
             QProcess::execute(publish_tool,
                               {"-p", QString::number(m_port), "-t", "status/door", "-r", "-n"});
@@ -664,7 +634,7 @@ private slots:
     {
         QFETCH(QByteArray, password);
         QFETCH(bool, accepted);
-        const QString passwd_tool = find_program(QStringLiteral("mosquitto_passwd"));
+        const QString passwd_tool = corv::test::find_broker_program(QStringLiteral("mosquitto_passwd"));
         if (passwd_tool.isEmpty())
             QSKIP("mosquitto_passwd is not installed");
         stop_broker();

@@ -18,6 +18,8 @@
 #include "widgets/preferences_window.h"
 #include "widgets/preferences_window_view_model.h"
 
+#include "local_broker.h"
+
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -61,27 +63,12 @@ class TstMqttPreferences : public QObject {
                    " 127.0.0.1\nallow_anonymous true\nuser " +
                    QByteArray(::getpwuid(::geteuid())->pw_name) + "\n");
         file.close();
-        m_broker = std::make_unique<QProcess>();
-        m_broker->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_broker->start(m_mosquitto, {QStringLiteral("-c"), config});
-        for (int i = 0; i < 200 && m_broker->state() != QProcess::NotRunning; ++i) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, m_port);
-            if (probe.waitForConnected(100))
-                return true;
-            QThread::msleep(20);
-        }
-        return false;
+        m_broker = test::start_local_broker(m_mosquitto, config, m_port,
+                                            QProcess::ForwardedErrorChannel, 10000);
+        return m_broker != nullptr;
     }
 
-    void stop_broker()
-    {
-        if (!m_broker)
-            return;
-        ::kill(pid_t(m_broker->processId()), SIGTERM);
-        m_broker->waitForFinished(10000);
-        m_broker.reset();
-    }
+    void stop_broker() { test::stop_local_broker(m_broker, 10000); }
 
     static QStringList label_texts(const widgets::PreferencesWindow &window)
     {
@@ -101,16 +88,12 @@ class TstMqttPreferences : public QObject {
 private Q_SLOTS:
     void initTestCase()
     {
-        m_mosquitto = QStandardPaths::findExecutable(
-            QStringLiteral("mosquitto"), {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin")});
+        m_mosquitto = test::find_broker_program(QStringLiteral("mosquitto"));
         if (m_mosquitto.isEmpty())
             QSKIP("mosquitto is not installed (Debian package mosquitto)");
         QVERIFY(m_dir.isValid());
-        {
-            QTcpServer server;
-            QVERIFY(server.listen(QHostAddress::LocalHost, 0));
-            m_port = server.serverPort();
-        }
+        m_port = test::free_local_port();
+        QVERIFY(m_port != 0);
         QVERIFY(start_broker());
 
         QLoggingCategory::setFilterRules(QStringLiteral("corv.*.debug=false"));
