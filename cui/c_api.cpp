@@ -245,6 +245,15 @@ const char *cui_text(cui_generate_context *context, const char *key, const char 
     return string_of(*declare_bound<TextField>(*context_of(context), key, label, string_default(default_value)));
 }
 
+const char *cui_password(cui_generate_context *context, const char *key, const char *label)
+{
+    if (!context)
+        return "";
+    auto *field = declare_bound<TextField>(*context_of(context), key, label, string_default(""));
+    field->set_hidden(true);
+    return string_of(*field);
+}
+
 const char *cui_text_area(cui_generate_context *context, const char *key, const char *label,
                           const char *default_value)
 {

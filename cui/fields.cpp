@@ -500,9 +500,19 @@ void SelectRackField::update_widget()
 // ---------------------------------------------------------------------------
 // Texts
 
+void TextField::set_hidden(bool hidden)
+{
+    if (hidden == m_hidden)
+        return;
+    m_hidden = hidden;
+    if (auto *edit = static_cast<QLineEdit *>(widget()))
+        edit->setEchoMode(hidden ? QLineEdit::Password : QLineEdit::Normal);
+}
+
 QWidget *TextField::create_widget(QObject *link)
 {
     auto *edit = new QLineEdit;
+    edit->setEchoMode(m_hidden ? QLineEdit::Password : QLineEdit::Normal);
     QObject::connect(edit, &QLineEdit::editingFinished, link, [this] { write_text(); });
     watch_focus(edit);
     return edit;

@@ -298,6 +298,10 @@ public:
     using Field::Field;
     Kind kind() const override { return static_kind; }
 
+    // Shows bullets instead of the text (passwords).
+    void set_hidden(bool hidden);
+    bool is_hidden() const { return m_hidden; }
+
 protected:
     QWidget *create_widget(QObject *link) override;
     void update_widget() override;
@@ -306,6 +310,8 @@ protected:
 private:
     // Writes the edit's text unless the store holds it already.
     void write_text();
+
+    bool m_hidden = false;
 };
 
 // A multi-line text in the fixed-width font; every change is written.

@@ -861,7 +861,7 @@ CPLUGIN_EXPORT void cplugin_build_preferences(cui_generate_context *context)
     cui_int(context, "port", corv_plugin_tr(g_plugin, "MqttPrefs.PortField"), 1883, 1, 65535);
     cui_text(context, "clientid", corv_plugin_tr(g_plugin, "MqttPrefs.ClientIdField"), client_id);
     cui_text(context, "user", corv_plugin_tr(g_plugin, "MqttPrefs.UserField"), "");
-    cui_text(context, "password", corv_plugin_tr(g_plugin, "MqttPrefs.PasswordField"), "");
+    cui_password(context, "password", corv_plugin_tr(g_plugin, "MqttPrefs.PasswordField"));
     cui_int(context, "keepalive", corv_plugin_tr(g_plugin, "MqttPrefs.KeepAliveField"), 30, 5,
             65535);
     tls = cui_checkbox(context, "tls", corv_plugin_tr(g_plugin, "MqttPrefs.TlsField"), false);

@@ -23,6 +23,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QLoggingCategory>
 #include <QProcess>
@@ -155,6 +156,13 @@ private Q_SLOTS:
         QCOMPARE(stored(mqtt(), "keepalive").to_int(), 30);
         QCOMPARE(stored(mqtt(), "tls").to_bool(), false);
         QVERIFY(!surface->field(QStringLiteral("cafile"))->is_enabled());
+        // The password alone is shown as bullets.
+        QStringList hidden;
+        for (const QLineEdit *edit : window.findChildren<QLineEdit *>()) {
+            if (edit->isVisibleTo(&window) && edit->echoMode() == QLineEdit::Password)
+                hidden.append(edit->objectName());
+        }
+        QCOMPARE(hidden.size(), 1);
         surface->editor().write(surface->store().collection(), QStringLiteral("tls"),
                                 model::Value::boolean(true), false);
         window.model()->page_surface(page)->rebuild();

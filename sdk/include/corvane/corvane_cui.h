@@ -112,6 +112,9 @@ CORV_API corv_rack *cui_select_rack(cui_generate_context *context, const char *k
 /* A one-line text. */
 CORV_API const char *cui_text(cui_generate_context *context, const char *key, const char *label,
                               const char *default_value);
+/* A one-line text shown as bullets, for passwords and tokens. The value is
+ * stored like any other text: keep such stores private to the user. */
+CORV_API const char *cui_password(cui_generate_context *context, const char *key, const char *label);
 /* A multi-line text in a fixed-width font. */
 CORV_API const char *cui_text_area(cui_generate_context *context, const char *key, const char *label,
                                    const char *default_value);
