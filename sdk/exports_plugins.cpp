@@ -9,7 +9,6 @@
 #include "sdk/plugin_preferences.h"
 
 #include <QDir>
-#include <QThread>
 
 using namespace corv;
 using namespace corv::engine;
@@ -48,16 +47,8 @@ corv_store *corv_plugin_preferences_store(corv_plugin *plugin)
 void corv_plugin_invalidate_preferences(corv_plugin *plugin)
 {
     Plugin *p = plugin_of(plugin);
-    if (!p || !p->preferences())
-        return;
-    PluginPreferences *preferences = p->preferences();
-    if (preferences->thread() == QThread::currentThread()) {
-        preferences->invalidate();
-        return;
-    }
-    // From a worker: queued to the preferences' thread, dropped if they go first.
-    QMetaObject::invokeMethod(
-        preferences, [preferences] { preferences->invalidate(); }, Qt::QueuedConnection);
+    if (p && p->preferences())
+        p->preferences()->invalidate();
 }
 
 void corv_plugin_log(corv_plugin *plugin, int level, const char *text)

@@ -8,6 +8,7 @@
 
 #include <QFile>
 #include <QStandardPaths>
+#include <QThread>
 
 namespace corv::engine {
 
@@ -98,6 +99,12 @@ bool PluginPreferences::write()
 
 void PluginPreferences::invalidate()
 {
+    // The rebuild timer belongs to this object's thread; a plugin's worker
+    // gets there through the queue (dropped if the preferences go first).
+    if (thread() != QThread::currentThread()) {
+        QMetaObject::invokeMethod(this, [this] { invalidate(); }, Qt::QueuedConnection);
+        return;
+    }
     d->rebuild_requested = true;
     if (d->rebuild_scheduled)
         return;

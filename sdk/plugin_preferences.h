@@ -56,7 +56,8 @@ public:
 
     // corv_plugin_invalidate_preferences: marks the page for rebuilding and
     // schedules one rebuild on the next turn of the event loop; calls before
-    // it happens are merged into it.
+    // it happens are merged into it. Any thread may call it: from another
+    // thread than this object's the call is queued to it.
     void invalidate();
     bool is_rebuild_requested() const;
     bool is_rebuild_scheduled() const;
