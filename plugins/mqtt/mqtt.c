@@ -584,45 +584,31 @@ static corv_icon plugin_icon_record(void)
 /* The state line of a panel: where to and how it goes. */
 static void state_text(char *out)
 {
+    /* Each text takes the address, and the last two the reason as well. */
+    static const char *const keys[] = {
+        [STATE_CONNECTING] = "MqttState.Connecting.%1",
+        [STATE_CONNECTED] = "MqttState.Connected.%1",
+        [STATE_LOST] = "MqttState.Lost.%1",
+        [STATE_UNREACHABLE] = "MqttState.Unreachable.%1.%2",
+        [STATE_REFUSED] = "MqttState.Refused.%1.%2",
+    };
     enum state state;
     char address[CORV_TEXT_SIZE + 16];
     char detail[CORV_TEXT_SIZE];
+    corv_tr_builder *text;
     pthread_mutex_lock(&g.lock);
     state = g.state;
     snprintf(address, sizeof address, "%s:%d", g.settings.host, g.settings.port);
     copy_text(detail, sizeof detail, g.detail);
     pthread_mutex_unlock(&g.lock);
-    switch (state) {
-    case STATE_CONNECTING:
-        corv_tr_end_str(
-            corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connecting.%1"), address), out);
-        break;
-    case STATE_CONNECTED:
-        corv_tr_end_str(
-            corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Connected.%1"), address), out);
-        break;
-    case STATE_LOST:
-        corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Lost.%1"), address),
-                        out);
-        break;
-    case STATE_UNREACHABLE:
-        corv_tr_end_str(
-            corv_tr_str(
-                corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Unreachable.%1.%2"), address),
-                detail),
-            out);
-        break;
-    case STATE_REFUSED:
-        corv_tr_end_str(
-            corv_tr_str(
-                corv_tr_str(corv_plugin_tr_arg(g_plugin, "MqttState.Refused.%1.%2"), address),
-                detail),
-            out);
-        break;
-    default:
+    if (state == STATE_OFF) {
         copy_text(out, CORV_TEXT_SIZE, corv_plugin_tr(g_plugin, "MqttState.Off"));
-        break;
+        return;
     }
+    text = corv_tr_str(corv_plugin_tr_arg(g_plugin, keys[state]), address);
+    if (state == STATE_UNREACHABLE || state == STATE_REFUSED)
+        text = corv_tr_str(text, detail);
+    corv_tr_end_str(text, out);
 }
 
 static void state_label(cui_generate_context *context)
