@@ -10,17 +10,15 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+# shellcheck source=scripts/build_tools.sh
+source "$root/scripts/build_tools.sh"
 build="${CORV_SANITIZE_BUILD_DIR:-$root/build-asan}"
 folders="${CORV_SANITIZE_FOLDERS:-}"
 
 # Configured every time, so that a changed folder list takes effect.
 args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCORV_SANITIZE=ON
       -DCORV_BUILD_BENCH=OFF "-DCORV_FOLDERS=$folders")
-[[ -f $build/CMakeCache.txt ]] || {
-    command -v ninja >/dev/null 2>&1 && args+=(-G Ninja)
-    command -v ccache >/dev/null 2>&1 &&
-        args+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-}
+[[ -f $build/CMakeCache.txt ]] || mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
 cmake "${args[@]}" >/dev/null
 cmake --build "$build" --parallel "$(nproc 2>/dev/null || echo 2)"
 

@@ -7,6 +7,8 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+# shellcheck source=scripts/build_tools.sh
+source "$root/scripts/build_tools.sh"
 build="${CORV_BUILD_DIR:-$root/build}"
 package_list="$root/scripts/packages.txt"
 
@@ -53,12 +55,7 @@ fi
 # A folder whose last configure failed has a cache but no build files.
 if [[ ! -f $build/CMakeCache.txt || ! ( -f $build/build.ninja || -f $build/Makefile ) ]]; then
     args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo)
-    if command -v ninja >/dev/null 2>&1; then
-        args+=(-G Ninja)
-    fi
-    if command -v ccache >/dev/null 2>&1; then
-        args+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-    fi
+    mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
     say "configuring $build"
     cmake "${args[@]}"
 fi

@@ -9,6 +9,8 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+# shellcheck source=scripts/build_tools.sh
+source "$root/scripts/build_tools.sh"
 build="${CORV_TSAN_BUILD_DIR:-$root/build-tsan}"
 tests=(tst_event_routing tst_event_scope tst_sdk_events tst_input tst_hotkey_nodes
        tst_hotkey_x11 tst_corvane)
@@ -16,9 +18,7 @@ tests=(tst_event_routing tst_event_scope tst_sdk_events tst_input tst_hotkey_nod
 if [[ ! -f $build/CMakeCache.txt ]]; then
     args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORV_SANITIZE_THREAD=ON
           -DCORV_BUILD_BENCH=OFF)
-    command -v ninja >/dev/null 2>&1 && args+=(-G Ninja)
-    command -v ccache >/dev/null 2>&1 &&
-        args+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
     cmake "${args[@]}" >/dev/null
 fi
 # Only these tests and what they run (the program, its plugins). The build
