@@ -7,6 +7,11 @@ target_compile_definitions(corv_warnings INTERFACE
     QT_NO_CAST_FROM_BYTEARRAY
     QT_NO_URL_CAST_FROM_STRING
     QT_DISABLE_DEPRECATED_UP_TO=0x060400)
+# The Windows build (and CI) treat warnings as errors.
+option(CORV_WERROR "Treat compiler warnings as errors" OFF)
+if(CORV_WERROR)
+    target_compile_options(corv_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU,Clang>:-Werror>)
+endif()
 # Every header is found from the repository root: #include "model/value.h".
 target_include_directories(corv_warnings INTERFACE ${PROJECT_SOURCE_DIR})
 

@@ -10,45 +10,9 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 # shellcheck source=scripts/build_tools.sh
 source "$root/scripts/build_tools.sh"
 build="${CORV_BUILD_DIR:-$root/build}"
-package_list="$root/scripts/packages.txt"
-
 say() { printf 'setup: %s\n' "$*" >&2; }
 
-# --- Packages ---------------------------------------------------------------
-
-wanted=()
-while IFS= read -r line || [[ -n $line ]]; do
-    line="${line%%#*}"
-    for word in $line; do
-        wanted+=("$word")
-    done
-done <"$package_list"
-
-missing=()
-if ((${#wanted[@]})); then
-    declare -A installed=()
-    while read -r name status; do
-        [[ $status == installed ]] && installed[$name]=1
-    done < <(dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${wanted[@]}" 2>/dev/null || true)
-    for package in "${wanted[@]}"; do
-        [[ -n ${installed[$package]:-} ]] || missing+=("$package")
-    done
-fi
-
-if ((${#missing[@]})); then
-    say "installing ${missing[*]}"
-    if ((EUID == 0)); then
-        as_root=()
-    elif command -v sudo >/dev/null 2>&1; then
-        as_root=(sudo)
-    else
-        say "not root and no sudo: install these packages by hand: ${missing[*]}"
-        exit 1
-    fi
-    apt_env=(env DEBIAN_FRONTEND=noninteractive)
-    "${as_root[@]}" "${apt_env[@]}" apt-get update -q
-    "${as_root[@]}" "${apt_env[@]}" apt-get install -y -q "${missing[@]}" </dev/null
-fi
+corv_install_packages "$root/scripts/packages.txt"
 
 # --- Configure (once) -------------------------------------------------------
 
