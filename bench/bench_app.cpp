@@ -54,7 +54,7 @@
 using namespace corv;
 using corv::bench::bare_read;
 
-using corv::bench::status_mb;
+using corv::bench::peak_resident_mb;
 
 namespace {
 
@@ -159,7 +159,7 @@ int run_project(int argc, char **argv, const QString &path)
             return 4;
         save_ms = std::min(save_ms, ms(timer.nsecsElapsed()));
     }
-    const double peak_mb = status_mb("VmHWM:");
+    const double peak_mb = peak_resident_mb();
     manager.close();
 
     QFile file(path);

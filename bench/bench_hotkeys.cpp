@@ -31,8 +31,6 @@
 #include <QThread>
 #include <QTimer>
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>

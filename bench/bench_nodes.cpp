@@ -23,8 +23,6 @@
 #include <QQueue>
 #include <QStandardPaths>
 
-#include <sys/resource.h>
-
 #include <cstdio>
 #include <memory>
 

@@ -42,10 +42,8 @@
 #include <QTimer>
 #include <QXmlStreamReader>
 
-#include <csignal>
 #include <cstdio>
 #include <map>
-#include <unistd.h>
 
 using namespace corv;
 
@@ -53,7 +51,8 @@ using corv::bench::generate_chain;
 using corv::bench::generate_racks;
 using corv::bench::bare_read;
 
-using corv::bench::status_mb;
+using corv::bench::peak_resident_mb;
+using corv::bench::resident_mb;
 
 namespace {
 
@@ -111,10 +110,10 @@ int run_child(int argc, char **argv, const QString &path)
     double peak_mb = 0;
     QElapsedTimer close_timer;
     QTimer::singleShot(500, &app, [&] {
-        steady_mb = status_mb("VmRSS:");
-        peak_mb = status_mb("VmHWM:");
+        steady_mb = resident_mb();
+        peak_mb = peak_resident_mb();
         close_timer.start();
-        ::kill(::getpid(), SIGTERM);
+        corv::bench::ask_to_stop();
     });
     QCoreApplication::exec();
     session.reset();

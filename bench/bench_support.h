@@ -2,18 +2,15 @@
 
 // Small pieces the benchmarks share: building projects, timing, CPU time.
 
+#include "bench/bench_platform.h"
 #include "model/project.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QUuid>
 #include <QXmlStreamReader>
 
-#include <sys/resource.h>
-
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <memory>
 
@@ -54,28 +51,6 @@ inline double best_ms(int rounds, const std::function<void()> &run)
         best = std::min(best, double(timer.nsecsElapsed()) / 1e6);
     }
     return best;
-}
-
-// User plus system CPU time of this process so far, in seconds.
-inline double cpu_seconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-// A figure of /proc/self/status such as "VmHWM:", in MiB; -1 when unreadable.
-inline double status_mb(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(qsizetype(std::strlen(field))).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    }
-    return -1;
 }
 
 } // namespace corv::bench
