@@ -127,7 +127,7 @@ public:
 
     // Edits. A parent id is a node of the rack, or null for the top level;
     // row -1 appends.
-    QUuid add_node(const QString &impl_id, const QUuid &parent = {}, int row = -1);
+    QUuid add_node(const QString &impl_id, const QUuid &parent = QUuid(), int row = -1);
     // Puts a new node of impl_id in place of node, taking over its children.
     QUuid replace_node(const QUuid &node, const QString &impl_id);
     // Removes the nodes with their subtrees, as one undo step.
@@ -140,7 +140,7 @@ public:
     QMimeData *copy_nodes(const QList<QUuid> &nodes) const;
     // Pastes a node list document under parent at row; returns the pasted
     // top nodes' ids (fresh where the project already uses theirs).
-    QList<QUuid> paste_nodes(const QMimeData *data, const QUuid &parent = {}, int row = -1);
+    QList<QUuid> paste_nodes(const QMimeData *data, const QUuid &parent = QUuid(), int row = -1);
     static bool can_paste(const QMimeData *data);
 
     // Drops the nodes whose ancestor is in the list too, and orders the rest
