@@ -45,7 +45,7 @@ if(TARGET corv_sdk)
         ${PROJECT_SOURCE_DIR}/cmake/CorvaneSDKConfig.cmake.in
         ${CMAKE_BINARY_DIR}/packaging/CorvaneSDKConfig.cmake
         INSTALL_DESTINATION ${corv_cmake_package_dir}
-        PATH_VARS CMAKE_INSTALL_INCLUDEDIR CORV_INSTALL_PLUGINDIR CORV_INSTALL_PROGRAMDIR)
+        PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR CORV_INSTALL_PLUGINDIR CORV_INSTALL_PROGRAMDIR)
     # The package is the program's: a plugin built against 0.9 headers loads
     # into any later 0.x program (the program refuses other SDK versions).
     write_basic_package_version_file(

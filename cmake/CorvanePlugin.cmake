@@ -70,8 +70,18 @@ function(corvane_add_plugin target)
     target_compile_features(${target} PRIVATE c_std_99)
     target_compile_definitions(${target} PRIVATE "CORVANE_PLUGIN_ID=\"${ARG_ID}\"")
     # The corv_* symbols are the program's; keep them undefined even where
-    # the toolchain asks for every symbol to be defined.
-    if(APPLE)
+    # the toolchain asks for every symbol to be defined. Windows has no
+    # undefined symbols in a DLL: there the plugin imports them from
+    # corvane.exe through the program's import library.
+    if(WIN32)
+        if(TARGET Corvane::corvane)
+            target_link_libraries(${target} PRIVATE Corvane::corvane)
+        elseif(TARGET corvane)
+            target_link_libraries(${target} PRIVATE corvane)
+        else()
+            message(FATAL_ERROR "corvane_add_plugin(${target}): no Corvane::corvane to import the SDK from")
+        endif()
+    elseif(APPLE)
         target_link_options(${target} PRIVATE "LINKER:-undefined,dynamic_lookup")
     elseif(UNIX AND CMAKE_C_COMPILER_ID MATCHES "GNU|Clang")
         target_link_options(${target} PRIVATE "LINKER:-z,undefs")
