@@ -274,6 +274,11 @@ void log_banner()
     qInfo("Compiled on Qt %s, running on Qt %s", QT_VERSION_STR, qVersion());
 }
 
+void log_farewell(int exit_code)
+{
+    qInfo("Shutting down with exit code %i, call again soon!", exit_code);
+}
+
 bool hand_project_to_running_instance(const StartOptions &options)
 {
     if (options.mode != StartOptions::Mode::Run || options.headless || options.project_path.isEmpty())
@@ -422,6 +427,28 @@ struct Application::Impl {
                              qCDebug(lcApp, "Received signal %i; shutting down", signal_number);
                              QCoreApplication::exit(0);
                          });
+        // The session ends before the event loop could return: shut down
+        // here, as far as can be done inside the loop.
+        QObject::connect(shutdown_signals.get(), &ShutdownSignals::session_ending, qt.get(), [this] {
+            qCDebug(lcApp, "The session ends; shutting down");
+            tear_down();
+            log_farewell(0);
+        });
+    }
+
+    // Everything but the application object and the shutdown signals, in
+    // the order the end of a run takes them down.
+    void tear_down()
+    {
+        main_window.reset();
+        control.reset();
+        projects.reset();
+        // The registry goes before the plugins whose callbacks it holds; the
+        // plugins are unloaded here.
+        registry.reset();
+        plugins.reset();
+        set_builtin_config_manager(nullptr);
+        config.reset();
     }
 
     // What an update left behind at the last start goes now.
@@ -561,15 +588,7 @@ Application::Application(int &argc, char **argv, const StartOptions &options)
 
 Application::~Application()
 {
-    d->main_window.reset();
-    d->control.reset();
-    d->projects.reset();
-    // The registry goes before the plugins whose callbacks it holds; the
-    // plugins are unloaded here.
-    d->registry.reset();
-    d->plugins.reset();
-    set_builtin_config_manager(nullptr);
-    d->config.reset();
+    d->tear_down();
     d->shutdown_signals.reset();
     d->qt.reset();
 }

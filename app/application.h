@@ -73,6 +73,9 @@ int run_check(int &argc, char **argv, const StartOptions &options);
 // The first information lines of every log: product, system, SDK and Qt versions.
 void log_banner();
 
+// The last line of every run's log.
+void log_farewell(int exit_code);
+
 // The running program, from the application object to the end of the event
 // loop. Plain runs get a QApplication and the main window; headless runs a
 // QCoreApplication only and never touch QGuiApplication.

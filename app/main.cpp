@@ -1,4 +1,5 @@
 #include "app/application.h"
+#include "app/console.h"
 #include "app/logging.h"
 #include "app/paths.h"
 
@@ -21,6 +22,8 @@ int main(int argc, char *argv[])
     if (corv::hand_project_to_running_instance(options))
         return 0;
 
+    if (!options.headless)
+        corv::release_own_console();
     corv::install_logging(corv::paths::log_folder());
     corv::log_banner();
 
@@ -30,6 +33,6 @@ int main(int argc, char *argv[])
         exit_code = application.exec();
     }
 
-    qInfo("Shutting down with exit code %i, call again soon!", exit_code);
+    corv::log_farewell(exit_code);
     return exit_code;
 }
