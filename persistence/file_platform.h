@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <Qt>
 
 class QFileDevice;
 
@@ -22,5 +23,9 @@ bool replace(const QString &from, const QString &to, QString *error);
 // name for the same file where the file system has them, a copy otherwise.
 // Fails when backup exists.
 bool keep_as(const QString &path, const QString &backup, QString *error);
+
+// How the platform's file systems compare file names: Windows ignores
+// case ("Show.CORV" is "show.corv"), Unix does not.
+Qt::CaseSensitivity file_name_case();
 
 } // namespace corv::engine::file_platform

@@ -70,4 +70,9 @@ bool keep_as(const QString &path, const QString &backup, QString *error)
     return true;
 }
 
+Qt::CaseSensitivity file_name_case()
+{
+    return Qt::CaseSensitive;
+}
+
 } // namespace corv::engine::file_platform

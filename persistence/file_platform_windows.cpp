@@ -40,10 +40,22 @@ bool flush_to_disk(QFileDevice &file, QString *error)
 
 bool replace(const QString &from, const QString &to, QString *error)
 {
-    if (!MoveFileExW(native(from).c_str(), native(to).c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return fail(error);
-    return true;
+    // A rename, on Windows as under Wine (ReplaceFileW is not one there).
+    // Another program that has the old file open for a moment (a virus
+    // scanner, the search indexer, a backup tool) makes the rename fail
+    // with a sharing error: try again for about a second before giving up.
+    const std::wstring source = native(from);
+    const std::wstring target = native(to);
+    for (int attempt = 0;; ++attempt) {
+        if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        const DWORD code = GetLastError();
+        const bool busy = code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION ||
+                          code == ERROR_ACCESS_DENIED;
+        if (!busy || attempt >= 20)
+            return fail(error);
+        Sleep(50);
+    }
 }
 
 bool keep_as(const QString &path, const QString &backup, QString *error)
@@ -55,6 +67,11 @@ bool keep_as(const QString &path, const QString &backup, QString *error)
     if (!CopyFileW(native(path).c_str(), native(backup).c_str(), TRUE))
         return fail(error);
     return true;
+}
+
+Qt::CaseSensitivity file_name_case()
+{
+    return Qt::CaseInsensitive;
 }
 
 } // namespace corv::engine::file_platform

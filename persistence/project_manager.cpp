@@ -101,7 +101,7 @@ public:
     void set_linked_file(const QString &path)
     {
         backed_up = false;
-        if (linked_file == path)
+        if (linked_file.compare(path, file_platform::file_name_case()) == 0)
             return;
         linked_file = path;
         Q_EMIT q->linked_project_file_changed(path);
@@ -121,7 +121,9 @@ public:
         const QRegularExpression pattern(
             QLatin1StringView("\\A") + QRegularExpression::escape(target.completeBaseName()) +
             QLatin1StringView("\\.[0-9]{3}\\.") + QRegularExpression::escape(target.suffix()) +
-            QLatin1StringView("\\z"));
+            QLatin1StringView("\\z"),
+            file_platform::file_name_case() == Qt::CaseInsensitive ? QRegularExpression::CaseInsensitiveOption
+                                                                  : QRegularExpression::NoPatternOption);
         QList<Backup> backups;
         const QFileInfoList entries =
             target.absoluteDir().entryInfoList(QDir::Files | QDir::Hidden | QDir::System);
