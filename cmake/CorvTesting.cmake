@@ -2,6 +2,13 @@
 # Builds a QtTest executable that exports the SDK (so plugins built in the tree
 # resolve against it), registers it with CTest under the folder's label, and
 # runs it on the offscreen platform with private application-data folders.
+#
+# In the Windows build the tests run under Wine (tests/wine-run.sh.in).
+if(WIN32)
+    configure_file(${PROJECT_SOURCE_DIR}/tests/wine-run.sh.in ${CMAKE_BINARY_DIR}/wine-run @ONLY
+        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+endif()
+
 function(corv_add_test name)
     cmake_parse_arguments(ARG "XVFB" "LABEL;TIMEOUT" "SOURCES;LIBS;ENV" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
@@ -16,6 +23,10 @@ function(corv_add_test name)
     if(ARG_XVFB)
         set(cmd ${CMAKE_SOURCE_DIR}/tests/xvfb-run-test.sh $<TARGET_FILE:${name}>)
         set(platform xcb)
+    elseif(WIN32)
+        set(cmd ${CMAKE_BINARY_DIR}/wine-run --qtest $<TARGET_FILE:${name}>)
+        set(platform offscreen)
+        target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/offscreen_default.cpp)
     else()
         set(cmd $<TARGET_FILE:${name}>)
         set(platform offscreen)

@@ -8,8 +8,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <signal.h>
-#include <sys/types.h>
+#include "tests/process_stop.h"
+
+#include <csignal>
 
 namespace {
 constexpr int kTimeoutMs = 30000;
@@ -61,7 +62,7 @@ class tst_Corvane : public QObject {
     // Stops a run with SIGTERM and returns the rest of its console.
     static QByteArray stop(QProcess &process)
     {
-        ::kill(pid_t(process.processId()), SIGTERM);
+        corv::test::ask_to_stop(process, SIGTERM);
         process.waitForFinished(kTimeoutMs);
         return process.readAllStandardError();
     }
@@ -193,7 +194,7 @@ private slots:
             process.waitForReadyRead(100);
             console += process.readAllStandardError();
         }
-        QVERIFY(::kill(pid_t(process.processId()), signal_number) == 0);
+        QVERIFY(corv::test::ask_to_stop(process, signal_number));
         QVERIFY(process.waitForFinished(kTimeoutMs));
         console += process.readAllStandardError();
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);

@@ -26,7 +26,6 @@
 #include <QTest>
 #include <QThread>
 
-#include <csignal>
 #include <cstdio>
 
 using namespace corv;
@@ -154,7 +153,7 @@ private Q_SLOTS:
             QVERIFY(saver.waitForReadyRead(30000));
             // A moment inside some save: each takes a few milliseconds.
             QThread::usleep(QRandomGenerator::global()->bounded(40000));
-            ::kill(pid_t(saver.processId()), SIGKILL);
+            saver.kill();
             QVERIFY(saver.waitForFinished(30000));
             QCOMPARE(saver.exitStatus(), QProcess::CrashExit);
 

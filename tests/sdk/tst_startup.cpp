@@ -11,8 +11,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <signal.h>
-#include <sys/types.h>
+#include "tests/process_stop.h"
+
+#include <csignal>
 
 namespace {
 
@@ -142,7 +143,7 @@ private:
             process.waitForReadyRead(100);
             run.console += process.readAllStandardError();
         }
-        QVERIFY(::kill(pid_t(process.processId()), SIGTERM) == 0);
+        QVERIFY(corv::test::ask_to_stop(process, SIGTERM));
         QVERIFY(process.waitForFinished(kTimeoutMs));
         run.console += process.readAllStandardError();
         run.exit_code = process.exitCode();
