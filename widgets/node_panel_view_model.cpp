@@ -23,7 +23,7 @@ void NodePanelViewModel::set_context(const PanelContext &context)
 {
     unwatch();
     m_context = context;
-    m_node = {};
+    m_node = QUuid();
     Q_EMIT node_changed(m_node);
     Q_EMIT title_changed(title());
     Q_EMIT surface_changed();
