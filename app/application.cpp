@@ -284,8 +284,7 @@ bool hand_project_to_running_instance(const StartOptions &options)
     if (options.mode != StartOptions::Mode::Run || options.headless || options.project_path.isEmpty())
         return false;
     const control::Reply reply = control::send(
-        {{QStringLiteral("open"), QFileInfo(options.project_path).absoluteFilePath()}},
-        control::socket_name(), 2000);
+        {{QStringLiteral("open"), QFileInfo(options.project_path).absoluteFilePath()}}, 2000);
     return reply.status == control::Reply::Answered && reply.answer.value(QLatin1StringView("ok")).toBool();
 }
 

@@ -1,12 +1,13 @@
 #include "app/control.h"
 
+#include "app/control_platform.h"
+
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QLockFile>
 #include <QLoggingCategory>
-#include <QOperatingSystemVersion>
-#include <QStandardPaths>
 #include <QTimer>
 
 namespace corv::control {
@@ -15,14 +16,14 @@ Q_LOGGING_CATEGORY(lc_control, "corv.app.control")
 
 namespace {
 
-QString user_name()
+// Whether an instance accepts connections at name.
+bool answers(const QString &name)
 {
-    QString name = qEnvironmentVariable("USER");
-    if (name.isEmpty())
-        name = qEnvironmentVariable("USERNAME");
-    if (name.isEmpty())
-        name = qEnvironmentVariable("LOGNAME");
-    return name.isEmpty() ? QStringLiteral("user") : name;
+    QLocalSocket probe;
+    probe.connectToServer(name);
+    const bool connected = probe.waitForConnected(1000);
+    probe.abort();
+    return connected;
 }
 
 QByteArray line_of(const QJsonObject &object)
@@ -36,17 +37,6 @@ QJsonObject refusal(const QString &error)
 }
 
 } // namespace
-
-QString socket_name()
-{
-    const QString name = QStringLiteral("corvane-") + user_name();
-    // Windows pipes have names only; elsewhere the socket is a file, best
-    // kept in the user's own runtime folder rather than the shared one.
-    if (QOperatingSystemVersion::currentType() == QOperatingSystemVersion::Windows)
-        return name;
-    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    return runtime.isEmpty() ? name : runtime + u'/' + name;
-}
 
 Request read_request(const QByteArray &line)
 {
@@ -162,7 +152,7 @@ struct Server::Impl {
 Server::Server(QObject *parent) : QObject(parent), d(std::make_unique<Impl>())
 {
     d->q = this;
-    d->server.setSocketOptions(QLocalServer::UserAccessOption);
+    d->server.setSocketOptions(platform::server_options());
     d->server.setMaxPendingConnections(16);
     connect(&d->server, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket *socket = d->server.nextPendingConnection())
@@ -172,24 +162,34 @@ Server::Server(QObject *parent) : QObject(parent), d(std::make_unique<Impl>())
 
 Server::~Server() = default;
 
-bool Server::listen(const QString &name)
+bool Server::listen()
 {
-    if (d->server.listen(name))
-        return true;
-    // Someone answers there: another instance is the one to talk to.
-    QLocalSocket probe;
-    probe.connectToServer(name);
-    if (probe.waitForConnected(1000)) {
-        probe.abort();
-        qInfo("Another Corvane is listening on %s; this one takes no commands", qUtf8Printable(name));
+    const QStringList names = platform::socket_names();
+    if (names.isEmpty()) {
+        qWarning("No private place for the control socket; this Corvane takes no commands");
         return false;
     }
-    // A socket file left by an instance that is gone.
+    // Asked and taken under one lock: of two instances starting at once, one
+    // listens and the other finds it. Without the lock (a stuck holder) the
+    // question is still asked first.
+    QLockFile lock(platform::listen_lock_file());
+    if (!lock.tryLock(5000))
+        qCDebug(lc_control, "Listening without the lock %s", qUtf8Printable(lock.fileName()));
+    for (const QString &name : names) {
+        if (answers(name)) {
+            qInfo("Another Corvane is listening on %s; this one takes no commands", qUtf8Printable(name));
+            return false;
+        }
+    }
+    // Nobody answers: a socket file there was left by an instance that is gone.
+    const QString &name = names.first();
     QLocalServer::removeServer(name);
-    if (d->server.listen(name))
-        return true;
-    qWarning("Can't listen on %s: %s", qUtf8Printable(name), qUtf8Printable(d->server.errorString()));
-    return false;
+    if (!d->server.listen(name)) {
+        qWarning("Can't listen on %s: %s", qUtf8Printable(name), qUtf8Printable(d->server.errorString()));
+        return false;
+    }
+    qCDebug(lc_control, "Listening for commands on %s", qUtf8Printable(d->server.fullServerName()));
+    return true;
 }
 
 bool Server::is_listening() const
@@ -212,13 +212,25 @@ void Server::set_accepts_open(bool accepts)
     d->accepts_open = accepts;
 }
 
-Reply send(const QJsonObject &message, const QString &name, int timeout_ms)
+Reply send(const QJsonObject &message, int timeout_ms)
 {
     Reply reply;
     QLocalSocket socket;
-    socket.connectToServer(name);
-    if (!socket.waitForConnected(timeout_ms)) {
+    bool connected = false;
+    for (const QString &name : platform::socket_names()) {
+        socket.connectToServer(name);
+        connected = socket.waitForConnected(timeout_ms);
+        if (connected)
+            break;
+        socket.abort();
+    }
+    if (!connected) {
         reply.status = Reply::NoInstance;
+        return reply;
+    }
+    if (!platform::peer_is_same_user(socket)) {
+        reply.status = Reply::Failed;
+        reply.error = QStringLiteral("the program listening on %1 runs as another user").arg(socket.fullServerName());
         return reply;
     }
     socket.write(line_of(message));

@@ -24,10 +24,6 @@ inline constexpr qsizetype kMaxMessageBytes = 64 * 1024;
 // A client that has not sent a whole message by then is dropped.
 inline constexpr int kReadTimeoutMs = 2000;
 
-// "corvane-" and the user name; inside the user's private runtime folder
-// where the system has one.
-QString socket_name();
-
 // One message as the server reads it. Invalid ones carry the reason the
 // answer gives.
 struct Request {
@@ -55,9 +51,10 @@ public:
     explicit Server(QObject *parent = nullptr);
     ~Server() override;
 
-    // Listens on socket_name() unless another instance does already (logged
-    // once); a socket left by an instance that is gone is taken over.
-    bool listen(const QString &name = socket_name());
+    // Listens on the first of platform::socket_names() unless an instance
+    // answers on any of them (then logs "Another Corvane is listening" and
+    // stays off); a socket left by an instance that is gone is taken over.
+    bool listen();
     bool is_listening() const;
     QString server_name() const;
 
@@ -82,6 +79,8 @@ struct Reply {
     QString error;      // when Failed
 };
 
-Reply send(const QJsonObject &message, const QString &name = socket_name(), int timeout_ms = 5000);
+// Tries each of platform::socket_names() and talks to the first instance that
+// answers; an instance of another user is refused.
+Reply send(const QJsonObject &message, int timeout_ms = 5000);
 
 } // namespace corv::control

@@ -13,6 +13,8 @@
 #                                 the example plugin's sources
 #   include/corvane/              the plugin SDK headers
 #   lib/cmake/CorvaneSDK/         the SDK's CMake package
+#   share/doc/corvane/            copyright and changelog.Debian.gz
+#   share/man/man1/corvane.1.gz   the manual page (docs/corvane.1)
 include(CMakePackageConfigHelpers)
 
 # --- bin/corvane -------------------------------------------------------------
@@ -59,6 +61,27 @@ if(TARGET corv_sdk)
         DESTINATION ${corv_cmake_package_dir})
 endif()
 
+# --- Debian's package documents and the manual page ---------------------------
+
+if(NOT WIN32)
+    find_program(CORV_GZIP gzip REQUIRED)
+    set(corv_docs ${CMAKE_BINARY_DIR}/packaging/doc)
+    file(MAKE_DIRECTORY ${corv_docs})
+    # The date follows SOURCE_DATE_EPOCH when it is set.
+    string(TIMESTAMP CORV_CHANGELOG_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/changelog.Debian.in ${corv_docs}/changelog.Debian @ONLY)
+    configure_file(${PROJECT_SOURCE_DIR}/docs/corvane.1 ${corv_docs}/corvane.1 COPYONLY)
+    # Compressed as Debian wants them: best compression, no name or time inside.
+    foreach(document changelog.Debian corvane.1)
+        execute_process(COMMAND ${CORV_GZIP} -9nc ${document}
+            WORKING_DIRECTORY ${corv_docs} OUTPUT_FILE ${corv_docs}/${document}.gz
+            COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright ${corv_docs}/changelog.Debian.gz
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/corvane)
+    install(FILES ${corv_docs}/corvane.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
+
 # --- CPack -------------------------------------------------------------------
 
 set(CPACK_PACKAGE_NAME corvane)
@@ -96,5 +119,7 @@ set(CPACK_DEBIAN_PACKAGE_SUGGESTS "cmake, gcc | c-compiler")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${PROJECT_HOMEPAGE_URL}")
+# Control files with the modes dpkg and lintian expect.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 include(CPack)

@@ -1,7 +1,9 @@
 # corv_add_test(tst_name LABEL folder SOURCES ... LIBS ... [XVFB] [ENV k=v ...])
 # Builds a QtTest executable that exports the SDK (so plugins built in the tree
 # resolve against it), registers it with CTest under the folder's label, and
-# runs it on the offscreen platform with private application-data folders.
+# runs it on the offscreen platform with private application-data folders
+# (and a control socket folder of its own, CORV_TEST_CONTROL_DIR, so that tests
+# running at once never reach each other's instances).
 #
 # In the Windows build the tests run under Wine (tests/wine-run.sh.in).
 if(WIN32)
@@ -39,7 +41,7 @@ function(corv_add_test name)
     set_tests_properties(${name} PROPERTIES
         LABELS "${ARG_LABEL}"
         TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT_MODIFICATION "QT_QPA_PLATFORM=set:${platform};XDG_RUNTIME_DIR=set:${home}/run;XDG_DATA_HOME=set:${home}/data;XDG_CONFIG_HOME=set:${home}/config;XDG_CACHE_HOME=set:${home}/cache;HOME=set:${home};QT_NO_GLIB=set:1;CORV_SOURCE_DIR=set:${CMAKE_SOURCE_DIR};CORV_RUNTIME_DIR=set:${CORV_RUNTIME_DIR}")
+        ENVIRONMENT_MODIFICATION "QT_QPA_PLATFORM=set:${platform};XDG_RUNTIME_DIR=set:${home}/run;CORV_TEST_CONTROL_DIR=set:${home}/run;XDG_DATA_HOME=set:${home}/data;XDG_CONFIG_HOME=set:${home}/config;XDG_CACHE_HOME=set:${home}/cache;HOME=set:${home};QT_NO_GLIB=set:1;CORV_SOURCE_DIR=set:${CMAKE_SOURCE_DIR};CORV_RUNTIME_DIR=set:${CORV_RUNTIME_DIR}")
     if(ARG_ENV)
         set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT ${ARG_ENV})
     endif()

@@ -3,6 +3,7 @@
 #include <QString>
 #include <Qt>
 
+class QFile;
 class QFileDevice;
 
 // The few file operations whose system calls differ between platforms, for
@@ -21,11 +22,27 @@ bool replace(const QString &from, const QString &to, QString *error);
 
 // Makes backup hold what path holds while path stays in place: a second
 // name for the same file where the file system has them, a copy otherwise.
-// Fails when backup exists.
+// A file already at backup is replaced, as a rename onto it would be; a
+// folder there is not. On failure error holds the system's reason.
 bool keep_as(const QString &path, const QString &backup, QString *error);
 
 // How the platform's file systems compare file names: Windows ignores
 // case ("Show.CORV" is "show.corv"), Unix does not.
 Qt::CaseSensitivity file_name_case();
+
+// Creates the file named by file (which must not exist) and opens it for
+// writing, unbuffered (so a failed write reports its reason at once), letting the same people at it as the file at like does: on unix
+// made 0600 and then given like's permission bits and, where the system
+// allows, its owner and group, so a private project is never readable by
+// others, not even for a moment as the temporary file; without a file at
+// like, what the umask gives. On Windows a new file inherits the ACL of its
+// folder, as the old one did. Fails with the system's reason in error, also
+// when the new file would end up open to more people than the old one.
+bool open_new_like(QFile &file, const QString &like, QString *error);
+
+// Makes a write past the process's file size limit (ulimit -f) fail with an
+// error that the save reports (EFBIG) rather than end the process (SIGXFSZ
+// on unix; Windows has no such signal). Process-wide; harmless to repeat.
+void make_size_limit_an_error();
 
 } // namespace corv::engine::file_platform

@@ -60,11 +60,20 @@ bool replace(const QString &from, const QString &to, QString *error)
 
 bool keep_as(const QString &path, const QString &backup, QString *error)
 {
-    if (CreateHardLinkW(native(backup).c_str(), native(path).c_str(), nullptr))
+    const std::wstring from = native(path);
+    const std::wstring to = native(backup);
+    // Something at the name that the backup listing passed over: a rename
+    // would replace a file there, and so does this. A folder stays, and the
+    // link below then fails with the system's reason.
+    const DWORD attributes = GetFileAttributesW(to.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY) &&
+        !DeleteFileW(to.c_str()))
+        return fail(error);
+    if (CreateHardLinkW(to.c_str(), from.c_str(), nullptr))
         return true;
     if (GetLastError() == ERROR_ALREADY_EXISTS)
         return fail(error);
-    if (!CopyFileW(native(path).c_str(), native(backup).c_str(), TRUE))
+    if (!CopyFileW(from.c_str(), to.c_str(), TRUE))
         return fail(error);
     return true;
 }
@@ -72,6 +81,22 @@ bool keep_as(const QString &path, const QString &backup, QString *error)
 Qt::CaseSensitivity file_name_case()
 {
     return Qt::CaseInsensitive;
+}
+
+bool open_new_like(QFile &file, const QString &, QString *error)
+{
+    // A new file inherits the ACL of its folder, as the old file did when
+    // it was made; nothing to copy.
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+        return true;
+    if (error)
+        *error = file.errorString();
+    return false;
+}
+
+void make_size_limit_an_error()
+{
+    // No file size signal on Windows: a write past a quota already fails.
 }
 
 } // namespace corv::engine::file_platform

@@ -178,10 +178,17 @@ public:
         // 1-2: the whole document into a fresh temporary file, down to the disk.
         const QString temporary = temporary_name(path);
         QFile file(temporary);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-            return save_failed(file.errorString());
         QString reason;
-        if (file.write(written.document) != written.document.size() || !file.flush())
+        // With the old file's permissions (and owner where allowed).
+        if (!file_platform::open_new_like(file, path, &reason))
+            return save_failed(reason);
+        // After a short write (the disk filled up on the way) the next one
+        // fails at once, with the system's reason.
+        const QByteArray &document = written.document;
+        qint64 done = 0;
+        for (qint64 n = 0; done < document.size() && (n = file.write(document.constData() + done, document.size() - done)) > 0;)
+            done += n;
+        if (done != document.size() || !file.flush())
             reason = file.errorString();
         else if (!file_platform::flush_to_disk(file, &reason) && reason.isEmpty())
             reason = file.errorString();
@@ -224,6 +231,9 @@ ProjectManager::ProjectManager(NodeRegistry &registry, ConfigManager *config, QO
     d->q = this;
     d->registry = &registry;
     d->config = config;
+    // A full disk quota of the process (ulimit -f) fails a save like any
+    // full disk does.
+    file_platform::make_size_limit_an_error();
     d->autosave_timer = new QTimer(this);
     d->autosave_timer->setObjectName(QStringLiteral("autosave"));
     // Precise: its remaining time says when the next autosave is due.

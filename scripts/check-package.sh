@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Checks the packages the way users and plugin authors meet them:
-#  1. makes the .deb and the .tar.gz with CPack and checks what they hold;
+#  1. makes the .deb and the .tar.gz with CPack, checks what they hold, and
+#     runs lintian on the .deb (no errors allowed; warnings are shown);
 #  2. unpacks the tarball into a temporary prefix;
 #  3. builds the installed example plugin's sources on their own against the
 #     installed SDK (find_package(CorvaneSDK) through CMAKE_PREFIX_PATH), under
@@ -81,6 +82,9 @@ expected=(
     share/corvane/examples/corvane-headless@.service
     share/corvane/examples/plugins/example/CMakeLists.txt
     share/corvane/examples/plugins/example/example.c
+    share/doc/corvane/copyright
+    share/doc/corvane/changelog.Debian.gz
+    share/man/man1/corvane.1.gz
 )
 dpkg-deb --contents "$deb" >"$work/deb.contents"
 awk '{print $6}' "$work/deb.contents" | sed 's|^\./usr/||' >"$work/deb.list"
@@ -94,6 +98,15 @@ grep -q '\./usr/bin/corvane -> \.\./lib/corvane/corvane$' "$work/deb.contents" |
 depends="$(dpkg-deb --field "$deb" Depends)"
 for package in libqt6core6 libqt6widgets6 libqt6network6 libc6 libmosquitto1 qt6-qpa-plugins; do
     [[ $depends == *"$package"* ]] || fail "the .deb does not depend on $package: $depends"
+done
+lintian --fail-on error --tag-display-limit 0 "$deb" >"$work/lintian.log" 2>&1 ||
+    fail_with_log "$work/lintian.log" "lintian found errors in the .deb"
+grep -q '^W: ' "$work/lintian.log" && sed 's/^/    /' "$work/lintian.log" >&2
+# The manual page renders and names every option of the command line.
+dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/share/man/man1/corvane.1.gz | gzip -dc >"$work/corvane.1"
+LC_ALL=C MANWIDTH=80 man -l "$work/corvane.1" >"$work/man.txt" 2>"$work/man.log" || fail_with_log "$work/man.log" "man corvane"
+for option in --headless --autosave --post --check --help --version; do
+    grep -q -- "$option" "$work/man.txt" || fail "the manual page does not mention $option"
 done
 say "$(basename "$deb"): $(stat -c %s "$deb") bytes, $(wc -l <"$work/deb.list") entries"
 say "$(basename "$tarball"): $(stat -c %s "$tarball") bytes"

@@ -65,9 +65,16 @@ bool MainWindowViewModel::confirm_unsaved_changes()
 {
     if (!m_projects->has_project() || !m_projects->is_modified())
         return true;
+    if (m_asking)
+        return false;
+    m_asking = true;
     const UnsavedAnswer answer = m_unsaved_question ? m_unsaved_question() : UnsavedAnswer::Cancel;
+    m_asking = false;
     switch (answer) {
     case UnsavedAnswer::Save:
+        // Saved meanwhile (autosave): nothing left to save.
+        if (!m_projects->has_project() || !m_projects->is_modified())
+            return true;
         return save();
     case UnsavedAnswer::Discard:
         return true;
@@ -87,14 +94,22 @@ bool MainWindowViewModel::new_project()
 
 bool MainWindowViewModel::open(const QString &path)
 {
-    if (!confirm_unsaved_changes())
+    if (m_asking) {
+        if (!path.isEmpty())
+            m_waiting_opens.append(path);
         return false;
-    QString chosen = path;
-    if (chosen.isEmpty() && m_open_path_question)
-        chosen = m_open_path_question();
-    if (chosen.isEmpty())
-        return false;
-    return m_projects->open(chosen);
+    }
+    bool opened = false;
+    if (confirm_unsaved_changes()) {
+        QString chosen = path;
+        if (chosen.isEmpty() && m_open_path_question)
+            chosen = m_open_path_question();
+        opened = !chosen.isEmpty() && m_projects->open(chosen);
+    }
+    // Those that came while the question was up, each on the state now.
+    while (!m_asking && !m_waiting_opens.isEmpty())
+        open(m_waiting_opens.takeFirst());
+    return opened;
 }
 
 bool MainWindowViewModel::save()

@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -38,13 +39,20 @@ public:
     void set_save_path_question(PathQuestion question);
 
     // True when there is nothing unsaved, or the user saved (and it worked)
-    // or chose to discard; false when cancelled or the save failed.
+    // or chose to discard; false when cancelled or the save failed. The
+    // state is read again after the answer (the question's dialog runs the
+    // event loop): what got saved meanwhile is not saved again. False while
+    // another question is up: one question at a time.
     bool confirm_unsaved_changes();
 
     // Each of these asks about unsaved changes first; false when it did not
     // go through (cancelled, or the failure was announced by error_occurred).
     bool new_project();
-    // Asks for a file when path is empty.
+    // Asks for a file when path is empty. A path that arrives while the
+    // unsaved-changes question is up (another command line handing over a
+    // project) waits for its answer and then goes through open() on the
+    // state that answer left, asking again only if there still is
+    // something unsaved; false for it now.
     bool open(const QString &path = {});
     // Saves to the linked file; without one, asks as save_as() does.
     bool save();
@@ -93,6 +101,8 @@ private:
     PathQuestion m_save_path_question;
     QString m_title;
     bool m_paused = false;
+    bool m_asking = false;
+    QStringList m_waiting_opens;
 };
 
 } // namespace corv::widgets

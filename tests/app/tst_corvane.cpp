@@ -5,12 +5,17 @@
 #include <QLocalSocket>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "tests/process_stop.h"
 
 #include <csignal>
+#include <functional>
+
+#include <sys/types.h>
+#include <unistd.h>
 
 namespace {
 constexpr int kTimeoutMs = 30000;
@@ -24,9 +29,11 @@ class tst_Corvane : public QObject {
     QString logs() const { return m_home->path() + QStringLiteral("/data/Corvane/logs"); }
 
     // Starts the executable with its own, empty home and data folders on the
-    // given platform, with no display to connect to.
+    // given platform, with no display to connect to, and its control socket
+    // in the test's folder; adjust changes that environment further.
     void start(QProcess &process, const QStringList &arguments, const QString &platform,
-               const QString &program = QStringLiteral(CORVANE_EXECUTABLE))
+               const QString &program = QStringLiteral(CORVANE_EXECUTABLE),
+               const std::function<void(QProcessEnvironment &)> &adjust = {})
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         const QString home = m_home->path();
@@ -35,11 +42,25 @@ class tst_Corvane : public QObject {
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
         env.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/cache"));
         env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home); // QTemporaryDir is private (0700)
+        env.insert(QStringLiteral("CORV_TEST_CONTROL_DIR"), home);
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), platform);
         for (const char *name : {"QT_MESSAGE_PATTERN", "DISPLAY", "WAYLAND_DISPLAY"})
             env.remove(QString::fromLatin1(name));
+        if (adjust)
+            adjust(env);
         process.setProcessEnvironment(env);
         process.start(program, arguments);
+    }
+
+    // Runs `corvane --post news who=test` and returns its exit code.
+    int post(const std::function<void(QProcessEnvironment &)> &adjust = {})
+    {
+        QProcess process;
+        start(process, {QStringLiteral("--post"), QStringLiteral("news"), QStringLiteral("who=test")},
+              QStringLiteral("offscreen"), QStringLiteral(CORVANE_EXECUTABLE), adjust);
+        if (!process.waitForFinished(kTimeoutMs))
+            return -1;
+        return process.exitCode();
     }
 
     // Starts a run and reads its console until start-up is complete.
@@ -322,6 +343,7 @@ private slots:
         const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
         const QByteArray ready = start_until_ready(instance, {QStringLiteral("--headless"), demo});
         QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+        QVERIFY2(!ready.contains("Another Corvane"), ready.constData());
 
         // Raw messages on the socket: each is answered or dropped.
         const QStringList sockets =
@@ -360,6 +382,92 @@ private slots:
         QVERIFY2(rest.contains("WARNING Refused a control message: not a JSON object"), rest.constData());
         QVERIFY2(rest.contains("WARNING Dropped a control connection that sent no whole message"), rest.constData());
         QVERIFY2(rest.contains("Shutting down with exit code 0"), rest.constData());
+    }
+
+    // The first instance keeps the socket: a second one (the shipped unit
+    // started twice) finds it, says so and runs on without taking commands;
+    // posts reach the first, also after the second stops. A socket left by
+    // an instance that was killed goes to the next one.
+    void second_instance_leaves_the_socket()
+    {
+        const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
+        const QStringList headless{QStringLiteral("--headless"), demo};
+        QProcess first, second, third;
+        const auto end_all = qScopeGuard([&] {
+            for (QProcess *process : {&first, &second, &third}) {
+                process->kill();
+                process->waitForFinished(kTimeoutMs);
+            }
+        });
+        QByteArray ready = start_until_ready(first, headless);
+        QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+        QVERIFY2(!ready.contains("Another Corvane"), ready.constData());
+        ready = start_until_ready(second, headless);
+        QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+        const QRegularExpression another(QStringLiteral(
+            "\\] Another Corvane is listening on %1/corvane-[^/;]+; this one takes no commands\n")
+                .arg(QRegularExpression::escape(m_home->path())));
+        QVERIFY2(another.match(QString::fromUtf8(ready)).hasMatch(), ready.constData());
+        QCOMPARE(post(), 0);
+        QByteArray rest = stop(second);
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(post(), 0);
+        QVERIFY2(!rest.contains("Posted to mailbox"), rest.constData());
+
+        first.kill();
+        QVERIFY(first.waitForFinished(kTimeoutMs));
+        QCOMPARE(post(), 1);
+        ready = start_until_ready(third, headless);
+        QVERIFY2(!ready.contains("Another Corvane"), ready.constData());
+        QCOMPARE(post(), 0);
+        rest = stop(third);
+        QVERIFY2(rest.contains("Posted to mailbox news from the command line"), rest.constData());
+    }
+
+    // Without the tests' own folder the socket's place and name come from
+    // the account, not the environment: a post from cron (no
+    // XDG_RUNTIME_DIR, another HOME, USER and LOGNAME) finds the instance,
+    // whose socket lies in a folder only the user can open.
+    void post_ignores_environment()
+    {
+        const auto as_started = [this](QProcessEnvironment &env) {
+            env.remove(QStringLiteral("CORV_TEST_CONTROL_DIR"));
+            env.insert(QStringLiteral("USER"), QStringLiteral("somebody"));
+        };
+        QProcess instance;
+        start(instance, {QStringLiteral("--headless"), QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv")},
+              QStringLiteral("offscreen"), QStringLiteral(CORVANE_EXECUTABLE), as_started);
+        QByteArray console;
+        QElapsedTimer timer;
+        timer.start();
+        while (!console.contains("Initialization complete") && timer.elapsed() < kTimeoutMs &&
+               instance.state() != QProcess::NotRunning) {
+            instance.waitForReadyRead(100);
+            console += instance.readAllStandardError();
+        }
+        QVERIFY2(console.contains("Initialization complete"), console.constData());
+        if (console.contains("Another Corvane is listening")) {
+            stop(instance);
+            QSKIP("a Corvane of this user runs already");
+        }
+        const int exit_code = post([](QProcessEnvironment &env) {
+            env.remove(QStringLiteral("CORV_TEST_CONTROL_DIR"));
+            env.remove(QStringLiteral("XDG_RUNTIME_DIR"));
+            env.insert(QStringLiteral("HOME"), QStringLiteral("/nonexistent"));
+            env.insert(QStringLiteral("USER"), QStringLiteral("nobody-else"));
+            env.insert(QStringLiteral("LOGNAME"), QStringLiteral("nobody-else"));
+        });
+        const QByteArray rest = stop(instance);
+        QCOMPARE(exit_code, 0);
+        QVERIFY2(rest.contains("Posted to mailbox news"), rest.constData());
+        // Where it listened: the user's runtime folder or /tmp/corvane-<uid>, private.
+        const QString runtime = QStringLiteral("/run/user/%1").arg(::getuid());
+        const QString folder = QFileInfo::exists(runtime) ? runtime : QStringLiteral("/tmp/corvane-%1").arg(::getuid());
+        const QFileInfo info(folder);
+        QVERIFY(info.isDir() && !info.isSymLink());
+        QCOMPARE(info.ownerId(), uint(::getuid()));
+        QCOMPARE(info.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther |
+                                       QFile::WriteOther | QFile::ExeOther), QFile::Permissions());
     }
 
     // A second window run with a project hands it to the first and ends.

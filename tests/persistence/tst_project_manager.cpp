@@ -22,13 +22,54 @@
 #include <QThread>
 #include <QTimer>
 
-#include <csignal>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using namespace corv;
 using namespace corv::engine;
+
+namespace {
+
+// Makes a file immutable (FS_IMMUTABLE_FL) for its lifetime; error says
+// why not where the file system or the user's rights don't allow it.
+struct Immutable {
+    QByteArray name;
+    QString error;
+
+    explicit Immutable(const QString &path) : name(QFile::encodeName(path))
+    {
+        if (!name.isEmpty() && !set(true))
+            error = QString::fromLocal8Bit(std::strerror(errno));
+    }
+    ~Immutable()
+    {
+        if (!name.isEmpty() && error.isEmpty())
+            set(false);
+    }
+
+    bool set(bool on) const
+    {
+        const int fd = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
+        int flags = 0;
+        bool ok = fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+        flags = on ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+        ok = ok && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+        const int saved_errno = errno;
+        if (fd >= 0)
+            ::close(fd);
+        errno = saved_errno;
+        return ok;
+    }
+};
+
+} // namespace
 
 class TstProjectManager : public QObject
 {
@@ -287,63 +328,141 @@ private Q_SLOTS:
     void failures_data()
     {
         QTest::addColumn<QString>("failure");
-        QTest::newRow("temporary name is a folder") << "temp folder";
-        QTest::newRow("backup name is a folder") << "backup folder";
-        QTest::newRow("project name is a folder") << "project folder";
-        QTest::newRow("disk full while writing") << "size limit";
+        QTest::addColumn<QString>("reason"); // the system's text the box shows
+        QTest::newRow("temporary name is a folder") << "temp folder" << "No such file or directory";
+        QTest::newRow("backup name is a folder") << "backup folder" << "File exists";
+        QTest::newRow("project name is a folder") << "project folder" << "Is a directory";
+        QTest::newRow("disk full while writing") << "size limit" << "File too large";
+        QTest::newRow("no link, and the copy fails") << "no link" << "File too large";
     }
 
-    // Every failure leaves the old file, the link and the modified flag.
+    // Every failure shows the system's reason and leaves the old file, the
+    // link and the modified flag. Each save runs in a child process, whose
+    // files may not grow past a limit: it must get an error, not SIGXFSZ.
     void failures()
     {
         QFETCH(QString, failure);
+        QFETCH(QString, reason);
         make_project(QStringLiteral("show.ext"));
-        ProjectManager manager(m_registry, &m_config);
-        QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
-        edit(manager, QStringLiteral("unsaved"));
         QString target = path(QStringLiteral("show.ext"));
+        qint64 limit = RLIM_INFINITY;
         if (failure == QLatin1String("temp folder")) {
-            // Taken names are skipped, so make the directory unwritable by
-            // putting the temporary file's folder out of reach.
+            // Taken names are skipped, so put the temporary file's folder out of reach.
             target = path(QStringLiteral("missing/show.ext"));
         } else if (failure == QLatin1String("backup folder")) {
             QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("show.001.ext")));
         } else if (failure == QLatin1String("project folder")) {
             target = path(QStringLiteral("other.ext"));
             QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("other.ext")));
+        } else if (failure == QLatin1String("size limit")) {
+            limit = 1024;
+        } else if (failure == QLatin1String("no link")) {
+            // An immutable file takes no second name; its copy is larger
+            // than the limit, the new document is not.
+            write(target, contents(target) + QByteArray(64 * 1024, ' '));
+            limit = 32 * 1024;
         }
+        ProjectManager manager(m_registry, &m_config);
+        QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
+        edit(manager, QStringLiteral("unsaved"));
         const QByteArray old = contents(path(QStringLiteral("show.ext")));
+        Immutable immutable(failure == QLatin1String("no link") ? path(QStringLiteral("show.ext")) : QString());
+        if (!immutable.error.isEmpty())
+            QSKIP(qPrintable(QStringLiteral("can't make a file immutable here: ") + immutable.error));
 
-        if (failure == QLatin1String("size limit")) {
-            // In a child process, whose files may not grow past 1 KiB.
-            const pid_t child = fork();
-            if (child == 0) {
-                std::signal(SIGXFSZ, SIG_IGN);
-                const rlimit limit{1024, 1024};
-                setrlimit(RLIMIT_FSIZE, &limit);
-                QString title;
-                connect(&manager, &ProjectManager::error_occurred, [&](const QString &t) { title = t; });
-                qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-                const bool saved = manager.save();
-                _exit(!saved && manager.is_modified() && title == locale::translate("SaveProject.ErrorTitle") ? 0 : 1);
-            }
-            int status = 0;
-            QCOMPARE(waitpid(child, &status, 0), child);
-            QVERIFY(WIFEXITED(status));
-            QCOMPARE(WEXITSTATUS(status), 0);
-        } else {
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Couldn't save project: ")));
-            if (failure == QLatin1String("backup folder"))
-                QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Backing up")));
-            QSignalSpy errors(&manager, &ProjectManager::error_occurred);
-            QVERIFY(!manager.save_as(target));
-            QCOMPARE(errors.size(), 1);
-            QCOMPARE(errors[0][0].toString(), locale::translate("SaveProject.ErrorTitle"));
-            QVERIFY(errors[0][1].toString().startsWith(locale::translate("SaveProject.ErrorBody.%1", QString())));
-            QVERIFY(manager.is_modified());
-            QCOMPARE(manager.linked_file(), path(QStringLiteral("show.ext")));
+        int fds[2];
+        QCOMPARE(::pipe(fds), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            ::close(fds[0]);
+            const rlimit size{rlim_t(limit), rlim_t(limit)};
+            setrlimit(RLIMIT_FSIZE, &size);
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+            QStringList shown;
+            connect(&manager, &ProjectManager::error_occurred,
+                    [&](const QString &title, const QString &body) { shown << title << body; });
+            const bool saved = manager.save_as(target);
+            const bool kept = !saved && manager.is_modified() && manager.linked_file() == path(QStringLiteral("show.ext"));
+            const QByteArray report = (kept ? "kept\x1f" : "changed\x1f") + shown.join(u'\x1f').toUtf8();
+            [[maybe_unused]] const ssize_t n = ::write(fds[1], report.constData(), size_t(report.size()));
+            _exit(0);
         }
+        ::close(fds[1]);
+        QByteArray report;
+        char buffer[4096];
+        for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;)
+            report.append(buffer, n);
+        ::close(fds[0]);
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QVERIFY2(WIFEXITED(status), qPrintable(QStringLiteral("ended by signal %1").arg(WTERMSIG(status))));
+        const QStringList lines = QString::fromUtf8(report).split(u'\x1f');
+        QCOMPARE(lines.size(), 3);
+        QCOMPARE(lines[0], QStringLiteral("kept"));
+        QCOMPARE(lines[1], locale::translate("SaveProject.ErrorTitle"));
+        QCOMPARE(lines[2], locale::translate("SaveProject.ErrorBody.%1", reason));
         QCOMPARE(contents(path(QStringLiteral("show.ext"))), old);
+    }
+
+    // A file at the backup's name that the listing does not count (with
+    // 1000 versions the thousandth is show.1000.ext) is replaced, as the
+    // rename it stands for would replace it; it never blocks saving.
+    void backup_name_taken()
+    {
+        make_project(QStringLiteral("show.ext"));
+        for (int n = 1; n <= 999; ++n)
+            write(path(QStringLiteral("show.%1.ext").arg(n, 3, 10, QLatin1Char('0'))), "older");
+        write(path(QStringLiteral("show.1000.ext")), "in the way");
+        set_versions(1000);
+        ProjectManager manager(m_registry, &m_config);
+        QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
+        const QByteArray old = contents(path(QStringLiteral("show.ext")));
+        edit(manager, QStringLiteral("new"));
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Backing up saved project to .*show\\.1000\\.ext$")));
+        QVERIFY(manager.save());
+        QCOMPARE(contents(path(QStringLiteral("show.1000.ext"))), old);
+        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("new"));
+        QCOMPARE(files().size(), 1001);
+    }
+
+    void keeps_access_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("other_owner"); // root only: the file belongs to someone else
+        QTest::newRow("private") << 0600 << false;
+        QTest::newRow("group reads") << 0640 << false;
+        QTest::newRow("all read and write") << 0666 << false;
+        QTest::newRow("someone else's, private") << 0600 << true;
+    }
+
+    // The saved file lets the same people at it as the file it replaces,
+    // and so does the temporary file on its way.
+    void keeps_access()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, other_owner);
+        if (other_owner && ::getuid() != 0)
+            QSKIP("only root can give a file away");
+        make_project(QStringLiteral("show.ext"));
+        const QByteArray name = QFile::encodeName(path(QStringLiteral("show.ext")));
+        QCOMPARE(::chmod(name.constData(), mode_t(mode)), 0);
+        const uid_t owner = other_owner ? 4321 : ::getuid();
+        const gid_t group = other_owner ? 4322 : ::getgid();
+        QCOMPARE(::chown(name.constData(), owner, group), 0);
+        set_versions(3);
+        ProjectManager manager(m_registry, &m_config);
+        QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
+        edit(manager, QStringLiteral("new"));
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Backing up")));
+        QVERIFY(manager.save());
+        for (const char *file : {"show.ext", "show.001.ext"}) {
+            struct stat info {};
+            QCOMPARE(::stat(QFile::encodeName(path(QString::fromLatin1(file))).constData(), &info), 0);
+            QCOMPARE(int(info.st_mode & 07777), mode);
+            QCOMPARE(info.st_uid, owner);
+            QCOMPARE(info.st_gid, group);
+        }
+        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("new"));
     }
 };
 

@@ -26,6 +26,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFile>
 #include <QIcon>
 #include <QLineEdit>
@@ -49,16 +50,18 @@ using Action = widgets::MainWindow::Action;
 
 namespace {
 
-// Answers the next modal message box with a button and keeps what it showed.
+// Answers the next modal message box (or, repeating, every one) with a
+// button and keeps what the last one showed.
 class BoxAnswerer : public QObject {
 public:
-    explicit BoxAnswerer(QMessageBox::StandardButton answer) : m_answer(answer)
+    explicit BoxAnswerer(QMessageBox::StandardButton answer, bool repeat = false) : m_answer(answer)
     {
-        connect(&m_timer, &QTimer::timeout, this, [this] {
+        connect(&m_timer, &QTimer::timeout, this, [this, repeat] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
             if (!box)
                 return;
-            m_timer.stop();
+            if (!repeat)
+                m_timer.stop();
             title = box->windowTitle();
             text = box->text();
             icon = box->icon();
@@ -293,6 +296,28 @@ private Q_SLOTS:
         QCOMPARE(contents(path("show.corv")).contains("unsaved"), saved);
         if (!goes_on)
             QVERIFY(m_projects->is_modified());
+    }
+
+    // Two command lines hand over a project each while there are unsaved
+    // changes; the second arrives while the question about the first is up.
+    // One question; its Save saves once, and the second project then opens
+    // without a question nor a save (which would back up the first).
+    void queued_hand_overs_ask_once()
+    {
+        open_saved("show.corv");
+        add_rack(QStringLiteral("unsaved"));
+        QVERIFY(QFile::copy(path("show.corv"), path("a.corv")));
+        QVERIFY(QFile::copy(path("show.corv"), path("b.corv")));
+        widgets::MainWindowViewModel *model = m_window->view_model();
+        for (const char *name : {"a.corv", "b.corv"})
+            QMetaObject::invokeMethod(model, [model, file = path(name)] { model->open(file); }, Qt::QueuedConnection);
+        BoxAnswerer box{QMessageBox::Save, true};
+        QTRY_COMPARE(m_projects->linked_file(), path("b.corv"));
+        QTRY_VERIFY(!QApplication::activeModalWidget());
+        QCOMPARE(box.count, 1);
+        QVERIFY(contents(path("show.corv")).contains("unsaved"));
+        QVERIFY(!m_projects->is_modified());
+        QCOMPARE(QDir(m_dir->path()).entryList({QStringLiteral("*.0*.corv")}), QStringList());
     }
 
     // A project file dropped on the window opens; other drops are refused.
