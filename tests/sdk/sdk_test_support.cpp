@@ -1,14 +1,16 @@
 #include "sdk_test_support.h"
 
+#include <corvane/corvane_sdk.h>
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
-// Called by the test plugins; exported because the test executables export
-// their symbols (as the program does for its SDK).
-extern "C" __attribute__((visibility("default"))) void tst_sdk_record(const char *line)
+// Called by the test plugins; exported like the program's own SDK
+// functions, from the test executable that loads them.
+CPLUGIN_EXPORT void tst_sdk_record(const char *line)
 {
     sdk_test::recorded().append(QString::fromUtf8(line));
 }
