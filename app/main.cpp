@@ -24,6 +24,10 @@ int main(int argc, char *argv[])
 
     if (!options.headless)
         corv::release_own_console();
+    // A headless run's console is its log, also where Qt would otherwise
+    // hand its messages to a debugger (Windows, output not a console window).
+    else if (!qEnvironmentVariableIsSet("QT_FORCE_STDERR_LOGGING"))
+        qputenv("QT_FORCE_STDERR_LOGGING", "1");
     corv::install_logging(corv::paths::log_folder());
     corv::log_banner();
 
