@@ -1,6 +1,6 @@
 #include "sdk_test_support.h"
 
-#include <corvane/corvane_sdk.h>
+#include "sdk/include/corvane/corvane_sdk.h"
 
 #include <QCoreApplication>
 #include <QDir>
