@@ -16,11 +16,15 @@ namespace corv::input {
 class KeyboardBackend;
 
 // Watches the keyboard for registered hotkeys on a thread of its own. Every
-// poll reads the whole keyboard once and tells each listener when its
+// poll reads the whole keyboard once, together with the key changes the
+// platform saw since the last poll, and tells each listener when its
 // hotkey becomes held (true) or stops being held (false): once per edge,
-// never for a steady state, matching modifiers exactly. With no listeners
-// the thread sleeps on a wait condition; presses that the key injector
-// sends never reach listeners they could fire.
+// never for a steady state, matching modifiers exactly. The changes are
+// replayed one by one, so a press that came and went between two polls
+// gives the listeners whose combination it completed a held and a released
+// edge, as a long press does. With no listeners the thread sleeps on a
+// wait condition. Changes that the key injector sent (InjectionLedger)
+// move listeners silently: the program never answers its own keys.
 //
 // One per process, made on first use; stopped by shutdown() or when the
 // application object goes away.
@@ -59,6 +63,9 @@ private:
     HotkeyPoller();
     void run();
     void poll(); // under m_registry
+    // One key changes: the listeners follow, silently when it was injected.
+    void change(std::uint32_t vk, bool down);
+    void update_listeners(bool call);
     void update_wanted();
 
     struct Listener {
@@ -83,7 +90,11 @@ private:
     std::unique_ptr<KeyboardBackend> m_backend;
     bool m_backend_tried = false;
     KeySet m_wanted; // the keys the listeners look at (under m_registry)
-    KeySet m_down;
+    bool m_added = false; // a listener came since the last poll (under m_registry)
+    bool m_collecting = false; // the backend collects changes for the next poll
+    KeySet m_down;   // the last read
+    KeySet m_state;  // the state the listeners have seen
+    std::vector<KeyRecord> m_edges;
 };
 
 } // namespace corv::input
