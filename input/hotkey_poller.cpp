@@ -197,8 +197,9 @@ void HotkeyPoller::poll()
                     change(std::uint32_t(vk), down);
         }
     }
-    if (m_added) {
+    if (m_added || m_deferred) {
         m_added = false;
+        m_deferred = false;
         update_listeners(true);
     }
 }
@@ -206,7 +207,23 @@ void HotkeyPoller::poll()
 void HotkeyPoller::change(std::uint32_t vk, bool down)
 {
     m_state[vk] = down;
-    update_listeners(!InjectionLedger::instance().take(vk, !down));
+    const bool injected = InjectionLedger::instance().take(vk, !down);
+    for (std::size_t i = 0; i < m_listeners.size(); ++i) {
+        Listener &listener = m_listeners[i];
+        const std::uint8_t state = matches(listener.hotkey, m_state) ? 1 : 0;
+        if (state == listener.last_state)
+            continue;
+        // A combination that a key's release completes (Shift let go of
+        // Ctrl+Shift+K leaves Ctrl+K) counts only if it is still held when
+        // the poll ends: letting go of a chord in any order fires nothing.
+        if (state && !down && !injected) {
+            m_deferred = true;
+            continue;
+        }
+        listener.last_state = state;
+        if (!injected)
+            m_callbacks[i](state != 0);
+    }
 }
 
 void HotkeyPoller::update_listeners(bool call)

@@ -22,7 +22,9 @@ class KeyboardBackend;
 // never for a steady state, matching modifiers exactly. The changes are
 // replayed one by one, so a press that came and went between two polls
 // gives the listeners whose combination it completed a held and a released
-// edge, as a long press does. With no listeners the thread sleeps on a
+// edge, as a long press does. A combination that only a release completes
+// (Ctrl+K, when Shift of Ctrl+Shift+K goes first) counts when it is still
+// held at the end of the poll. With no listeners the thread sleeps on a
 // wait condition. Changes that the key injector sent (InjectionLedger)
 // move listeners silently: the program never answers its own keys.
 //
@@ -65,6 +67,7 @@ private:
     void poll(); // under m_registry
     // One key changes: the listeners follow, silently when it was injected.
     void change(std::uint32_t vk, bool down);
+    // Every listener to the current state.
     void update_listeners(bool call);
     void update_wanted();
 
@@ -91,6 +94,7 @@ private:
     bool m_backend_tried = false;
     KeySet m_wanted; // the keys the listeners look at (under m_registry)
     bool m_added = false; // a listener came since the last poll (under m_registry)
+    bool m_deferred = false; // a release completed a combination in this poll
     bool m_collecting = false; // the backend collects changes for the next poll
     KeySet m_down;   // the last read
     KeySet m_state;  // the state the listeners have seen

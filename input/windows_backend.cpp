@@ -78,6 +78,16 @@ public:
             if (state & 1)
                 note_recent(vk);
         }
+        // A modifier's press may be noted on its left or right key only
+        // (Wine does so): those count for the generic code.
+        static constexpr int kSides[][3] = {{VK_SHIFT, VK_LSHIFT, VK_RSHIFT},
+                                            {VK_CONTROL, VK_LCONTROL, VK_RCONTROL},
+                                            {VK_MENU, VK_LMENU, VK_RMENU}};
+        for (const auto &sides : kSides)
+            if (wanted[std::size_t(sides[0])])
+                for (int side : {sides[1], sides[2]})
+                    if (GetAsyncKeyState(side) & 1)
+                        note_recent(std::size_t(sides[0]));
         if (!edges) {
             m_primed = false;
             return true;

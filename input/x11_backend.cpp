@@ -8,6 +8,7 @@
 #include <X11/extensions/XTest.h>
 
 #include <array>
+#include <utility>
 #include <bitset>
 #include <cstdlib>
 #include <mutex>
@@ -54,12 +55,16 @@ public:
             listen_for_edges(true);
         else if (!edges && m_listening)
             listen_for_edges(false);
-        // The key events that came before this read first: events between
-        // them and the keymap are in the keymap, and come again at the next
-        // read as changes of nothing.
-        handle_events(edges);
+        // The key events that came after the last keymap was read, then
+        // those before this one; the ones after it wait for the next read.
+        // An event carries the number of the last request of ours the
+        // server had handled, which puts it before or after the keymap.
+        for (const KeyRecord &later : std::exchange(m_later, {}))
+            key_changed(int(later.vk), later.up, edges);
+        const unsigned long keymap_request = NextRequest(m_display);
         char keys[32];
         XQueryKeymap(m_display, keys);
+        handle_events(edges, keymap_request);
         down.reset();
         m_keycode_down.reset();
         m_vk_count.fill(0);
@@ -131,14 +136,16 @@ private:
         if (!listen) {
             XSync(m_display, False);
             handle_events();
+            m_later.clear();
         }
         XFlush(m_display);
     }
 
     // Reads the events that have arrived: layout changes, and key changes
     // as virtual-key edges on top of the last keymap (a key whose other
-    // side stays down changes nothing).
-    void handle_events(std::vector<KeyRecord> *edges = nullptr)
+    // side stays down changes nothing); key changes from after
+    // `before_request` are kept in m_later (by keycode).
+    void handle_events(std::vector<KeyRecord> *edges = nullptr, unsigned long before_request = ~0ul)
     {
         bool remapped = false;
         for (int count = XPending(m_display); count > 0; --count) {
@@ -147,8 +154,13 @@ private:
             if (event.type == GenericEvent && event.xcookie.extension == m_xi_opcode) {
                 if (XGetEventData(m_display, &event.xcookie)) {
                     const auto *raw = static_cast<const XIRawEvent *>(event.xcookie.data);
-                    if (event.xcookie.evtype == XI_RawKeyPress || event.xcookie.evtype == XI_RawKeyRelease)
-                        key_changed(raw->detail, event.xcookie.evtype == XI_RawKeyRelease, edges);
+                    const bool up = event.xcookie.evtype == XI_RawKeyRelease;
+                    if (event.xcookie.evtype == XI_RawKeyPress || up) {
+                        if (event.xcookie.serial < before_request)
+                            key_changed(raw->detail, up, edges);
+                        else if (raw->detail >= 0 && raw->detail < 256)
+                            m_later.push_back({std::uint32_t(raw->detail), up});
+                    }
                     XFreeEventData(m_display, &event.xcookie);
                 }
             } else if (event.type == m_xkb_event
@@ -222,6 +234,7 @@ private:
     bool m_listening = false;
     std::bitset<256> m_keycode_down; // the last keymap, changed by the events since
     std::array<int, 256> m_vk_count{}; // keycodes down per virtual key
+    std::vector<KeyRecord> m_later;    // key events after the last keymap, by keycode
     int m_xkb_event = -1;
     int m_min_keycode = 8;
     int m_max_keycode = 7;

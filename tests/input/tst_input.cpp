@@ -323,6 +323,11 @@ private Q_SLOTS:
             row("tap, modifier up first") << windows << "Ctrl+K" << QList<int>{} << "v17 v75 ^17 ^75" << once;
             row("extra shift") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^75 ^16 ^17" << QList<bool>{};
             row("its own shift") << windows << "Ctrl+Shift+K" << QList<int>{} << "v17 v16 v75 ^75 ^16 ^17" << once;
+            // xdotool's order: a release that leaves Ctrl+K for a moment.
+            row("shift let go first") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^16 ^17 ^75"
+                                      << QList<bool>{};
+            row("shift let go, ctrl+k stays") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^16"
+                                              << QList<bool>{true};
             row("modifier held") << windows << "Ctrl+K" << QList<int>{17} << "v75 ^75" << once;
             row("other key") << windows << "Ctrl+K" << QList<int>{} << "v17 v76 ^76 ^17" << QList<bool>{};
             row("modifiers only") << windows << "Alt+" << QList<int>{} << "v18 ^18" << once;
