@@ -186,7 +186,9 @@ std::optional<KeyInjector::Clock::time_point> KeyInjector::next_start() const
     const auto gap = std::chrono::milliseconds(m_gap.load());
     if (!m_last_id)
         return Clock::time_point::min();
-    return (m_last_held ? m_last_press : m_last_release) + gap;
+    if (m_last_held)
+        return m_last_press + std::max<std::chrono::milliseconds>(gap, std::chrono::milliseconds(kLongHoldMs));
+    return m_last_release + gap;
 }
 
 void KeyInjector::send(const std::vector<KeyRecord> &records)

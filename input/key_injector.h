@@ -25,10 +25,11 @@ class KeyboardBackend;
 // nor released. A key that is already down when its job comes up is let go
 // first, so the target sees a fresh press.
 //
-// The gap separates one job's release from the next job's press; a job
-// still held when the gap after its press has passed lets the next ones run
-// meanwhile (its release comes at its time), so a long hold delays nobody.
-// A job whose key is held by such a job waits for its release.
+// The gap separates one job's release from the next job's press. A job
+// still held a second after its press (or the gap, if longer) lets the next
+// ones run meanwhile, its release coming at its time: a long hold delays
+// the others by a second at most. A job whose key is held by such a job
+// waits for its release.
 //
 // Nothing stays held: cancelling (an owner's jobs, or all of them when the
 // racks pause or the project closes) or shutting down cuts holds short and
@@ -56,6 +57,8 @@ public:
     };
 
     static constexpr int kDefaultQueueLimit = 1000;
+    // How long a hold keeps the next job waiting at most (or the gap).
+    static constexpr int kLongHoldMs = 1000;
 
     static KeyInjector &instance();
     static void shutdown();

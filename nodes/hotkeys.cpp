@@ -18,7 +18,7 @@
 // A key that is already held when its job comes up is let go first so that
 // the target sees a fresh press. The gap between jobs ("inputgapms")
 // separates one job's release from the next job's press, not the press
-// from the release; a long hold lets later presses (other nodes') run
+// from the release; a hold longer than a second lets later presses run
 // meanwhile. When the node goes away (removed, project closed) or every
 // rack pauses, its queued presses are dropped, a running one is released at
 // once, and the events still waiting for them are dropped. Disabling its
