@@ -64,7 +64,9 @@ public:
         const unsigned long keymap_request = NextRequest(m_display);
         char keys[32];
         XQueryKeymap(m_display, keys);
-        handle_events(edges, keymap_request);
+        // What came with the reply, without another look at the socket:
+        // anything still on its way is read with the next reply.
+        handle_events(edges, keymap_request, QueuedAlready);
         down.reset();
         m_keycode_down.reset();
         m_vk_count.fill(0);
@@ -145,10 +147,11 @@ private:
     // as virtual-key edges on top of the last keymap (a key whose other
     // side stays down changes nothing); key changes from after
     // `before_request` are kept in m_later (by keycode).
-    void handle_events(std::vector<KeyRecord> *edges = nullptr, unsigned long before_request = ~0ul)
+    void handle_events(std::vector<KeyRecord> *edges = nullptr, unsigned long before_request = ~0ul,
+                       int mode = QueuedAfterFlush)
     {
         bool remapped = false;
-        for (int count = XPending(m_display); count > 0; --count) {
+        for (int count = XEventsQueued(m_display, mode); count > 0; --count) {
             XEvent event;
             XNextEvent(m_display, &event);
             if (event.type == GenericEvent && event.xcookie.extension == m_xi_opcode) {
