@@ -297,7 +297,7 @@ void RackPanelViewModel::set_context(const PanelContext &context)
     beginResetModel();
     clear_tree();
     m_context = context;
-    m_rack = {};
+    m_rack = QUuid();
     m_icons.clear();
     endResetModel();
     Q_EMIT rack_changed(m_rack);
