@@ -14,7 +14,19 @@ void InjectionLedger::sending(std::uint32_t vk, bool up)
 {
     std::lock_guard lock(m_mutex);
     if (m_listening)
-        m_entries.push_back({vk, up, Clock::now()});
+        m_entries.push_back({vk, up, {}});
+}
+
+void InjectionLedger::sent()
+{
+    const Clock::time_point now = Clock::now();
+    std::lock_guard lock(m_mutex);
+    for (Entry &entry : m_entries) {
+        if (entry.sending) {
+            entry.sending = false;
+            entry.sent = now;
+        }
+    }
 }
 
 void InjectionLedger::start_poll()
@@ -27,7 +39,7 @@ void InjectionLedger::start_poll()
     // after it was sent; a second leaves room for systems that apply
     // injected input a moment late.
     for (Entry &entry : m_entries)
-        if (entry.sent < now)
+        if (!entry.sending && entry.sent < now)
             ++entry.polls_since;
     std::erase_if(m_entries, [](const Entry &entry) { return entry.polls_since > 2; });
 }

@@ -32,12 +32,14 @@ public:
 
     static InjectionLedger &instance();
 
-    // The injector, just before it sends a change of `vk` (`up`: let go).
-    // Records nothing while nobody listens.
+    // The injector, just before it sends a change of `vk` (`up`: let go),
+    // and once the changes it announced have been sent. Records nothing
+    // while nobody listens.
     void sending(std::uint32_t vk, bool up);
+    void sent();
 
     // The poller, as each poll starts: forgets entries that two polls
-    // started since their sending have not shown.
+    // started since they were sent have not shown.
     void start_poll();
     // The poller, for each change of a key it sees: true when the injector
     // sent it (the entry is used up).
@@ -52,7 +54,8 @@ private:
     struct Entry {
         std::uint32_t vk;
         bool up;
-        Clock::time_point sent;
+        Clock::time_point sent; // once sent
+        bool sending = true;
         int polls_since = 0;
     };
     mutable std::mutex m_mutex;

@@ -200,6 +200,7 @@ void KeyInjector::send(const std::vector<KeyRecord> &records)
         ledger.sending(record.vk, record.up);
     if (m_backend)
         m_backend->send(records.data(), records.size());
+    ledger.sent();
 }
 
 void KeyInjector::start_job(Queued queued, QMutexLocker<QMutex> &lock)

@@ -367,17 +367,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("injected");  // five presses of it
         QTest::addColumn<QString>("user");      // changes the user makes after each press
         QTest::addColumn<QList<bool>>("calls"); // besides a held edge for `held`
+        QTest::addColumn<int>("poll_ms");
         const QList<bool> none;
-        QTest::newRow("same combination") << "Ctrl+K" << QList<int>{} << "Ctrl+K" << "" << none;
-        QTest::newRow("modifier of it") << "Ctrl+" << QList<int>{} << "Ctrl+K" << "" << none;
-        QTest::newRow("other combination while held") << "Ctrl+K" << QList<int>{17, 75} << "Alt+J" << "" << none;
-        QTest::newRow("same key while its modifier is held") << "Ctrl+K" << QList<int>{17} << "Ctrl+K" << "" << none;
+        QTest::newRow("same combination") << "Ctrl+K" << QList<int>{} << "Ctrl+K" << "" << none << 1;
+        QTest::newRow("polling without pause") << "Ctrl+K" << QList<int>{} << "Ctrl+K" << "" << none << 0;
+        QTest::newRow("modifier of it") << "Ctrl+" << QList<int>{} << "Ctrl+K" << "" << none << 1;
+        QTest::newRow("other combination while held") << "Ctrl+K" << QList<int>{17, 75} << "Alt+J" << "" << none << 1;
+        QTest::newRow("same key while its modifier is held") << "Ctrl+K" << QList<int>{17} << "Ctrl+K" << "" << none << 1;
         QList<bool> five;
         for (int i = 0; i < 5; ++i)
             five << true << false;
-        QTest::newRow("user presses the same key right after") << "J" << QList<int>{} << "J" << "v74 ^74" << five;
+        QTest::newRow("user presses the same key right after") << "J" << QList<int>{} << "J" << "v74 ^74" << five << 1;
         QTest::newRow("user presses it with a modifier") << "Ctrl+J" << QList<int>{} << "J" << "v17 v74 ^74 ^17"
-                                                          << five;
+                                                          << five << 1;
     }
     void injections_never_echo()
     {
@@ -386,8 +388,10 @@ private Q_SLOTS:
         QFETCH(QString, injected);
         QFETCH(QString, user);
         QFETCH(QList<bool>, calls);
+        QFETCH(int, poll_ms);
         HotkeyPoller &poller = HotkeyPoller::instance();
         KeyInjector &injector = KeyInjector::instance();
+        poller.set_poll_interval(poll_ms);
         Calls seen;
         const std::uint64_t id = poller.add(parse(hotkey.toUtf8().constData()), seen.callback());
         for (int vk : held)
@@ -402,6 +406,7 @@ private Q_SLOTS:
             wait_polls(3);
         }
         poller.remove(id);
+        poller.set_poll_interval(1);
         QCOMPARE(seen.take(), calls);
         QCOMPARE(before, matches(parse(hotkey.toUtf8().constData()), g_keyboard->down()) ? QList<bool>{true}
                                                                                          : QList<bool>{});
