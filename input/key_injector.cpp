@@ -235,7 +235,7 @@ void KeyInjector::start_job(Queued queued, QMutexLocker<QMutex> &lock)
     m_last_held = true;
     m_holds.push_back({queued.id, queued.job.owner, injection,
                        pressed + std::chrono::milliseconds(std::max(0, queued.job.hold_ms)),
-                       std::move(queued.job.on_finish), abandoned});
+                       std::move(queued.job.on_finish), std::move(queued.job.on_drop), abandoned});
     m_starting = false;
     m_starting_owner = nullptr;
 }
@@ -251,8 +251,9 @@ void KeyInjector::release_hold(std::size_t index, QMutexLocker<QMutex> &lock)
     lock.unlock();
     send(hold.injection.release());
     const Clock::time_point released = Clock::now();
-    if (!hold.abandoned && hold.on_finish)
-        hold.on_finish();
+    const std::function<void()> &then = hold.abandoned ? hold.on_drop : hold.on_finish;
+    if (then)
+        then();
     lock.relock();
     m_starting = false;
     m_starting_owner = nullptr;

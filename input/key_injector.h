@@ -51,8 +51,9 @@ public:
         // the release was sent. Not run for a cancelled job.
         std::function<void()> on_start;
         std::function<void()> on_finish;
-        // Run on the thread that calls cancel_all() for a job it drops
-        // before on_finish; not run by cancel() of the owner.
+        // Run instead of on_finish for a job that is cancelled or dropped:
+        // on the thread that cancels for one still queued (cancel_all()
+        // only), on the injector thread for one already pressed.
         std::function<void()> on_drop;
     };
 
@@ -104,6 +105,7 @@ private:
         Injection injection;
         Clock::time_point until;
         std::function<void()> on_finish;
+        std::function<void()> on_drop;
         bool abandoned = false;
     };
 
