@@ -200,7 +200,7 @@ void HotkeyPoller::poll()
     if (m_added || m_deferred) {
         m_added = false;
         m_deferred = false;
-        update_listeners(true);
+        update_listeners();
     }
 }
 
@@ -226,7 +226,7 @@ void HotkeyPoller::change(std::uint32_t vk, bool down)
     }
 }
 
-void HotkeyPoller::update_listeners(bool call)
+void HotkeyPoller::update_listeners()
 {
     for (std::size_t i = 0; i < m_listeners.size(); ++i) {
         Listener &listener = m_listeners[i];
@@ -234,8 +234,7 @@ void HotkeyPoller::update_listeners(bool call)
         if (state == listener.last_state)
             continue;
         listener.last_state = state;
-        if (call)
-            m_callbacks[i](state != 0);
+        m_callbacks[i](state != 0);
     }
 }
 

@@ -67,8 +67,8 @@ private:
     void poll(); // under m_registry
     // One key changes: the listeners follow, silently when it was injected.
     void change(std::uint32_t vk, bool down);
-    // Every listener to the current state.
-    void update_listeners(bool call);
+    // Every listener to the current state, called for each change.
+    void update_listeners();
     void update_wanted();
 
     struct Listener {
