@@ -10,6 +10,7 @@
 #include "node_rig.h"
 #include "widgets/rack_panel_view_model.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 using model::Value;
@@ -203,7 +204,7 @@ private Q_SLOTS:
     // Without any display: the hotkey nodes stay idle with the rack panel's
     // mark (their decoration unchanged, other nodes unmarked), and an
     // Active Window node says once that it sees no windows and passes
-    // nothing. Each message comes once.
+    // nothing; one with a broken expression says so. Each message comes once.
     void without_global_input_or_display()
     {
         const QByteArray display = qgetenv("DISPLAY");
@@ -219,6 +220,10 @@ private Q_SLOTS:
         const QUuid trigger = rig.add_node(rack, "io.marrowfield.triggerhotkey", {{"!hotkey", text("Ctrl+K")}});
         const QUuid window = rig.add_node(rack, "io.marrowfield.activewindow", {{"!pattern", text(".")}});
         rig.add_probe(window, QStringLiteral("window"));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("^Active Window: invalid regular expression \"\\(\": .+")));
+        rig.add_probe(rig.add_node(rack, "io.marrowfield.activewindow", {{"!pattern", text("(")}}),
+                      QStringLiteral("window"));
         rig.open();
         Rig::turns(2);
         corv::widgets::RackPanelViewModel panel;
