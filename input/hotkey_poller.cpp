@@ -197,9 +197,8 @@ void HotkeyPoller::poll()
                     change(std::uint32_t(vk), down);
         }
     }
-    if (m_added || m_deferred) {
+    if (m_added || m_pending) {
         m_added = false;
-        m_deferred = false;
         update_listeners();
     }
 }
@@ -211,15 +210,20 @@ void HotkeyPoller::change(std::uint32_t vk, bool down)
     for (std::size_t i = 0; i < m_listeners.size(); ++i) {
         Listener &listener = m_listeners[i];
         const std::uint8_t state = matches(listener.hotkey, m_state) ? 1 : 0;
+        if (!state)
+            listener.pending = 0;
         if (state == listener.last_state)
             continue;
         // A combination that a key's release completes (Shift let go of
-        // Ctrl+Shift+K leaves Ctrl+K) counts only if it is still held when
-        // the poll ends: letting go of a chord in any order fires nothing.
+        // Ctrl+Shift+K leaves Ctrl+K) counts only once it has stayed held
+        // through the next poll: letting go of a chord fires nothing.
         if (state && !down && !injected) {
-            m_deferred = true;
+            if (!listener.pending)
+                listener.pending = 1;
+            m_pending = true;
             continue;
         }
+        listener.pending = 0;
         listener.last_state = state;
         if (!injected)
             m_callbacks[i](state != 0);
@@ -228,14 +232,22 @@ void HotkeyPoller::change(std::uint32_t vk, bool down)
 
 void HotkeyPoller::update_listeners()
 {
+    bool pending = false;
     for (std::size_t i = 0; i < m_listeners.size(); ++i) {
         Listener &listener = m_listeners[i];
         const std::uint8_t state = matches(listener.hotkey, m_state) ? 1 : 0;
+        if (listener.pending == 1 && state) {
+            listener.pending = 2; // held through this poll's end; the next one decides
+            pending = true;
+            continue;
+        }
+        listener.pending = 0;
         if (state == listener.last_state)
             continue;
         listener.last_state = state;
         m_callbacks[i](state != 0);
     }
+    m_pending = pending;
 }
 
 } // namespace corv::input

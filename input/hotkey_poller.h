@@ -23,8 +23,8 @@ class KeyboardBackend;
 // replayed one by one, so a press that came and went between two polls
 // gives the listeners whose combination it completed a held and a released
 // edge, as a long press does. A combination that only a release completes
-// (Ctrl+K, when Shift of Ctrl+Shift+K goes first) counts when it is still
-// held at the end of the poll. With no listeners the thread sleeps on a
+// (Ctrl+K, when Shift of Ctrl+Shift+K goes first) counts once it has stayed
+// held from one poll to the next. With no listeners the thread sleeps on a
 // wait condition. Changes that the key injector sent (InjectionLedger)
 // move listeners silently: the program never answers its own keys.
 //
@@ -67,7 +67,8 @@ private:
     void poll(); // under m_registry
     // One key changes: the listeners follow, silently when it was injected.
     void change(std::uint32_t vk, bool down);
-    // Every listener to the current state, called for each change.
+    // Every listener to the current state, called for each change; a
+    // pending held edge waits for the end of the next poll.
     void update_listeners();
     void update_wanted();
 
@@ -75,6 +76,9 @@ private:
         std::uint64_t id;
         Hotkey hotkey;
         std::uint8_t last_state = 0;
+        // A release completed the combination: 1 in this poll, 2 held
+        // through one poll's end (it fires at the next, if still held).
+        std::uint8_t pending = 0;
     };
 
     std::unique_ptr<QThread> m_thread;
@@ -94,7 +98,7 @@ private:
     bool m_backend_tried = false;
     KeySet m_wanted; // the keys the listeners look at (under m_registry)
     bool m_added = false; // a listener came since the last poll (under m_registry)
-    bool m_deferred = false; // a release completed a combination in this poll
+    bool m_pending = false; // a listener has a pending held edge
     bool m_collecting = false; // the backend collects changes for the next poll
     KeySet m_down;   // the last read
     KeySet m_state;  // the state the listeners have seen
