@@ -2,6 +2,11 @@
 
 #include "app/identity.h"
 #include "engine/config_manager.h"
+#include "engine/project_runtime.h"
+#include "input/key_injector.h"
+#include "input/platform.h"
+#include "nodes/hotkeys.h"
+#include "widgets/rack_panel_view_model.h"
 #include "locale/locale_list.h"
 #include "locale/translate.h"
 #include "nodes/builtin_nodes.h"
@@ -144,6 +149,14 @@ void set_builtin_node_registrar(BuiltinNodeRegistrar registrar)
 
 void install_builtin_nodes()
 {
+    // Pausing every rack and closing a project let go of every key.
+    engine::ProjectRuntime::set_halt_hook([] { input::KeyInjector::cancel_everything(); });
+    // Without global keyboard input the hotkey nodes carry a mark.
+    widgets::RackPanelViewModel::set_idle_note([](const QString &type_id) {
+        if (!nodes::needs_global_input(type_id.toUtf8().constData()) || input::global_input_available())
+            return QString();
+        return locale::translate("RackPanel.NoGlobalInput");
+    });
     set_builtin_node_registrar([](corv_registration *registration) {
         engine::Plugin *plugin = engine::builtin_plugin();
         nodes::register_builtin_nodes(plugin ? plugin->handle() : nullptr, registration);

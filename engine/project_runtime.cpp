@@ -17,8 +17,23 @@ ProjectRuntime::ProjectRuntime(model::Project &project, NodeRegistry &registry, 
 {
 }
 
+namespace {
+std::function<void()> &halt_hook()
+{
+    static std::function<void()> hook;
+    return hook;
+}
+} // namespace
+
+void ProjectRuntime::set_halt_hook(std::function<void()> hook)
+{
+    halt_hook() = std::move(hook);
+}
+
 ProjectRuntime::~ProjectRuntime()
 {
+    if (halt_hook())
+        halt_hook()();
     disconnect(m_project, nullptr, this, nullptr);
     // Racks first: their routers let go of every node manager.
     const QHash<QUuid, RackManager *> racks = std::exchange(m_racks, {});
@@ -141,6 +156,8 @@ RackManager *ProjectRuntime::make_rack_manager(const QUuid &id, model::Rack &rac
 
 void ProjectRuntime::set_paused(bool paused)
 {
+    if (paused && !m_paused && halt_hook())
+        halt_hook()();
     m_paused = paused;
     for (RackManager *rack : std::as_const(m_racks))
         rack->set_paused(paused);

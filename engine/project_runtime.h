@@ -69,6 +69,12 @@ public:
     void set_paused(bool paused);
     bool is_paused() const { return m_paused; }
 
+    // Run when every rack is paused and when a runtime goes away (before its
+    // nodes): stops what racks set going outside the program, such as keys
+    // the injector holds or has queued. One for the process; the built-in
+    // node set installs it. Disabling a single rack does not run it.
+    static void set_halt_hook(std::function<void()> hook);
+
 Q_SIGNALS:
     void rack_added(const QUuid &id);
     void rack_removed(const QUuid &id);

@@ -185,11 +185,11 @@ std::vector<KeyRecord> Injection::press(const KeySet &down)
 std::vector<KeyRecord> Injection::release() const
 {
     std::vector<KeyRecord> records;
+    for (const Modifier &modifier : kModifiers)
+        if (m_pressed & modifier.pressed_bit)
+            records.push_back({modifier.vk, true});
     if (m_pressed & kKeyPressed)
         records.push_back({m_hotkey.key, true});
-    for (auto it = std::rbegin(kModifiers); it != std::rend(kModifiers); ++it)
-        if (m_pressed & it->pressed_bit)
-            records.push_back({it->vk, true});
     return records;
 }
 
@@ -200,6 +200,28 @@ std::uint32_t Injection::pressed_modifiers() const
         if (m_pressed & modifier.pressed_bit)
             mask |= modifier.mask_bit;
     return mask;
+}
+
+void edges_from_recent_presses(const KeySet &before, const KeySet &now, const KeySet &pressed,
+                               std::vector<KeyRecord> &edges)
+{
+    const auto is_modifier = [](std::size_t vk) {
+        return vk == kVkShift || vk == kVkControl || vk == kVkAlt || vk == kVkLeftWin || vk == kVkRightWin;
+    };
+    const KeySet released = before & ~now;
+    const KeySet went_down = ~before & now;
+    const KeySet tapped = ~before & ~now & pressed;
+    for (std::size_t vk = 1; vk < 256; ++vk)
+        if (released[vk])
+            edges.push_back({std::uint32_t(vk), true});
+    for (bool modifiers : {true, false})
+        for (std::size_t vk = 1; vk < 256; ++vk)
+            if ((went_down[vk] || tapped[vk]) && is_modifier(vk) == modifiers)
+                edges.push_back({std::uint32_t(vk), false});
+    for (bool modifiers : {false, true})
+        for (std::size_t vk = 1; vk < 256; ++vk)
+            if (tapped[vk] && is_modifier(vk) == modifiers)
+                edges.push_back({std::uint32_t(vk), true});
 }
 
 std::string hotkey_text(const Hotkey &hotkey)

@@ -47,7 +47,7 @@ std::optional<Hotkey> parse_hotkey(std::string_view text, const ScanChar &scan_c
 // key state: each modifier of the mask that is not down yet (Shift, Ctrl,
 // Alt, Win), then the key (let go first when it is already down, so the
 // target sees a fresh press). release() plans key-ups for exactly what the
-// press put down: the key, then the modifiers in reverse order. A modifier
+// press put down: Shift, Ctrl, Alt, left Win, then the key. A modifier
 // the user holds is neither pressed nor released.
 class Injection
 {
@@ -59,6 +59,7 @@ public:
     std::vector<KeyRecord> press(const KeySet &down);
     std::vector<KeyRecord> release() const;
     std::uint32_t pressed() const { return m_pressed; }
+    const Hotkey &hotkey() const { return m_hotkey; }
     // The modifiers press() put down, as mask bits.
     std::uint32_t pressed_modifiers() const;
     // The keys to read before press().

@@ -89,6 +89,7 @@ std::uint64_t HotkeyPoller::add(const Hotkey &hotkey, Callback callback)
     const std::uint64_t id = m_next_id++;
     m_listeners.push_back({id, hotkey, 0});
     m_callbacks.push_back(std::move(callback));
+    m_added = true;
     update_wanted();
     if (m_listeners.size() == 1) {
         InjectionLedger::instance().set_listening(true);
@@ -141,6 +142,12 @@ void HotkeyPoller::run()
             m_backend = open_backend();
         }
         if (m_listeners.empty() || !m_backend) {
+            // Asleep the keyboard's changes are not collected: the next
+            // poll starts from the keyboard as it then is.
+            if (m_backend && m_collecting) {
+                m_backend->snapshot(m_down, m_wanted, nullptr);
+                m_collecting = false;
+            }
             if (m_stop.tryLock()) {
                 m_stop.unlock();
                 return;
@@ -165,20 +172,82 @@ void HotkeyPoller::run()
 
 void HotkeyPoller::poll()
 {
-    InjectionLedger &ledger = InjectionLedger::instance();
-    ledger.start_poll();
-    if (!m_backend->snapshot(m_down, m_wanted))
+    InjectionLedger::instance().start_poll();
+    m_edges.clear();
+    m_collecting = true;
+    if (!m_backend->snapshot(m_down, m_wanted, &m_edges))
         return;
     ++m_polls;
+    for (const KeyRecord &edge : m_edges)
+        if (key_in(m_wanted, edge.vk) && m_state[edge.vk] == edge.up)
+            change(edge.vk, !edge.up);
+    // What the changes did not show (a backend without them, a change that
+    // came between them and the read): keys let go first, then the keys
+    // pressed, modifiers before the others.
+    const KeySet differs = (m_state ^ m_down) & m_wanted;
+    if (differs.any()) {
+        const auto is_modifier = [](std::size_t vk) {
+            return vk == kVkShift || vk == kVkControl || vk == kVkAlt || vk == kVkLeftWin || vk == kVkRightWin;
+        };
+        for (int pass = 0; pass < 4; ++pass) {
+            const bool down = pass >= 2;
+            const bool modifiers = pass == 1 || pass == 2;
+            for (std::size_t vk = 0; vk < 256; ++vk)
+                if (differs[vk] && m_down[vk] == down && is_modifier(vk) == modifiers)
+                    change(std::uint32_t(vk), down);
+        }
+    }
+    if (m_added || m_pending) {
+        m_added = false;
+        update_listeners();
+    }
+}
+
+void HotkeyPoller::change(std::uint32_t vk, bool down)
+{
+    m_state[vk] = down;
+    const bool injected = InjectionLedger::instance().take(vk, !down);
     for (std::size_t i = 0; i < m_listeners.size(); ++i) {
         Listener &listener = m_listeners[i];
-        const std::uint8_t state = matches(listener.hotkey, m_down) ? 1 : 0;
+        const std::uint8_t state = matches(listener.hotkey, m_state) ? 1 : 0;
+        if (!state)
+            listener.pending = 0;
+        if (state == listener.last_state)
+            continue;
+        // A combination that a key's release completes (Shift let go of
+        // Ctrl+Shift+K leaves Ctrl+K) counts only once it has stayed held
+        // through the next poll: letting go of a chord fires nothing.
+        if (state && !down && !injected) {
+            if (!listener.pending)
+                listener.pending = 1;
+            m_pending = true;
+            continue;
+        }
+        listener.pending = 0;
+        listener.last_state = state;
+        if (!injected)
+            m_callbacks[i](state != 0);
+    }
+}
+
+void HotkeyPoller::update_listeners()
+{
+    bool pending = false;
+    for (std::size_t i = 0; i < m_listeners.size(); ++i) {
+        Listener &listener = m_listeners[i];
+        const std::uint8_t state = matches(listener.hotkey, m_state) ? 1 : 0;
+        if (listener.pending == 1 && state) {
+            listener.pending = 2; // held through this poll's end; the next one decides
+            pending = true;
+            continue;
+        }
+        listener.pending = 0;
         if (state == listener.last_state)
             continue;
         listener.last_state = state;
-        if (!ledger.caused_by_injection(listener.hotkey.key, listener.hotkey.mask))
-            m_callbacks[i](state != 0);
+        m_callbacks[i](state != 0);
     }
+    m_pending = pending;
 }
 
 } // namespace corv::input

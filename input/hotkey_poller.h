@@ -16,11 +16,17 @@ namespace corv::input {
 class KeyboardBackend;
 
 // Watches the keyboard for registered hotkeys on a thread of its own. Every
-// poll reads the whole keyboard once and tells each listener when its
+// poll reads the whole keyboard once, together with the key changes the
+// platform saw since the last poll, and tells each listener when its
 // hotkey becomes held (true) or stops being held (false): once per edge,
-// never for a steady state, matching modifiers exactly. With no listeners
-// the thread sleeps on a wait condition; presses that the key injector
-// sends never reach listeners they could fire.
+// never for a steady state, matching modifiers exactly. The changes are
+// replayed one by one, so a press that came and went between two polls
+// gives the listeners whose combination it completed a held and a released
+// edge, as a long press does. A combination that only a release completes
+// (Ctrl+K, when Shift of Ctrl+Shift+K goes first) counts once it has stayed
+// held from one poll to the next. With no listeners the thread sleeps on a
+// wait condition. Changes that the key injector sent (InjectionLedger)
+// move listeners silently: the program never answers its own keys.
 //
 // One per process, made on first use; stopped by shutdown() or when the
 // application object goes away.
@@ -59,12 +65,20 @@ private:
     HotkeyPoller();
     void run();
     void poll(); // under m_registry
+    // One key changes: the listeners follow, silently when it was injected.
+    void change(std::uint32_t vk, bool down);
+    // Every listener to the current state, called for each change; a
+    // pending held edge waits for the end of the next poll.
+    void update_listeners();
     void update_wanted();
 
     struct Listener {
         std::uint64_t id;
         Hotkey hotkey;
         std::uint8_t last_state = 0;
+        // A release completed the combination: 1 in this poll, 2 held
+        // through one poll's end (it fires at the next, if still held).
+        std::uint8_t pending = 0;
     };
 
     std::unique_ptr<QThread> m_thread;
@@ -83,7 +97,12 @@ private:
     std::unique_ptr<KeyboardBackend> m_backend;
     bool m_backend_tried = false;
     KeySet m_wanted; // the keys the listeners look at (under m_registry)
-    KeySet m_down;
+    bool m_added = false; // a listener came since the last poll (under m_registry)
+    bool m_pending = false; // a listener has a pending held edge
+    bool m_collecting = false; // the backend collects changes for the next poll
+    KeySet m_down;   // the last read
+    KeySet m_state;  // the state the listeners have seen
+    std::vector<KeyRecord> m_edges;
 };
 
 } // namespace corv::input

@@ -10,45 +10,49 @@ InjectionLedger &InjectionLedger::instance()
     return ledger;
 }
 
-std::uint64_t InjectionLedger::begin(std::uint32_t key, std::uint32_t modifiers)
+void InjectionLedger::sending(std::uint32_t vk, bool up)
 {
     std::lock_guard lock(m_mutex);
-    if (!m_listening)
-        return 0;
-    const std::uint64_t id = m_next_id++;
-    m_entries.push_back({id, key, modifiers});
-    return id;
+    if (m_listening)
+        m_entries.push_back({vk, up, {}});
 }
 
-void InjectionLedger::released(std::uint64_t id)
+void InjectionLedger::sent()
 {
-    if (!id)
-        return;
+    const Clock::time_point now = Clock::now();
     std::lock_guard lock(m_mutex);
-    for (Entry &entry : m_entries)
-        if (entry.id == id)
-            entry.released = true;
+    for (Entry &entry : m_entries) {
+        if (entry.sending) {
+            entry.sending = false;
+            entry.sent = now;
+        }
+    }
 }
 
 void InjectionLedger::start_poll()
 {
+    const Clock::time_point now = Clock::now();
     std::lock_guard lock(m_mutex);
     if (m_entries.empty())
         return;
-    // A release reaches the key state before the next read starts; one more
-    // poll leaves room for systems that apply injected input a moment late.
+    // A change reaches the key state before the first read that starts
+    // after it was sent; a second leaves room for systems that apply
+    // injected input a moment late.
     for (Entry &entry : m_entries)
-        if (entry.released)
-            ++entry.polls_after_release;
-    std::erase_if(m_entries, [](const Entry &entry) { return entry.polls_after_release > 2; });
+        if (!entry.sending && entry.sent < now)
+            ++entry.polls_since;
+    std::erase_if(m_entries, [](const Entry &entry) { return entry.polls_since > 2; });
 }
 
-bool InjectionLedger::caused_by_injection(std::uint32_t key, std::uint32_t mask) const
+bool InjectionLedger::take(std::uint32_t vk, bool up)
 {
     std::lock_guard lock(m_mutex);
-    return std::any_of(m_entries.begin(), m_entries.end(), [&](const Entry &entry) {
-        return key != 0 ? entry.key == key : (entry.modifiers & mask) != 0;
-    });
+    const auto it = std::find_if(m_entries.begin(), m_entries.end(),
+                                 [&](const Entry &entry) { return entry.vk == vk && entry.up == up; });
+    if (it == m_entries.end())
+        return false;
+    m_entries.erase(it);
+    return true;
 }
 
 void InjectionLedger::set_listening(bool listening)
@@ -57,6 +61,12 @@ void InjectionLedger::set_listening(bool listening)
     m_listening = listening;
     if (!listening)
         m_entries.clear();
+}
+
+int InjectionLedger::outstanding() const
+{
+    std::lock_guard lock(m_mutex);
+    return int(m_entries.size());
 }
 
 } // namespace corv::input

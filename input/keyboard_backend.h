@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace corv::input {
 
@@ -47,7 +48,17 @@ public:
     // query (X11) ignores it, one that asks key by key (Windows) asks only
     // for those. The generic modifier codes (16, 17, 18) are set when
     // either side is down. False when the keyboard cannot be read.
-    virtual bool snapshot(KeySet &down, const KeySet &wanted) = 0;
+    //
+    // With `edges`, the backend also appends the key changes it saw since
+    // the previous read with edges, in order, so that a press that came and
+    // went between two reads is not lost. Replayed over the previous read's
+    // state they lead towards `down`; `down` is what counts where they fall
+    // short. X11 lists every change (XInput2 raw key events); Windows only
+    // what the state cannot show (keys pressed since the last read,
+    // GetAsyncKeyState's low bit), rebuilt by edges_from_recent_presses.
+    // The first read with edges lists none; a read without them ends the
+    // collecting (until the next read with edges, which again lists none).
+    virtual bool snapshot(KeySet &down, const KeySet &wanted, std::vector<KeyRecord> *edges = nullptr) = 0;
 
     // Sends the records as one batch, in order, to the whole desktop; they
     // have reached the system's key state when this returns.
@@ -58,6 +69,15 @@ public:
     // (1 Shift, 2 Ctrl, 4 Alt); -1 when no key types it.
     virtual std::int32_t scan_char(char32_t ch) = 0;
 };
+
+// The edges of one read for a backend that reads key by key and learns only
+// which keys went down since its last read (`pressed`, for keys it read both
+// times): keys let go come first, then the keys that went down, modifiers
+// before the others, then the keys that went down and up again since, the
+// others before the modifiers. A key still down that went down again is a
+// repeat and adds nothing.
+void edges_from_recent_presses(const KeySet &before, const KeySet &now, const KeySet &pressed,
+                               std::vector<KeyRecord> &edges);
 
 // The platform's own backend, for the calling thread (X11 on Linux, Windows
 // on Windows): null with a reason when global keyboard input is not

@@ -20,6 +20,9 @@ std::atomic<bool> g_reported{false};
 std::unique_ptr<KeyboardBackend> g_mapper;
 bool g_mapper_tried = false;
 
+// global_input_available(): 0 not asked, 1 yes, 2 no.
+std::atomic<int> g_available{0};
+
 } // namespace
 
 std::unique_ptr<KeyboardBackend> open_backend()
@@ -42,8 +45,16 @@ std::unique_ptr<KeyboardBackend> open_backend()
     return std::move(opening.backend);
 }
 
+bool global_input_available()
+{
+    if (g_available.load() == 0)
+        g_available.store(open_backend() ? 1 : 2);
+    return g_available.load() == 1;
+}
+
 void set_backend_factory(BackendFactory factory)
 {
+    g_available.store(0);
     std::lock_guard lock(g_mutex);
     g_factory = std::move(factory);
     g_mapper.reset();

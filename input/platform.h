@@ -24,6 +24,11 @@ using BackendFactory = std::function<std::unique_ptr<KeyboardBackend>()>;
 // hotkey nodes stay idle.
 std::unique_ptr<KeyboardBackend> open_backend();
 
+// Whether hotkeys can work here: a backend opens (the platform's, or the
+// factory's). Asked once and remembered until the factory changes; a
+// missing backend is logged as by open_backend().
+bool global_input_available();
+
 // Replaces the platform's backend (tests: a FakeKeyboard's). Affects
 // backends opened afterwards; an empty factory restores the platform's.
 void set_backend_factory(BackendFactory factory);

@@ -10,11 +10,40 @@
 #endif
 #include <windows.h>
 
+#include <atomic>
 #include <vector>
 
 namespace corv::input {
 
 namespace {
+
+// GetAsyncKeyState's low bit, "pressed since the last call", belongs to
+// whoever calls next: every read of this process (the injector's too) adds
+// it here, and a read with edges takes it for the keys it reads.
+std::atomic<std::uint64_t> g_recent[4];
+
+void note_recent(std::size_t vk)
+{
+    g_recent[vk / 64].fetch_or(std::uint64_t(1) << (vk % 64), std::memory_order_relaxed);
+}
+
+KeySet take_recent(const KeySet &keys)
+{
+    KeySet taken;
+    for (std::size_t word = 0; word < 4; ++word) {
+        std::uint64_t mask = 0;
+        for (std::size_t bit = 0; bit < 64; ++bit)
+            if (keys[word * 64 + bit])
+                mask |= std::uint64_t(1) << bit;
+        if (!mask)
+            continue;
+        const std::uint64_t bits = g_recent[word].fetch_and(~mask, std::memory_order_relaxed) & mask;
+        for (std::size_t bit = 0; bit < 64; ++bit)
+            if (bits & (std::uint64_t(1) << bit))
+                taken.set(word * 64 + bit);
+    }
+    return taken;
+}
 
 // Keys that sit on the extended part of the keyboard; their scan codes need
 // the extended flag.
@@ -37,12 +66,40 @@ bool is_extended(std::uint32_t vk)
 class WindowsBackend final : public KeyboardBackend
 {
 public:
-    bool snapshot(KeySet &down, const KeySet &wanted) override
+    bool snapshot(KeySet &down, const KeySet &wanted, std::vector<KeyRecord> *edges) override
     {
         down.reset();
-        for (std::size_t vk = 1; vk < 256; ++vk)
-            if (wanted[vk] && (GetAsyncKeyState(int(vk)) & 0x8000))
+        for (std::size_t vk = 1; vk < 256; ++vk) {
+            if (!wanted[vk])
+                continue;
+            const SHORT state = GetAsyncKeyState(int(vk));
+            if (state & 0x8000)
                 down.set(vk);
+            if (state & 1)
+                note_recent(vk);
+        }
+        // A modifier's press may be noted on its left or right key only
+        // (Wine does so): those count for the generic code.
+        static constexpr int kSides[][3] = {{VK_SHIFT, VK_LSHIFT, VK_RSHIFT},
+                                            {VK_CONTROL, VK_LCONTROL, VK_RCONTROL},
+                                            {VK_MENU, VK_LMENU, VK_RMENU}};
+        for (const auto &sides : kSides)
+            if (wanted[std::size_t(sides[0])])
+                for (int side : {sides[1], sides[2]})
+                    if (GetAsyncKeyState(side) & 1)
+                        note_recent(std::size_t(sides[0]));
+        if (!edges) {
+            m_primed = false;
+            return true;
+        }
+        // A key read for the first time may carry a press from long ago.
+        const KeySet both = wanted & m_wanted;
+        const KeySet pressed = take_recent(wanted) & both;
+        if (m_primed)
+            edges_from_recent_presses(m_before & both, down & both, pressed, *edges);
+        m_primed = true;
+        m_before = down;
+        m_wanted = wanted;
         return true;
     }
 
@@ -74,6 +131,12 @@ public:
             return -1;
         return std::int32_t(scan & 0x07ff);
     }
+
+private:
+    // The previous read with edges.
+    bool m_primed = false;
+    KeySet m_before;
+    KeySet m_wanted;
 };
 
 } // namespace

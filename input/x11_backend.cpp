@@ -4,9 +4,12 @@
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
+#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 
 #include <array>
+#include <utility>
+#include <bitset>
 #include <cstdlib>
 #include <mutex>
 #include <vector>
@@ -30,7 +33,8 @@ bool is_keypad_keysym(KeySym keysym)
 class X11Backend final : public KeyboardBackend
 {
 public:
-    X11Backend(Display *display, bool xtest) : m_display(display), m_xtest(xtest)
+    X11Backend(Display *display, bool xtest, int xi_opcode)
+        : m_display(display), m_xtest(xtest), m_xi_opcode(xi_opcode)
     {
         // Layout changes: an XKB-aware client (as Xlib makes every client)
         // hears of them only through XKB's events.
@@ -45,23 +49,41 @@ public:
     }
     ~X11Backend() override { XCloseDisplay(m_display); }
 
-    bool snapshot(KeySet &down, const KeySet &) override
+    bool snapshot(KeySet &down, const KeySet &, std::vector<KeyRecord> *edges) override
     {
+        if (edges && !m_listening)
+            listen_for_edges(true);
+        else if (!edges && m_listening)
+            listen_for_edges(false);
+        // The key events that came after the last keymap was read, then
+        // those before this one; the ones after it wait for the next read.
+        // An event carries the number of the last request of ours the
+        // server had handled, which puts it before or after the keymap.
+        for (const KeyRecord &later : std::exchange(m_later, {}))
+            key_changed(int(later.vk), later.up, edges);
+        const unsigned long keymap_request = NextRequest(m_display);
         char keys[32];
         XQueryKeymap(m_display, keys);
-        // Word of a changed keyboard mapping (another layout) arrives with
-        // the replies.
-        if (XQLength(m_display) > 0)
-            handle_events();
+        // What came with the reply, without another look at the socket:
+        // anything still on its way is read with the next reply.
+        handle_events(edges, keymap_request, QueuedAlready);
         down.reset();
+        m_keycode_down.reset();
+        m_vk_count.fill(0);
         for (int byte = 0; byte < 32; ++byte) {
             const auto bits = static_cast<unsigned char>(keys[byte]);
             if (!bits)
                 continue;
-            for (int bit = 0; bit < 8; ++bit)
-                if (bits & (1u << bit))
-                    if (const std::uint8_t vk = m_vk_of_keycode[std::size_t(byte * 8 + bit)])
-                        down.set(vk);
+            for (int bit = 0; bit < 8; ++bit) {
+                if (!(bits & (1u << bit)))
+                    continue;
+                const std::size_t keycode = std::size_t(byte * 8 + bit);
+                m_keycode_down.set(keycode);
+                if (const std::uint8_t vk = m_vk_of_keycode[keycode]) {
+                    down.set(vk);
+                    ++m_vk_count[vk];
+                }
+            }
         }
         return true;
     }
@@ -97,18 +119,74 @@ public:
     }
 
 private:
-    void handle_events()
+    // Raw key events from every keyboard, on the root window: they reach
+    // this connection whatever other clients grab (XInput 2.1 and later).
+    // Ending it drops the events on their way: the next read with edges
+    // starts from its keymap.
+    void listen_for_edges(bool listen)
+    {
+        m_listening = listen;
+        if (m_xi_opcode < 0)
+            return;
+        unsigned char bits[XIMaskLen(XI_LASTEVENT)] = {};
+        if (listen) {
+            XISetMask(bits, XI_RawKeyPress);
+            XISetMask(bits, XI_RawKeyRelease);
+        }
+        XIEventMask mask{XIAllMasterDevices, int(sizeof bits), bits};
+        XISelectEvents(m_display, DefaultRootWindow(m_display), &mask, 1);
+        if (!listen) {
+            XSync(m_display, False);
+            handle_events();
+            m_later.clear();
+        }
+        XFlush(m_display);
+    }
+
+    // Reads the events that have arrived: layout changes, and key changes
+    // as virtual-key edges on top of the last keymap (a key whose other
+    // side stays down changes nothing); key changes from after
+    // `before_request` are kept in m_later (by keycode).
+    void handle_events(std::vector<KeyRecord> *edges = nullptr, unsigned long before_request = ~0ul,
+                       int mode = QueuedAfterFlush)
     {
         bool remapped = false;
-        while (XPending(m_display) > 0) {
+        for (int count = XEventsQueued(m_display, mode); count > 0; --count) {
             XEvent event;
             XNextEvent(m_display, &event);
-            if (event.type == m_xkb_event
-                || (event.type == MappingNotify && event.xmapping.request != MappingPointer))
+            if (event.type == GenericEvent && event.xcookie.extension == m_xi_opcode) {
+                if (XGetEventData(m_display, &event.xcookie)) {
+                    const auto *raw = static_cast<const XIRawEvent *>(event.xcookie.data);
+                    const bool up = event.xcookie.evtype == XI_RawKeyRelease;
+                    if (event.xcookie.evtype == XI_RawKeyPress || up) {
+                        if (event.xcookie.serial < before_request)
+                            key_changed(raw->detail, up, edges);
+                        else if (raw->detail >= 0 && raw->detail < 256)
+                            m_later.push_back({std::uint32_t(raw->detail), up});
+                    }
+                    XFreeEventData(m_display, &event.xcookie);
+                }
+            } else if (event.type == m_xkb_event
+                       || (event.type == MappingNotify && event.xmapping.request != MappingPointer)) {
                 remapped = true;
+            }
         }
         if (remapped)
             read_mapping();
+    }
+
+    void key_changed(int keycode, bool up, std::vector<KeyRecord> *edges)
+    {
+        if (keycode < 0 || keycode > 255 || m_keycode_down[std::size_t(keycode)] == !up)
+            return;
+        m_keycode_down[std::size_t(keycode)] = !up;
+        const std::uint8_t vk = m_vk_of_keycode[std::size_t(keycode)];
+        if (!vk)
+            return;
+        int &count = m_vk_count[vk];
+        count += up ? -1 : 1;
+        if (edges && count == (up ? 0 : 1))
+            edges->push_back({vk, up});
     }
 
     KeySym sym(int keycode, int level) const
@@ -155,6 +233,11 @@ private:
 
     Display *m_display;
     bool m_xtest;
+    int m_xi_opcode; // -1: no XInput 2.1, no edges
+    bool m_listening = false;
+    std::bitset<256> m_keycode_down; // the last keymap, changed by the events since
+    std::array<int, 256> m_vk_count{}; // keycodes down per virtual key
+    std::vector<KeyRecord> m_later;    // key events after the last keymap, by keycode
     int m_xkb_event = -1;
     int m_min_keycode = 8;
     int m_max_keycode = 7;
@@ -186,13 +269,24 @@ NativeOpening open_native_backend()
     }
     int event_base = 0, error_base = 0, major = 0, minor = 0;
     const bool xtest = XTestQueryExtension(display, &event_base, &error_base, &major, &minor);
+    int xi_opcode = -1;
+    if (XQueryExtension(display, "XInputExtension", &xi_opcode, &event_base, &error_base)) {
+        int xi_major = 2, xi_minor = 2;
+        if (XIQueryVersion(display, &xi_major, &xi_minor) != Success || xi_major < 2
+            || (xi_major == 2 && xi_minor < 1))
+            xi_opcode = -1;
+    } else {
+        xi_opcode = -1;
+    }
     const char *wayland = std::getenv("WAYLAND_DISPLAY");
     if (!xtest)
         opening.problem = "the X server lacks the XTEST extension, so keys cannot be sent";
     else if (wayland && *wayland)
         opening.problem = "this Wayland session's X11 server (XWayland) shows hotkeys only while an X11 window "
                           "has the keyboard focus, and sends keys to X11 windows only";
-    opening.backend = std::make_unique<X11Backend>(display, xtest);
+    else if (xi_opcode < 0)
+        opening.problem = "the X server lacks XInput 2.1, so presses shorter than one poll can be missed";
+    opening.backend = std::make_unique<X11Backend>(display, xtest, xi_opcode);
     return opening;
 }
 

@@ -18,9 +18,11 @@
 // A key that is already held when its job comes up is let go first so that
 // the target sees a fresh press. The gap between jobs ("inputgapms")
 // separates one job's release from the next job's press, not the press
-// from the release. When the node goes away (removed, project closed) its
-// queued presses are dropped, a running one is released at once, and the
-// events still waiting for them are dropped.
+// from the release; a hold longer than a second lets later presses run
+// meanwhile. When the node goes away (removed, project closed) or every
+// rack pauses, its queued presses are dropped, a running one is released at
+// once, and the events still waiting for them are dropped. Disabling its
+// rack only stops the routing: presses already queued go on.
 //
 // Key names: the hotkey field's text ("Ctrl+Alt+Meta+Shift+K"); Meta is
 // the Win key (Super on X11); "Num+" marks keypad keys; function keys,
@@ -133,24 +135,27 @@ struct TriggerHotkey : NodeState {
             corv_event_destroy(event);
     }
 
+    // The event waiting for the job of `ticket`, taken out; null if none.
+    corv_event *take_event(std::uint64_t ticket)
+    {
+        QMutexLocker lock(&mutex);
+        for (auto it = waiting.begin(); it != waiting.end(); ++it) {
+            if (it->first == ticket) {
+                corv_event *event = it->second;
+                waiting.erase(it);
+                return event;
+            }
+        }
+        return nullptr;
+    }
+
     // Runs on the injector thread when the job of `ticket` starts or ends.
     void release_event(std::uint64_t ticket)
     {
-        corv_event *event = nullptr;
-        {
-            QMutexLocker lock(&mutex);
-            for (auto it = waiting.begin(); it != waiting.end(); ++it) {
-                if (it->first == ticket) {
-                    event = it->second;
-                    waiting.erase(it);
-                    break;
-                }
-            }
+        if (corv_event *event = take_event(ticket)) {
+            corv_event_post(parent, event);
+            corv_event_destroy(event);
         }
-        if (!event)
-            return;
-        corv_event_post(parent, event);
-        corv_event_destroy(event);
     }
 
     QByteArray text;
@@ -235,15 +240,26 @@ void trigger_hotkey_on_event(void *data, corv_event *event)
     const std::uint64_t ticket = node->next_ticket++;
     auto pass = [node, ticket] { node->release_event(ticket); };
     (node->mode == kWaitStart ? job.on_start : job.on_finish) = pass;
+    // Pausing every rack drops the press and the event with it.
+    job.on_drop = [node, ticket] {
+        if (corv_event *dropped = node->take_event(ticket))
+            corv_event_destroy(dropped);
+    };
     {
         QMutexLocker lock(&node->mutex);
         node->waiting.emplace_back(ticket, event);
     }
     if (!KeyInjector::instance().queue(std::move(job)))
-        node->release_event(ticket); // shutting down: nothing will be pressed
+        node->release_event(ticket); // shutting down or too many waiting: nothing will be pressed
 }
 
 } // namespace
+
+bool needs_global_input(const char *type_id)
+{
+    const std::string_view id(type_id ? type_id : "");
+    return id == "io.marrowfield.onhotkey" || id == "io.marrowfield.triggerhotkey";
+}
 
 const corv_node_type on_hotkey_node = {nullptr,
                                        nullptr,

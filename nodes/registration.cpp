@@ -96,6 +96,8 @@ constexpr BuiltinNodeRow kTable[] = {
 constexpr BuiltinNodeRow kLater[] = {
     {"io.marrowfield.onschedule", "OnScheduleNode.Name", kSources,
      ":/corv/icons/nodes/schedule.png", decoration<41>, &on_schedule_node},
+    {"io.marrowfield.activewindow", "ActiveWindowNode.Name", kFilters,
+     ":/corv/icons/nodes/active_window.png", decoration<42>, &active_window_node},
 };
 
 void register_row(corv_plugin *plugin, corv_registration *registration, const BuiltinNodeRow &row)

@@ -50,7 +50,9 @@ public:
 
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
     {
-        const QString marks = glyphs(index.data(RackPanelViewModel::DecorationMaskRole).toUInt());
+        QString marks = glyphs(index.data(RackPanelViewModel::DecorationMaskRole).toUInt());
+        if (!index.data(RackPanelViewModel::IdleRole).toString().isEmpty())
+            marks.prepend(QChar(0x2298)); // stays idle on this desktop
         if (marks.isEmpty()) {
             QStyledItemDelegate::paint(painter, option, index);
             return;

@@ -485,6 +485,24 @@ QIcon RackPanelViewModel::icon_of(const engine::NodeDefinition *definition) cons
     return it.value();
 }
 
+namespace {
+RackPanelViewModel::IdleNote &idle_note()
+{
+    static RackPanelViewModel::IdleNote note;
+    return note;
+}
+
+QString idle_note_for(const engine::NodeDefinition *definition)
+{
+    return definition && idle_note() ? idle_note()(definition->id) : QString();
+}
+} // namespace
+
+void RackPanelViewModel::set_idle_note(IdleNote note)
+{
+    idle_note() = std::move(note);
+}
+
 QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
 {
     const RackPanelNodeViewModel *vm = index.isValid() ? node_view_model(index) : nullptr;
@@ -514,6 +532,8 @@ QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
         }
         if (!vm->runs())
             lines << locale::translate("RackPanel.ChildrenNeverRun");
+        if (const QString idle = idle_note_for(d); !idle.isEmpty())
+            lines << idle;
         return lines.join(u'\n');
     }
     case Qt::ForegroundRole:
@@ -545,6 +565,8 @@ QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
         return vm->is_loaded();
     case RunsRole:
         return vm->runs();
+    case IdleRole:
+        return idle_note_for(vm->definition());
     default:
         return {};
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "widgets/racks_panel_view_model.h"
 
 #include <QAbstractItemModel>
@@ -100,7 +102,15 @@ public:
         FlashRole,          // bool: the row is flashing
         LoadedRole,         // bool: the node's type is loaded
         RunsRole,           // bool: the parent runs this node
+        IdleRole,           // QString: why the node stays idle on this desktop; empty when it works
     };
+
+    // Says for a node type why its nodes stay idle on this desktop (hotkey
+    // nodes without global keyboard input), or nothing. The rack panel
+    // draws a mark on such rows; their decoration stays as it is. One for
+    // the process; the application installs it.
+    using IdleNote = std::function<QString(const QString &type_id)>;
+    static void set_idle_note(IdleNote note);
     // How long a row stays lit after its last event, in timer ticks.
     static constexpr int kFlashTickMs = 40;
     static constexpr quint32 kFlashTicks = 4;

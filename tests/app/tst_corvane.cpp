@@ -181,6 +181,10 @@ private slots:
         // run goes on without one it can't read.
         QTest::newRow("headless, demo project") << QStringList{"--headless", "@demo"} << int(SIGTERM)
                                                 << "xcb" << "Opened project ";
+        // Hotkey nodes without any display: said once, and the run goes on.
+        QTest::newRow("headless, hotkey project, no display")
+            << QStringList{"--headless", "@hotkeys"} << int(SIGTERM) << "xcb"
+            << "Global keyboard input is not available: no X11 display (DISPLAY is not set); hotkey nodes stay idle";
         QTest::newRow("window, damaged project")
             << QStringList{"@damaged"} << int(SIGTERM) << "offscreen"
             << "WARNING Couldn't Open Project: The file is not a Corvane project, or it is damaged.";
@@ -200,6 +204,17 @@ private slots:
                 QFile damaged(argument);
                 QVERIFY(damaged.open(QIODevice::WriteOnly));
                 damaged.write("<project version=\"1\"><rack id=\"not-an-id\"/></project>");
+            } else if (argument == QLatin1String("@hotkeys")) {
+                argument = m_home->filePath(QStringLiteral("hotkeys.corv"));
+                QFile project(argument);
+                QVERIFY(project.open(QIODevice::WriteOnly));
+                project.write(R"(<project version="1">
+ <rack id="5b0e3f7c-2a49-4c53-9a0e-6f1d2c3b4a51" name="Keys"><node>6c1f4a8d-3b5a-4d64-8b1f-7a2e3d4c5b62</node></rack>
+ <node id="6c1f4a8d-3b5a-4d64-8b1f-7a2e3d4c5b62" component="io.marrowfield.onhotkey">
+  <prop key="!hotkey" type="string">Ctrl+K</prop><node>7d2a5b9e-4c6b-4e75-9c2a-8b3f4e5d6c73</node></node>
+ <node id="7d2a5b9e-4c6b-4e75-9c2a-8b3f4e5d6c73" component="io.marrowfield.triggerhotkey">
+  <prop key="!hotkey" type="string">Alt+J</prop></node>
+</project>)");
             }
         }
         QProcess process;

@@ -3,6 +3,7 @@
 
 #include "input/fake_backend.h"
 #include "input/hotkey_poller.h"
+#include "input/injection_ledger.h"
 #include "input/key_injector.h"
 #include "input/key_table.h"
 #include "input/platform.h"
@@ -51,6 +52,15 @@ Hotkey parse(const char *text)
     return hotkey_from_text(text).value_or(Hotkey{0xffff, 0xffff});
 }
 
+// "v17 v75 ^75 ^17": 17 down, 75 down, 75 up, 17 up.
+std::vector<KeyRecord> records_of(const QString &text)
+{
+    std::vector<KeyRecord> records;
+    for (const QString &part : text.split(u' ', Qt::SkipEmptyParts))
+        records.push_back({part.mid(1).toUInt(), part.startsWith(u'^')});
+    return records;
+}
+
 QString records_text(const std::vector<KeyRecord> &records)
 {
     QStringList parts;
@@ -77,6 +87,7 @@ private Q_SLOTS:
 
     void init()
     {
+        g_keyboard->set_windows_edges(false);
         g_keyboard->release_all();
         g_keyboard->clear_sent();
     }
@@ -206,16 +217,18 @@ private Q_SLOTS:
     }
 
     // Each job presses only what is not down, releases only what it
-    // pressed, in the order press: modifiers then key; release: key then
-    // modifiers. A key already held is let go first.
+    // pressed, in the order press: modifiers then key; release: Shift,
+    // Ctrl, Alt, left Win, then the key. A key already held is let go first.
     void injector_presses_data()
     {
         QTest::addColumn<QString>("hotkey");
         QTest::addColumn<QList<int>>("held");
         QTest::addColumn<QString>("records");
         QTest::newRow("ctrl held: only C") << "Ctrl+C" << QList<int>{17} << "v67 ^67";
-        QTest::newRow("nothing held") << "Ctrl+Shift+K" << QList<int>{} << "v16 v17 v75 ^75 ^17 ^16";
-        QTest::newRow("win") << "Meta+E" << QList<int>{} << "v91 v69 ^69 ^91";
+        QTest::newRow("nothing held") << "Ctrl+Shift+K" << QList<int>{} << "v16 v17 v75 ^16 ^17 ^75";
+        QTest::newRow("all four") << "Ctrl+Alt+Meta+Shift+A" << QList<int>{}
+                                  << "v16 v17 v18 v91 v65 ^16 ^17 ^18 ^91 ^65";
+        QTest::newRow("win") << "Meta+E" << QList<int>{} << "v91 v69 ^91 ^69";
         QTest::newRow("right win held") << "Meta+E" << QList<int>{92} << "v69 ^69";
         QTest::newRow("alt only") << "Alt+" << QList<int>{} << "v18 ^18";
         QTest::newRow("key held: fresh press") << "F5" << QList<int>{0x74} << "^116 v116 ^116";
@@ -229,7 +242,7 @@ private Q_SLOTS:
         for (int vk : held)
             g_keyboard->press(std::uint32_t(vk));
         KeyInjector &injector = KeyInjector::instance();
-        injector.queue({nullptr, parse(hotkey.toUtf8().constData()), 0, {}, {}});
+        injector.queue({nullptr, parse(hotkey.toUtf8().constData()), 0, {}, {}, {}});
         QVERIFY(injector.wait_idle(5000));
         QCOMPARE(records_text(g_keyboard->sent()), records);
         KeySet expected;
@@ -255,8 +268,8 @@ private Q_SLOTS:
                 marks.append({QString::fromLatin1(what), clock.elapsed()});
             };
         };
-        injector.queue({this, parse("A"), 60, mark("start1"), mark("finish1")});
-        injector.queue({this, parse("B"), 0, mark("start2"), mark("finish2")});
+        injector.queue({this, parse("A"), 60, mark("start1"), mark("finish1"), {}});
+        injector.queue({this, parse("B"), 0, mark("start2"), mark("finish2"), {}});
         QVERIFY(injector.wait_idle(5000));
         injector.set_gap(0);
         QCOMPARE(marks.size(), 4);
@@ -276,9 +289,9 @@ private Q_SLOTS:
         int other = 0;
         std::atomic<int> started{0};
         std::atomic<int> finished{0};
-        injector.queue({&owner, parse("Ctrl+Alt+K"), 60000, [&] { ++started; }, [&] { ++finished; }});
-        injector.queue({&owner, parse("L"), 0, [&] { ++started; }, {}});
-        injector.queue({&other, parse("M"), 0, {}, {}});
+        injector.queue({&owner, parse("Ctrl+Alt+K"), 60000, [&] { ++started; }, [&] { ++finished; }, {}});
+        injector.queue({&owner, parse("K"), 0, [&] { ++started; }, {}, {}}); // waits for the held K
+        injector.queue({&other, parse("M"), 0, {}, {}, {}});
         QTRY_COMPARE(started.load(), 1);
         QElapsedTimer clock;
         clock.start();
@@ -287,45 +300,151 @@ private Q_SLOTS:
         QCOMPARE(finished.load(), 0);
         QVERIFY(injector.wait_idle(5000));
         QCOMPARE(started.load(), 1);
-        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v17 v18 v75 ^75 ^18 ^17 v77 ^77"));
+        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v17 v18 v75 ^17 ^18 ^75 v77 ^77"));
         QVERIFY(g_keyboard->down().none());
     }
 
-    // A combination the injector sends does not fire a listener for it,
-    // neither from a free keyboard nor while the user holds it; the user's
-    // own next press does.
-    void injection_does_not_fire_listeners()
+    // Presses that come and go between two polls, as X11 reports them
+    // (every change) and as Windows does (the keys pressed since the last
+    // read): each listener whose exact combination was down sees one held
+    // and one released edge. Windows cannot tell two taps of one key apart.
+    void taps_between_polls_data()
     {
+        QTest::addColumn<bool>("windows");
+        QTest::addColumn<QString>("hotkey");
+        QTest::addColumn<QList<int>>("held");
+        QTest::addColumn<QString>("changes");
+        QTest::addColumn<QList<bool>>("calls");
+        const QList<bool> once{true, false};
+        for (bool windows : {false, true}) {
+            const char *style = windows ? "windows: " : "x11: ";
+            auto row = [&](const char *name) -> QTestData & { return QTest::newRow((QByteArray(style) + name).constData()); };
+            row("tap") << windows << "Ctrl+K" << QList<int>{} << "v17 v75 ^75 ^17" << once;
+            row("tap, modifier up first") << windows << "Ctrl+K" << QList<int>{} << "v17 v75 ^17 ^75" << once;
+            row("extra shift") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^75 ^16 ^17" << QList<bool>{};
+            row("its own shift") << windows << "Ctrl+Shift+K" << QList<int>{} << "v17 v16 v75 ^75 ^16 ^17" << once;
+            // xdotool's order: a release that leaves Ctrl+K for a moment.
+            row("shift let go first") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^16 ^17 ^75"
+                                      << QList<bool>{};
+            row("shift let go, ctrl+k stays") << windows << "Ctrl+K" << QList<int>{} << "v17 v16 v75 ^16"
+                                              << QList<bool>{true};
+            row("modifier held") << windows << "Ctrl+K" << QList<int>{17} << "v75 ^75" << once;
+            row("other key") << windows << "Ctrl+K" << QList<int>{} << "v17 v76 ^76 ^17" << QList<bool>{};
+            row("modifiers only") << windows << "Alt+" << QList<int>{} << "v18 ^18" << once;
+            row("pressed, not let go") << windows << "K" << QList<int>{} << "v75" << QList<bool>{true};
+        }
+        QTest::newRow("x11: two taps") << false << "K" << QList<int>{} << "v75 ^75 v75 ^75"
+                                       << QList<bool>{true, false, true, false};
+        QTest::newRow("windows: two taps look like one") << true << "K" << QList<int>{} << "v75 ^75 v75 ^75" << once;
+    }
+    void taps_between_polls()
+    {
+        QFETCH(bool, windows);
+        QFETCH(QString, hotkey);
+        QFETCH(QList<int>, held);
+        QFETCH(QString, changes);
+        QFETCH(QList<bool>, calls);
+        g_keyboard->set_windows_edges(windows);
+        for (int vk : held)
+            g_keyboard->press(std::uint32_t(vk));
+        HotkeyPoller &poller = HotkeyPoller::instance();
+        Calls seen;
+        const std::uint64_t id = poller.add(parse(hotkey.toUtf8().constData()), seen.callback());
+        wait_polls(3);
+        g_keyboard->apply(records_of(changes));
+        wait_polls(3);
+        poller.remove(id);
+        QCOMPARE(seen.take(), calls);
+    }
+
+    // The keys the program sends never fire its own listeners, modifiers
+    // included, while the user's own presses of the same keys do, even
+    // right after the program's.
+    void injections_never_echo_data()
+    {
+        QTest::addColumn<QString>("hotkey");    // the listener
+        QTest::addColumn<QList<int>>("held");   // by the user throughout
+        QTest::addColumn<QString>("injected");  // five presses of it
+        QTest::addColumn<QString>("user");      // changes the user makes after each press
+        QTest::addColumn<QList<bool>>("calls"); // besides a held edge for `held`
+        QTest::addColumn<int>("poll_ms");
+        const QList<bool> none;
+        QTest::newRow("same combination") << "Ctrl+K" << QList<int>{} << "Ctrl+K" << "" << none << 1;
+        QTest::newRow("polling without pause") << "Ctrl+K" << QList<int>{} << "Ctrl+K" << "" << none << 0;
+        QTest::newRow("modifier of it") << "Ctrl+" << QList<int>{} << "Ctrl+K" << "" << none << 1;
+        QTest::newRow("other combination while held") << "Ctrl+K" << QList<int>{17, 75} << "Alt+J" << "" << none << 1;
+        QTest::newRow("same key while its modifier is held") << "Ctrl+K" << QList<int>{17} << "Ctrl+K" << "" << none << 1;
+        QList<bool> five;
+        for (int i = 0; i < 5; ++i)
+            five << true << false;
+        QTest::newRow("user presses the same key right after") << "J" << QList<int>{} << "J" << "v74 ^74" << five << 1;
+        QTest::newRow("user presses it with a modifier") << "Ctrl+J" << QList<int>{} << "J" << "v17 v74 ^74 ^17"
+                                                          << five << 1;
+    }
+    void injections_never_echo()
+    {
+        QFETCH(QString, hotkey);
+        QFETCH(QList<int>, held);
+        QFETCH(QString, injected);
+        QFETCH(QString, user);
+        QFETCH(QList<bool>, calls);
+        QFETCH(int, poll_ms);
         HotkeyPoller &poller = HotkeyPoller::instance();
         KeyInjector &injector = KeyInjector::instance();
-        Calls calls;
-        Calls modifiers;
-        const std::uint64_t id = poller.add(parse("Ctrl+K"), calls.callback());
-        const std::uint64_t id2 = poller.add(parse("Ctrl+"), modifiers.callback());
-        wait_polls(2);
-        injector.queue({nullptr, parse("Ctrl+K"), 30, {}, {}});
-        QVERIFY(injector.wait_idle(5000));
-        wait_polls(5);
-        QCOMPARE(calls.take(), QList<bool>());
-        QCOMPARE(modifiers.take(), QList<bool>());
-
-        g_keyboard->press(kVkControl);
-        g_keyboard->press('K');
+        poller.set_poll_interval(poll_ms);
+        Calls seen;
+        const std::uint64_t id = poller.add(parse(hotkey.toUtf8().constData()), seen.callback());
+        for (int vk : held)
+            g_keyboard->press(std::uint32_t(vk));
         wait_polls(3);
-        QCOMPARE(calls.take(), QList<bool>{true});
-        for (int i = 0; i < 20; ++i)
-            injector.queue({nullptr, parse("Ctrl+K"), 5, {}, {}});
-        QVERIFY(injector.wait_idle(5000));
-        wait_polls(5);
-        g_keyboard->release('K');
-        wait_polls(3);
-        QCOMPARE(calls.take(), QList<bool>());
-        g_keyboard->press('K');
-        wait_polls(3);
-        QCOMPARE(calls.take(), QList<bool>{true});
-        QCOMPARE(modifiers.take(), QList<bool>{true}); // the user's Ctrl, once
+        const QList<bool> before = seen.take();
+        const std::vector<KeyRecord> changes = records_of(user);
+        for (int i = 0; i < 5; ++i) {
+            injector.queue({nullptr, parse(injected.toUtf8().constData()), 5, {},
+                            [&] { g_keyboard->apply(changes); }, {}});
+            QVERIFY(injector.wait_idle(5000));
+            wait_polls(3);
+        }
         poller.remove(id);
-        poller.remove(id2);
+        poller.set_poll_interval(1);
+        QCOMPARE(seen.take(), calls);
+        QCOMPARE(before, matches(parse(hotkey.toUtf8().constData()), g_keyboard->down()) ? QList<bool>{true}
+                                                                                         : QList<bool>{});
+        QCOMPARE(InjectionLedger::instance().outstanding(), 0);
+    }
+
+    // A press held for long lets the presses queued after it run; pausing
+    // (cancel_all) lets go of it at once and drops what waits, telling
+    // each dropped job. The queue refuses jobs beyond its bound, with one
+    // warning.
+    void long_holds_bound_and_cancel_all()
+    {
+        KeyInjector &injector = KeyInjector::instance();
+        injector.set_queue_limit(3);
+        std::atomic<int> finished{0};
+        std::atomic<int> dropped{0};
+        std::atomic<bool> held{false};
+        injector.queue({nullptr, parse("F1"), 60000, [&] { held = true; }, [&] { ++finished; }, [&] { ++dropped; }});
+        QTRY_VERIFY(held.load());
+        injector.queue({nullptr, parse("F2"), 0, {}, [&] { ++finished; }, [&] { ++dropped; }});
+        QTRY_COMPARE(finished.load(), 1);
+        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v112 v113 ^113"));
+        // F1 again waits for the held F1; so does what follows it.
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(injector.queue({nullptr, parse("F1"), 0, {}, [&] { ++finished; }, [&] { ++dropped; }}));
+        QTest::ignoreMessage(QtWarningMsg, "More than 3 key presses are waiting; further ones are dropped");
+        QCOMPARE(injector.queue({nullptr, parse("F3"), 0, {}, {}, {}}), std::uint64_t(0));
+        QCOMPARE(injector.queue({nullptr, parse("F3"), 0, {}, {}, {}}), std::uint64_t(0)); // said once
+        QElapsedTimer clock;
+        clock.start();
+        injector.cancel_all();
+        QVERIFY(clock.elapsed() < 1000);
+        QVERIFY(g_keyboard->down().none());
+        QCOMPARE(dropped.load(), 4); // the held F1 and the three waiting
+        QCOMPARE(finished.load(), 1);
+        QVERIFY(injector.wait_idle(1000));
+        QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v112 v113 ^113 ^112"));
+        injector.set_queue_limit(KeyInjector::kDefaultQueueLimit);
     }
 
     // Without any X11 display (a Wayland session without XWayland) there is
@@ -352,12 +471,12 @@ private Q_SLOTS:
     {
         KeyInjector &injector = KeyInjector::instance();
         std::atomic<bool> started{false};
-        injector.queue({nullptr, parse("Ctrl+Shift+Z"), 60000, [&] { started = true; }, {}});
+        injector.queue({nullptr, parse("Ctrl+Shift+Z"), 60000, [&] { started = true; }, {}, {}});
         QTRY_VERIFY(started.load());
         QVERIFY(g_keyboard->down()[kVkControl]);
         KeyInjector::shutdown();
         QVERIFY(g_keyboard->down().none());
-        QCOMPARE(injector.queue({nullptr, parse("A"), 0, {}, {}}), std::uint64_t(0));
+        QCOMPARE(injector.queue({nullptr, parse("A"), 0, {}, {}, {}}), std::uint64_t(0));
         HotkeyPoller::shutdown();
     }
 };

@@ -4,6 +4,7 @@
 // back with GetAsyncKeyState, and reads hotkey text through VkKeyScanW.
 // Prints one line per check and exits 0 when all pass.
 
+#include "input/active_window.h"
 #include "input/hotkey.h"
 #include "input/windows_backend.h"
 
@@ -98,6 +99,33 @@ int main()
     check(matches(Hotkey{'C', kCtrlBit | kAltBit | kWinBit}, read(*backend)), "Ctrl+Alt+Win+C held");
     send(*backend, full.release());
     check(read(*backend).none(), "nothing left down");
+
+    // A press and release between two reads: the "pressed since the last
+    // call" bit turns it into edges; the first read with edges lists none.
+    KeySet wanted;
+    wanted.set(kVkControl);
+    wanted.set('K');
+    std::vector<KeyRecord> edges;
+    backend->snapshot(down, wanted, &edges);
+    check(edges.empty(), "the first read with edges lists none");
+    send(*backend, {{kVkControl, false}, {'K', false}, {'K', true}, {kVkControl, true}});
+    edges.clear();
+    backend->snapshot(down, wanted, &edges);
+    std::string seen;
+    for (const KeyRecord &edge : edges)
+        seen += (edge.up ? "^" : "v") + std::to_string(edge.vk) + " ";
+    check(down.none() && seen == "v17 v75 ^75 ^17 ", "a tap between reads gives its edges: " + seen);
+    edges.clear();
+    backend->snapshot(down, wanted, &edges);
+    check(edges.empty(), "and only once");
+
+    // The foreground window, if any, is read without failing.
+    WindowLookupOpening windows = open_window_lookup();
+    check(windows.lookup != nullptr, "the window lookup opens");
+    if (windows.lookup) {
+        const std::optional<ActiveWindow> active = windows.lookup->active();
+        std::printf("     foreground window: %s\n", active ? ("\"" + active->title + "\" " + active->program).c_str() : "none");
+    }
 
     std::printf("%d failure(s)\n", g_failures);
     return g_failures == 0 ? 0 : 1;

@@ -70,6 +70,7 @@ private Q_SLOTS:
             {"triggerhotkey", "TriggerHotkeyNode.Name", "Press Hotkey", "Actions", "hotkey", 35},
             {"writetext", "WriteTextFileNode.Name", "Write Text File", "Actions", "write_text", 35},
             {"onschedule", "OnScheduleNode.Name", "On Schedule", "Sources", "schedule", 41},
+            {"activewindow", "ActiveWindowNode.Name", "Active Window", "Filters", "active_window", 42},
         };
         Rig rig;
         QStringList ids;

@@ -1,13 +1,16 @@
 // The hotkey nodes in real racks over the in-memory keyboard: names,
-// decorations, the on-hotkey event, the trigger's wait modes, and the
-// release of a press whose node goes away.
+// decorations, the on-hotkey event, the trigger's wait modes, the release
+// of a press whose node goes away or whose racks pause, and what is left
+// without global keyboard input or a display.
 
 #include "input/fake_backend.h"
 #include "input/hotkey_poller.h"
 #include "input/key_injector.h"
 #include "input/platform.h"
 #include "node_rig.h"
+#include "widgets/rack_panel_view_model.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 using model::Value;
@@ -170,6 +173,75 @@ private Q_SLOTS:
         QVERIFY(g_keyboard->down().none());
         QVERIFY(KeyInjector::instance().wait_idle(1000));
         QCOMPARE(g_keyboard->sent().size(), std::size_t(6));
+    }
+
+    // Pausing every rack lets go of a held press and drops the events that
+    // wait for presses; the node presses again once resumed.
+    void pause_drops_waiting_presses()
+    {
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        rig.add_node(rack, "io.marrowfield.triggerhotkey",
+                     {{"!hotkey", text("Ctrl+Alt+F9")}, {"!seconds", Value::floating(60.0)}, {"mode", Value::integer(2)}});
+        rig.add_probe(rack, QStringLiteral("after"));
+        rig.open();
+        rig.post(rack, "e1");
+        rig.post(rack, "e2");
+        QTRY_VERIFY(g_keyboard->down()[kVkAlt]);
+        rig.runtime->set_paused(true);
+        QVERIFY(g_keyboard->down().none());
+        QCOMPARE(KeyInjector::instance().pending(), 0);
+        Rig::wait(30);
+        QCOMPARE(rig.hits().size(), 0);
+        rig.runtime->set_paused(false);
+        rig.set(rig.project.find_rack(rack)->top_level()->ids().first(), QStringLiteral("!seconds"),
+                Value::floating(0.0));
+        Rig::turns(2);
+        rig.post(rack, "e3");
+        QTRY_COMPARE(rig.seen(QStringLiteral("after")), QList<QByteArray>{"e3"});
+    }
+
+    // Without any display: the hotkey nodes stay idle with the rack panel's
+    // mark (their decoration unchanged, other nodes unmarked), and an
+    // Active Window node says once that it sees no windows and passes
+    // nothing; one with a broken expression says so. Each message comes once.
+    void without_global_input_or_display()
+    {
+        const QByteArray display = qgetenv("DISPLAY");
+        qunsetenv("DISPLAY");
+        set_backend_factory({});
+        QTest::ignoreMessage(QtWarningMsg, "Global keyboard input is not available: no X11 display (DISPLAY is not "
+                                           "set); hotkey nodes stay idle");
+        QTest::ignoreMessage(QtWarningMsg, "Active Window nodes cannot see the desktop's windows: no X11 display "
+                                           "(DISPLAY is not set); they pass nothing");
+        Rig rig;
+        const QUuid rack = rig.add_rack(QStringLiteral("R"));
+        const QUuid on = rig.add_node(rack, "io.marrowfield.onhotkey", {{"!hotkey", text("Ctrl+K")}});
+        const QUuid trigger = rig.add_node(rack, "io.marrowfield.triggerhotkey", {{"!hotkey", text("Ctrl+K")}});
+        const QUuid window = rig.add_node(rack, "io.marrowfield.activewindow", {{"!pattern", text(".")}});
+        rig.add_probe(window, QStringLiteral("window"));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("^Active Window: invalid regular expression \"\\(\": .+")));
+        rig.add_probe(rig.add_node(rack, "io.marrowfield.activewindow", {{"!pattern", text("(")}}),
+                      QStringLiteral("window"));
+        rig.open();
+        Rig::turns(2);
+        corv::widgets::RackPanelViewModel panel;
+        panel.set_context({&rig.project, nullptr, rig.runtime.get(), &rig.registry});
+        panel.set_rack(rack);
+        for (const QUuid &id : {on, trigger, window}) {
+            const QModelIndex row = panel.index_of(id);
+            QCOMPARE(panel.data(row, corv::widgets::RackPanelViewModel::IdleRole).toString().isEmpty(), id == window);
+        }
+        QCOMPARE(rig.decoration(on), 41u);
+        for (int i = 0; i < 3; ++i)
+            rig.post(rack, "e");
+        Rig::wait(50);
+        QCOMPARE(rig.seen(QStringLiteral("window")).size(), 0);
+        QVERIFY(KeyInjector::instance().wait_idle(3000));
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        if (!display.isNull())
+            qputenv("DISPLAY", display);
     }
 };
 
