@@ -9,7 +9,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "tests/process_stop.h"
+#include "tests/test_platform.h"
 
 #include <csignal>
 #include <functional>

@@ -1,6 +1,7 @@
 #include "sdk_test_support.h"
 
 #include "sdk/include/corvane/corvane_sdk.h"
+#include "tests/test_platform.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -31,10 +32,7 @@ void settle()
 
 bool is_mapped(const QString &path)
 {
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    if (!maps.open(QIODevice::ReadOnly))
-        return false;
-    return QString::fromUtf8(maps.readAll()).contains(path);
+    return corv::test::library_is_loaded(path);
 }
 
 QString test_plugin(const QString &id)

@@ -8,6 +8,7 @@
 #include "sdk/plugin_list.h"
 #include "sdk/plugin_preferences.h"
 #include "sdk_test_support.h"
+#include "tests/test_platform.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -143,8 +144,9 @@ private Q_SLOTS:
             << QStringList{};
         QTest::newRow("needs an export the program lacks")
             << "io.marrowfield.testmissing" << "io.marrowfield.testmissing" << ""
-            << "Failed to load plugin at %1: Cannot load library %1\\.\\w+: .*undefined symbol: "
-               "corv_missing_export.*"
+            // The system's reason: the symbol on Linux, the missing procedure on Windows.
+            << "Failed to load plugin at %1: Cannot load library %1\\.\\w+: (.*undefined symbol: "
+               "corv_missing_export.*|The specified procedure could not be found\\.)"
             << QStringList{};
     }
 
@@ -155,6 +157,8 @@ private Q_SLOTS:
         QFETCH(QString, file);
         QFETCH(QString, warning);
         QFETCH(QStringList, calls);
+        if (library == QLatin1StringView("io.marrowfield.testmissing") && corv::test::running_under_wine())
+            QSKIP("Wine loads a library with a missing import (it puts in a stub); Windows refuses it");
 
         PluginFolder plugins;
         const QString folder_path = plugins.add(test_plugin(library), folder, file);

@@ -11,7 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "tests/process_stop.h"
+#include "tests/test_platform.h"
 
 #include <csignal>
 

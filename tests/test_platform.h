@@ -1,0 +1,24 @@
+#pragma once
+
+// What tests of several folders need from the system they run on.
+
+class QProcess;
+class QString;
+
+namespace corv::test {
+
+// Asks a program started by a test to stop, the way the system asks.
+// Unix: sends the signal (SIGTERM, SIGINT, ...). Windows has no signals to
+// send to another program: there every request is QProcess::terminate()'s
+// WM_CLOSE, which the program treats as SIGTERM. False when nothing was sent.
+bool ask_to_stop(QProcess &process, int unix_signal);
+
+// Whether the library at path is loaded into this process.
+bool library_is_loaded(const QString &path);
+
+// Whether this Windows program runs under Wine, which differs from Windows
+// in a few documented behaviours (a missing import is given a stub instead
+// of failing the load); never on Unix.
+bool running_under_wine();
+
+} // namespace corv::test
