@@ -129,6 +129,22 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
     }
     qCInfo(lc_update).noquote()
         << QStringLiteral("updater: copied %1 to %2").arg(request.host_program, host);
+    // What the host needs beside it to run there.
+    const QDir program_folder = QFileInfo(request.host_program).absoluteDir();
+    for (const QString &companion : platform::update_host_companions()) {
+        const QString from = program_folder.filePath(companion);
+        if (!QFileInfo::exists(from))
+            continue;
+        const QString to = QDir(result->folder).filePath(companion);
+        QDir().mkpath(QFileInfo(to).absolutePath());
+        if (!QFile::copy(from, to)) {
+            qCWarning(lc_update).noquote()
+                << QStringLiteral("updater: failed to copy %1 to %2: %3")
+                       .arg(from, to, QStringLiteral("could not write"));
+            return nullptr;
+        }
+        qCInfo(lc_update).noquote() << QStringLiteral("updater: copied %1 to %2").arg(from, to);
+    }
 
     QProcess process;
     process.setProgram(host);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 // What the updater does differently per platform, chosen at build time by
 // linking platform_windows.cpp or platform_unix.cpp.
@@ -18,6 +19,12 @@ const char *plugin_update_method();
 
 // The update host program's file name: "updatehost.exe" or "updatehost".
 QString update_host_file_name();
+
+// The files beside the update host that it needs to run from a folder of
+// its own (its libraries and TLS plugins on Windows, where they travel with
+// the program; nothing elsewhere), relative to the program's folder. The
+// hand-off copies those that exist.
+QStringList update_host_companions();
 
 // Whether `file` is a package that the system's own installer installs
 // (an ".msi" on Windows) rather than an archive that is unpacked.

@@ -17,6 +17,12 @@ QString update_host_file_name()
     return QStringLiteral("updatehost");
 }
 
+QStringList update_host_companions()
+{
+    // Qt and the C++ runtime are the system's, found wherever the host runs.
+    return {};
+}
+
 bool is_system_package(const QString &file)
 {
     // Windows installer packages are recognised everywhere so that one is

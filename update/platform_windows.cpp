@@ -20,6 +20,19 @@ QString update_host_file_name()
     return QStringLiteral("updatehost.exe");
 }
 
+QStringList update_host_companions()
+{
+    // Windows looks for a program's libraries beside it; the TLS backends
+    // are Qt plugins, looked for in "tls" beside it.
+    return {QStringLiteral("Qt6Core.dll"),
+            QStringLiteral("Qt6Network.dll"),
+            QStringLiteral("libstdc++-6.dll"),
+            QStringLiteral("libgcc_s_seh-1.dll"),
+            QStringLiteral("libwinpthread-1.dll"),
+            QStringLiteral("tls/qschannelbackend.dll"),
+            QStringLiteral("tls/qcertonlybackend.dll")};
+}
+
 bool is_system_package(const QString &file)
 {
     return file.endsWith(QLatin1StringView(".msi"), Qt::CaseInsensitive);

@@ -3,6 +3,7 @@
 #include "archive_writer.h"
 #include "http_server.h"
 
+#include "sdk/plugin_list.h"
 #include "update/candidates.h"
 #include "update/platform.h"
 #include "widgets/install_plugin_window.h"
@@ -51,6 +52,21 @@ QByteArray manifest(const QJsonArray &entries, QJsonObject root = {})
     root[QStringLiteral("formatVersion")] = 1;
     root[QStringLiteral("entries")] = entries;
     return QJsonDocument(root).toJson();
+}
+
+// A plugin whose update address is g_update_url.
+const char *g_update_url = nullptr;
+int sdk_version()
+{
+    return 1;
+}
+void set_handle(corv_plugin *) {}
+void get_info(corv_plugin_info *info)
+{
+    info->id = "io.x.q";
+    info->name = "Q";
+    info->version = "1.0";
+    info->update_url = g_update_url;
 }
 
 template <typename T> T *top_level()
@@ -205,6 +221,38 @@ private slots:
         QTest::qWait(50);
         QCOMPARE(parent.findChildren<QMessageBox *>().size(), 1);
         QVERIFY(!top_level<widgets::UpdateWindow>());
+    }
+
+    // Plugins name the manifest's address; one that names no install
+    // method (the maker's own plugins) is given this platform's.
+    void update_context_method_data()
+    {
+        QTest::addColumn<QByteArray>("address");
+        QTest::addColumn<QString>("expected"); // empty: nothing to update
+        const QString plain = QStringLiteral("https://updates.marrowfield.example/plugins/mqtt/manifest.json");
+        QTest::newRow("no method") << plain.toUtf8()
+                                   << plain + u'#' + QString::fromLatin1(update::platform::plugin_update_method());
+        QTest::newRow("its own method") << (plain + QStringLiteral("#win64.zip")).toUtf8()
+                                        << plain + QStringLiteral("#win64.zip");
+        QTest::newRow("no address") << QByteArray() << QString();
+    }
+    void update_context_method()
+    {
+        QFETCH(QByteArray, address);
+        QFETCH(QString, expected);
+        g_update_url = address.isEmpty() ? nullptr : address.constData();
+        engine::PluginList plugins;
+        engine::PluginEntryPoints entry_points;
+        entry_points.sdk_version = sdk_version;
+        entry_points.set_handle = set_handle;
+        entry_points.get_info = get_info;
+        QVERIFY(plugins.add_builtin(entry_points, m_folder.path()));
+        const widgets::UpdateContext context = widgets::update_context(plugins, "UA");
+        QCOMPARE(context.plugins.size(), 1);
+        QCOMPARE(context.plugins[0].version, QVersionNumber(1, 0));
+        QCOMPARE(context.components.size(), expected.isEmpty() ? 0 : 1);
+        if (!expected.isEmpty())
+            QCOMPARE(context.components[0].manifest_url.toString(), expected);
     }
 
     void install_plugin_window()
