@@ -62,10 +62,20 @@ QByteArray library_name()
     return QLibrary::isLibrary(QStringLiteral("p.dll")) ? "io.x.p.dll" : "io.x.p.so";
 }
 
-// A program that writes its version into "ran.txt" beside itself.
-QByteArray program(const char *version)
+// The program an update replaces: a copy of the stand-in, named "corvapp"
+// with this platform's suffix. Started, it copies "version.txt" beside it
+// into "ran.txt".
+QString program_name()
 {
-    return QByteArray("#!/bin/sh\necho ") + version + " > \"$(dirname \"$0\")/ran.txt\"\n";
+    const QString suffix = QFileInfo(QStringLiteral(CORV_STAND_IN)).suffix();
+    return suffix.isEmpty() ? QStringLiteral("corvapp") : QStringLiteral("corvapp.") + suffix;
+}
+
+void write_program(const QString &folder, const char *version)
+{
+    QDir().mkpath(folder);
+    QVERIFY(QFile::copy(QStringLiteral(CORV_STAND_IN), folder + u'/' + program_name()));
+    write_file(folder + QStringLiteral("/version.txt"), version);
 }
 
 QJsonObject entry(const char *version, const QJsonArray &steps,
@@ -634,8 +644,9 @@ private slots:
         QFETCH(bool, installed);
         QTemporaryDir folder;
         const QString install = folder.filePath(QStringLiteral("install"));
-        write_file(install + QStringLiteral("/corvapp"), program("1.0.0"), true);
-        write_file(folder.filePath(QStringLiteral("release/corvapp")), program("2.0.0"), true);
+        write_program(install, "1.0.0");
+        write_program(folder.filePath(QStringLiteral("release")), "2.0.0");
+        const QString app_file = install + u'/' + program_name();
         write_file(folder.filePath(QStringLiteral("release/share/notes.txt")), "new");
         const QByteArray archive = tarball(folder.filePath(QStringLiteral("release")));
 
@@ -654,7 +665,7 @@ private slots:
             server.serve(QStringLiteral("/corvane/more.tar.gz"), linked);
             add(tarball_steps(linked, sha256(linked), QStringLiteral("more.tar.gz")));
         } else if (variant == QLatin1StringView("run step fails")) {
-            add({QJsonObject{{QStringLiteral("run"), QStringLiteral("false")}}});
+            add({QJsonObject{{QStringLiteral("run"), program_name() + QStringLiteral(" --fail")}}});
         } else if (variant == QLatin1StringView("program not found")) {
             add({QJsonObject{{QStringLiteral("run"), QStringLiteral("no-such-program-here")}}});
         } else if (variant == QLatin1StringView("msi")) {
@@ -662,7 +673,8 @@ private slots:
             server.serve(QStringLiteral("/corvane/corvane.msi"), "not an msi");
             add(tarball_steps("not an msi", sha256("not an msi"), QStringLiteral("corvane.msi")));
         }
-        steps.append(QJsonObject{{QStringLiteral("run"), QStringLiteral("touch ran-step")}});
+        steps.append(
+            QJsonObject{{QStringLiteral("run"), program_name() + QStringLiteral(" --touch ran-step")}});
         server.serve(QStringLiteral("/corvane/manifest.json"), manifest({entry("2.0.0", steps)}));
         const Component app =
             component(QStringLiteral("io.x.corvapp"), "1.0.0",
@@ -680,7 +692,7 @@ private slots:
         const HandOffRequest request{QStringLiteral(CORV_UPDATEHOST),
                                      install,
                                      app.manifest_url,
-                                     install + QStringLiteral("/corvapp"),
+                                     app_file,
                                      QStringLiteral("Corvapp"),
                                      "UA/1",
                                      graph.installs(),
@@ -695,8 +707,7 @@ private slots:
         QCOMPARE(json.value(QStringLiteral("baseUrl")).toString(),
                  server.url(QStringLiteral("/corvane/manifest.json")).toString());
         QCOMPARE(json.value(QStringLiteral("basePath")).toString(), install);
-        QCOMPARE(json.value(QStringLiteral("returnTo")).toString(),
-                 install + QStringLiteral("/corvapp"));
+        QCOMPARE(json.value(QStringLiteral("returnTo")).toString(), app_file);
         QCOMPARE(json.value(QStringLiteral("returnToName")).toString(), QStringLiteral("Corvapp"));
         QCOMPARE(json.value(QStringLiteral("cleanupFiles")).toArray(), QJsonArray{running->folder});
         const QJsonArray written = json.value(QStringLiteral("steps")).toArray();
@@ -720,13 +731,12 @@ private slots:
         QTRY_VERIFY(
             read_file(work + QStringLiteral("/updatehost.log")).contains("updater: started"));
         QCOMPARE(read_file(install + QStringLiteral("/ran.txt")),
-                 installed ? QByteArray("2.0.0\n") : QByteArray("1.0.0\n"));
-        QCOMPARE(read_file(install + QStringLiteral("/corvapp")),
-                 program(installed ? "2.0.0" : "1.0.0"));
+                 installed ? QByteArray("2.0.0") : QByteArray("1.0.0"));
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/share/notes.txt")), installed);
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/ran-step")), installed);
-        QCOMPARE(entries(install), installed ? QStringList({"corvapp", "ran-step", "ran.txt", "share"})
-                                             : QStringList({"corvapp", "ran.txt"}));
+        QCOMPARE(entries(install),
+                 installed ? QStringList({program_name(), "ran-step", "ran.txt", "share", "version.txt"})
+                           : QStringList({program_name(), "ran.txt", "version.txt"}));
         if (variant != QLatin1StringView("program not found"))
             QCOMPARE(server.user_agents.last(), QByteArray("UA/1"));
 
