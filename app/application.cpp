@@ -450,11 +450,12 @@ struct Application::Impl {
         config.reset();
     }
 
-    // What an update left behind at the last start goes now.
+    // What an update left behind at the last start goes now; the log of an
+    // update that did not install is kept in the log folder.
     void clean_up_after_update()
     {
         QSettings settings(paths::settings_file(), QSettings::IniFormat);
-        update::clean_up_after_update(settings);
+        update::clean_up_after_update(settings, paths::log_folder());
     }
 
     // The plugin list, the node registry and the project engine, then the

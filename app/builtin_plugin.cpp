@@ -74,7 +74,7 @@ void builtin_get_info(corv_plugin_info *info)
     info->name = kApplicationName;
     info->version = kApplicationVersion;
     info->author = kAuthor;
-    info->update_url = kUpdateManifest;
+    info->update_url = update_manifest();
 }
 
 int builtin_load(corv_registration *registration)

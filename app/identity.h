@@ -3,6 +3,9 @@
 // Who the program says it is: set on QCoreApplication before anything else,
 // since the application data folder (and so the log folder) depends on it.
 
+#include "update/platform.h"
+
+#include <QByteArray>
 #include <QtGlobal>
 
 namespace corv {
@@ -18,13 +21,15 @@ inline constexpr int kSdkVersion = 1;
 // The executable's own plugin (the built-in node set).
 inline constexpr char kBuiltinPluginId[] = "io.marrowfield.corvane";
 inline constexpr char kAuthor[] = "Marrowfield";
-// The application's update manifest, with the package entry of this platform.
-#if defined(Q_OS_WIN)
-inline constexpr char kUpdateManifest[] =
-    "https://updates.marrowfield.example/corvane/manifest.json#win64.msi";
-#else
-inline constexpr char kUpdateManifest[] =
-    "https://updates.marrowfield.example/corvane/manifest.json#linux64.tar.gz";
-#endif
+// The application's update manifest; its fragment names the install method
+// of this platform's packages.
+inline constexpr char kUpdateManifestAddress[] =
+    "https://updates.marrowfield.example/corvane/manifest.json";
+inline const char *update_manifest()
+{
+    static const QByteArray url =
+        QByteArray(kUpdateManifestAddress) + '#' + update::platform::update_method();
+    return url.constData();
+}
 
 } // namespace corv

@@ -1,7 +1,9 @@
 // Feeds arbitrary bytes to the update and plugin manifest readers. Besides
 // crashes and sanitizer reports it checks what must hold for any manifest
 // that reads:
-//  - every download step carries a 64-digit hex sha256 and a size >= 0;
+//  - every download step carries a 64-digit hex sha256 and a size from 0 to
+//    the package limit;
+//  - a plugin's icon is kept only with a digest and a size within its limit;
 //  - every step survives the round trip through "update.json"'s form;
 //  - choosing candidates and building the dependency graph of its entries
 //    (each entry's requirements pointing at the others) terminates and
@@ -36,7 +38,8 @@ void check_steps(const Manifest &manifest, const QByteArray &bytes)
                 broken("an empty method was accepted", bytes);
             for (const Step &step : steps) {
                 if (step.kind == Step::Download &&
-                    (!hex.match(QString::fromLatin1(step.sha256)).hasMatch() || step.size < 0))
+                    (!hex.match(QString::fromLatin1(step.sha256)).hasMatch() || step.size < 0 ||
+                     step.size > kMaxPackageSize))
                     broken("a download without a digest was accepted", bytes);
                 const std::optional<Step> again = Step::from_json(step.to_json());
                 if (!again || again->kind != step.kind || again->value != step.value ||
@@ -94,6 +97,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         if (plugin->id.isEmpty() || plugin->id.contains(u'/') ||
             plugin->id.contains(QLatin1StringView("..")))
             broken("a plugin id that is no folder name was accepted", bytes);
+        if (!plugin->icon_url.isEmpty() &&
+            (plugin->icon_sha256.size() != 64 || plugin->icon_size < 0 ||
+             plugin->icon_size > kMaxIconSize))
+            broken("an icon without a digest or past its limit was kept", bytes);
         check_steps(plugin->package, bytes);
     }
     return 0;

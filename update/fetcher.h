@@ -1,5 +1,7 @@
 #pragma once
 
+#include "update/manifest.h"
+
 #include <QByteArray>
 #include <QNetworkReply>
 #include <QObject>
@@ -22,8 +24,9 @@ struct FetchOptions {
     // A transfer that receives nothing for this long fails.
     int stall_timeout_ms = 30000;
     // Replies larger than this fail (manifests, changelogs, icons); a
-    // verified download is bounded by its declared size instead.
-    qint64 max_size = 16 * 1024 * 1024;
+    // verified download is bounded by its declared size instead. A reply
+    // that announces more fails before its body is read.
+    qint64 max_size = kMaxManifestSize;
 };
 
 // Only https addresses are fetched, or plain http to this computer
@@ -41,8 +44,8 @@ struct FetchResult {
     bool ok() const { return error.isEmpty(); }
 };
 
-// One GET, with the user agent, the stall timeout, redirects limited to
-// allowed addresses and a size limit. When an expected digest is given the
+// One GET, with the user agent, the stall timeout, at most 8 redirects, each
+// to an allowed address, and a size limit. When an expected digest is given the
 // body is checked against it (and refused as soon as it grows past the
 // expected size). `done` runs exactly once, on the thread of `manager`,
 // unless abort() or the deletion of the Fetch comes first.
@@ -58,11 +61,14 @@ public:
     void start(const QUrl &url, Done done, const QByteArray &sha256_hex = {}, qint64 size = -1,
                QIODevice *sink = nullptr);
     void abort();
-    bool running() const { return m_reply != nullptr; }
+    bool running() const { return m_done != nullptr; }
 
 private:
     void finish(const QString &error);
+    void request(const QUrl &url);
     void read_available();
+    qint64 size_limit() const;
+    QString over_limit() const;
 
     QNetworkAccessManager *m_manager;
     FetchOptions m_options;
@@ -74,6 +80,8 @@ private:
     QIODevice *m_sink = nullptr;
     QByteArray m_data;
     qint64 m_received = 0;
+    int m_redirects = 0;
+    static constexpr int kMaxRedirects = 8;
     class Hasher;
     Hasher *m_hasher = nullptr;
 };

@@ -1,8 +1,11 @@
 #include "update/hand_off.h"
 
+#include "update/install_steps.h"
 #include "update/logging.h"
+#include "update/platform.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -21,11 +24,6 @@ namespace corv::update {
 
 namespace {
 const QString kCleanupKey = QStringLiteral("Updates/CleanupFiles");
-}
-
-QString update_host_file_name()
-{
-    return QStringLiteral(CORV_UPDATE_HOST_NAME);
 }
 
 HandOff::HandOff() = default;
@@ -121,7 +119,7 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
     qCInfo(lc_update).noquote()
         << QStringLiteral("updater: written manifest to %1").arg(result->manifest_file);
 
-    const QString host = QDir(result->folder).filePath(update_host_file_name());
+    const QString host = QDir(result->folder).filePath(platform::update_host_file_name());
     QFile source(request.host_program);
     if (!source.copy(host)) {
         qCWarning(lc_update).noquote()
@@ -131,6 +129,22 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
     }
     qCInfo(lc_update).noquote()
         << QStringLiteral("updater: copied %1 to %2").arg(request.host_program, host);
+    // What the host needs beside it to run there.
+    const QDir program_folder = QFileInfo(request.host_program).absoluteDir();
+    for (const QString &companion : platform::update_host_companions()) {
+        const QString from = program_folder.filePath(companion);
+        if (!QFileInfo::exists(from))
+            continue;
+        const QString to = QDir(result->folder).filePath(companion);
+        QDir().mkpath(QFileInfo(to).absolutePath());
+        if (!QFile::copy(from, to)) {
+            qCWarning(lc_update).noquote()
+                << QStringLiteral("updater: failed to copy %1 to %2: %3")
+                       .arg(from, to, QStringLiteral("could not write"));
+            return nullptr;
+        }
+        qCInfo(lc_update).noquote() << QStringLiteral("updater: copied %1 to %2").arg(from, to);
+    }
 
     QProcess process;
     process.setProgram(host);
@@ -145,14 +159,41 @@ std::unique_ptr<HandOff> hand_off(const HandOffRequest &request, QSettings &sett
     return result;
 }
 
-void clean_up_after_update(QSettings &settings)
+QString clean_up_after_update(QSettings &settings, const QString &keep_logs_in)
 {
     const QStringList files = settings.value(kCleanupKey).toStringList();
     if (files.isEmpty())
-        return;
+        return {};
     QStringList left;
+    QString kept;
     for (const QString &path : files) {
         const QFileInfo info(path);
+        const QDir folder(path);
+        if (info.isDir() && !info.isSymLink() &&
+            QFileInfo::exists(folder.filePath(QLatin1StringView(kUpdateFailedMarker)))) {
+            const QString log = folder.filePath(QStringLiteral("updatehost.log"));
+            QString copy;
+            if (!keep_logs_in.isEmpty() && QDir().mkpath(keep_logs_in)) {
+                copy = QDir(keep_logs_in)
+                           .filePath(QStringLiteral("updatehost-%1.log")
+                                         .arg(QFileInfo(log).lastModified().toString(
+                                             QStringLiteral("yyyyMMdd-HHmmss"))));
+                QFile::remove(copy);
+                if (!QFile::copy(log, copy))
+                    copy.clear();
+            }
+            if (copy.isEmpty()) {
+                // Nowhere to keep the log: its folder stays until there is.
+                qCWarning(lc_update).noquote()
+                    << QStringLiteral("updater: the last update was not installed; see %1").arg(log);
+                kept = log;
+                left.append(path);
+                continue;
+            }
+            qCWarning(lc_update).noquote()
+                << QStringLiteral("updater: the last update was not installed; see %1").arg(copy);
+            kept = copy;
+        }
         bool removed = true;
         QString error;
         if (info.isDir() && !info.isSymLink()) {
@@ -176,6 +217,7 @@ void clean_up_after_update(QSettings &settings)
     else
         settings.setValue(kCleanupKey, left);
     settings.sync();
+    return kept;
 }
 
 } // namespace corv::update

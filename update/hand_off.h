@@ -14,9 +14,6 @@ class QSettings;
 
 namespace corv::update {
 
-// The file name of the update host program on this platform.
-QString update_host_file_name();
-
 struct HandOffRequest {
     // The update host program to copy (normally beside the executable).
     QString host_program;
@@ -59,7 +56,9 @@ QByteArray update_description(const HandOffRequest &request, const QString &fold
 
 // At start-up: deletes the files and folders recorded by an earlier
 // hand-off ("updater: cleaned up %s"); those that cannot be deleted yet stay
-// recorded for the next start.
-void clean_up_after_update(QSettings &settings);
+// recorded for the next start. When the update did not install, its
+// "updatehost.log" is first copied into `keep_logs_in` (when given) and a
+// warning says so; the copy's path is returned (empty when all went well).
+QString clean_up_after_update(QSettings &settings, const QString &keep_logs_in = {});
 
 } // namespace corv::update

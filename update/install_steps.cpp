@@ -6,107 +6,39 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTemporaryDir>
+
+#include <algorithm>
 
 namespace corv::update {
 
-bool move_tree(const QString &source, const QString &destination, QString *error)
+QString find_program(const QString &command, const QString &work_folder, const QString &base_path)
 {
-    const QDir from(source);
-    if (!QDir().mkpath(destination)) {
-        *error = QStringLiteral("could not create %1").arg(destination);
-        return false;
-    }
-    QDirIterator it(source, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        it.next();
-        const QFileInfo info = it.fileInfo();
-        const QString relative = from.relativeFilePath(info.filePath());
-        const QString target = QDir(destination).filePath(relative);
-        if (info.isSymLink() || !(info.isFile() || info.isDir())) {
-            *error = QStringLiteral("refused %1: not a regular file or folder").arg(relative);
-            return false;
-        }
-        if (info.isDir()) {
-            if (!QDir().mkpath(target)) {
-                *error = QStringLiteral("could not create %1").arg(target);
-                return false;
-            }
-            continue;
-        }
-        // Removing first lets a running program's file be replaced where the
-        // system allows it, and never writes through an existing link.
-        if (QFileInfo::exists(target) || QFileInfo(target).isSymLink()) {
-            QFile old(target);
-            if (!old.remove()) {
-                *error = QStringLiteral("could not replace %1: %2").arg(target, old.errorString());
-                return false;
-            }
-        }
-        QFile file(info.filePath());
-        if (!file.rename(target) && !file.copy(target)) {
-            *error = QStringLiteral("could not write %1: %2").arg(target, file.errorString());
-            return false;
+    const QStringList words = QProcess::splitCommand(command);
+    if (words.isEmpty())
+        return {};
+    const QString program = words.first();
+    if (QDir::isAbsolutePath(program))
+        return QFileInfo(program).isFile() ? program : QString();
+    if (is_safe_relative_path(program)) {
+        for (const QString &folder : {work_folder, base_path}) {
+            const QString candidate = QDir(folder).filePath(program);
+            if (QFileInfo(candidate).isFile())
+                return candidate;
         }
     }
-    return true;
-}
-
-bool extract_archive(const QString &archive, const QString &destination, const QString &work_folder,
-                     QString *error)
-{
-    QTemporaryDir staging(QDir(work_folder).filePath(QStringLiteral("extract.XXXXXX")));
-    if (!staging.isValid()) {
-        *error = QStringLiteral("could not create a folder in %1: %2")
-                     .arg(work_folder, staging.errorString());
-        return false;
-    }
-    QProcess tar;
-    tar.setProgram(QStringLiteral("tar"));
-    tar.setArguments({QStringLiteral("-xf"), archive, QStringLiteral("-C"), staging.path()});
-    tar.setProcessChannelMode(QProcess::MergedChannels);
-    tar.start();
-    if (!tar.waitForStarted(10000)) {
-        *error = QStringLiteral("could not start tar: %1").arg(tar.errorString());
-        return false;
-    }
-    if (!tar.waitForFinished(600000) || tar.exitStatus() != QProcess::NormalExit ||
-        tar.exitCode() != 0) {
-        *error = QStringLiteral("tar failed on %1: %2")
-                     .arg(archive, QString::fromLocal8Bit(tar.readAll()).trimmed());
-        tar.kill();
-        return false;
-    }
-    return move_tree(staging.path(), destination, error);
+    return QStandardPaths::findExecutable(program);
 }
 
 bool run_command(const QString &command, const QString &work_folder, const QString &base_path,
                  int timeout_ms, QString *error)
 {
     QStringList words = QProcess::splitCommand(command);
-    if (words.isEmpty()) {
-        *error = QStringLiteral("empty command");
+    const QString program = find_program(command, work_folder, base_path);
+    if (words.isEmpty() || program.isEmpty()) {
+        *error = QStringLiteral("program %1 not found").arg(words.value(0));
         return false;
     }
-    QString program = words.takeFirst();
-    if (!QDir::isAbsolutePath(program)) {
-        for (const QString &folder : {work_folder, base_path}) {
-            const QString candidate = QDir(folder).filePath(program);
-            if (is_safe_relative_path(program) && QFileInfo(candidate).isFile()) {
-                program = candidate;
-                break;
-            }
-        }
-        if (!QDir::isAbsolutePath(program)) {
-            const QString found = QStandardPaths::findExecutable(program);
-            if (found.isEmpty()) {
-                *error = QStringLiteral("program %1 not found").arg(program);
-                return false;
-            }
-            program = found;
-        }
-    }
+    words.removeFirst();
     QProcess process;
     process.setProgram(program);
     process.setArguments(words);
@@ -128,6 +60,90 @@ bool run_command(const QString &command, const QString &work_folder, const QStri
         return false;
     }
     return true;
+}
+
+FileTransaction::FileTransaction(const QString &backup_folder) : m_backup_folder(backup_folder) {}
+
+bool FileTransaction::move_in(const QString &source, const QString &destination, QString *error)
+{
+    const QDir from(source);
+    // Folders first, from the top, so that each file's folder exists.
+    QStringList folders{QString()};
+    QStringList files;
+    QDirIterator it(source, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        const QString relative = from.relativeFilePath(info.filePath());
+        if (info.isSymLink() || !(info.isFile() || info.isDir())) {
+            *error = QStringLiteral("refused %1: not a regular file or folder").arg(relative);
+            return false;
+        }
+        (info.isDir() ? folders : files).append(relative);
+    }
+    std::sort(folders.begin(), folders.end());
+    for (const QString &relative : std::as_const(folders)) {
+        const QString target = QDir(destination).filePath(relative);
+        const QFileInfo info(target);
+        if (info.isDir() && !info.isSymLink())
+            continue;
+        if (info.exists() || info.isSymLink()) {
+            *error = QStringLiteral("could not create the folder %1: a file is in the way").arg(target);
+            return false;
+        }
+        // Made one level at a time, so that each can be taken back.
+        if (!QDir().mkdir(target)) {
+            *error = QStringLiteral("could not create %1").arg(target);
+            return false;
+        }
+        m_changes.append({target, QString(), true});
+    }
+    for (const QString &relative : std::as_const(files)) {
+        const QString target = QDir(destination).filePath(relative);
+        const QFileInfo info(target);
+        Change change{target, QString(), false};
+        if (info.isDir() && !info.isSymLink()) {
+            *error = QStringLiteral("could not replace %1: it is a folder").arg(target);
+            return false;
+        }
+        if (info.exists() || info.isSymLink()) {
+            change.backup = QDir(m_backup_folder).filePath(QString::number(m_backups++));
+            if (!QDir().mkpath(m_backup_folder) || !QFile::rename(target, change.backup)) {
+                *error = QStringLiteral("could not move %1 aside").arg(target);
+                return false;
+            }
+        }
+        // Recorded before the move, so that a half-done move is undone too.
+        m_changes.append(change);
+        QFile file(from.filePath(relative));
+        if (!file.rename(target)) {
+            *error = QStringLiteral("could not write %1: %2").arg(target, file.errorString());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool FileTransaction::roll_back(QString *error)
+{
+    bool ok = true;
+    while (!m_changes.isEmpty()) {
+        const Change change = m_changes.takeLast();
+        if (change.folder) {
+            // Empty by now, unless something else wrote into it.
+            QDir().rmdir(change.target);
+            continue;
+        }
+        if (QFileInfo::exists(change.target) || QFileInfo(change.target).isSymLink())
+            QFile::remove(change.target);
+        if (!change.backup.isEmpty() && !QFile::rename(change.backup, change.target)) {
+            ok = false;
+            *error = QStringLiteral("could not restore %1 (kept as %2)")
+                         .arg(change.target, change.backup);
+        }
+    }
+    return ok;
 }
 
 } // namespace corv::update

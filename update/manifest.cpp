@@ -68,7 +68,8 @@ enum class StepProblem {
     NoSha256,
     NoSize,
     BadSha256,
-    BadSize
+    BadSize,
+    TooLarge
 };
 
 StepProblem read_step(const QJsonObject &object, Step &step)
@@ -110,6 +111,8 @@ StepProblem read_step(const QJsonObject &object, Step &step)
     if (!(bytes >= 0 && bytes <= 9.0e15) || bytes != double(qint64(bytes)))
         return StepProblem::BadSize;
     step.size = qint64(bytes);
+    if (step.size > kMaxPackageSize)
+        return StepProblem::TooLarge;
     return StepProblem::Ok;
 }
 
@@ -134,6 +137,9 @@ struct Validation {
 
 std::optional<QJsonObject> parse_object(QByteArrayView json, const Validation &check)
 {
+    if (json.size() > kMaxManifestSize)
+        return check.fail(QStringLiteral("failed to parse manifest: it is over the limit of %1 bytes")
+                              .arg(kMaxManifestSize));
     QJsonParseError parse_error{};
     const QJsonDocument document = QJsonDocument::fromJson(json.toByteArray(), &parse_error);
     if (parse_error.error != QJsonParseError::NoError)
@@ -245,6 +251,9 @@ std::optional<Manifest> read_entries(const QJsonObject &root, const Validation &
                                          QStringLiteral(".sha256 is not a hex SHA-256 digest"));
                 case StepProblem::BadSize:
                     return check.invalid(step_at + QStringLiteral(".size is not a byte count"));
+                case StepProblem::TooLarge:
+                    return check.invalid(step_at + QStringLiteral(".size is over the limit of %1 bytes")
+                                                       .arg(kMaxPackageSize));
                 }
                 out.append(step);
             }
@@ -297,28 +306,30 @@ std::optional<PluginManifest> read_plugin_manifest(QByteArrayView json, QString 
 
     const QString icon = root->value(QLatin1StringView("iconUrl")).toString();
     if (!icon.isEmpty()) {
-        manifest.icon_url = QUrl(icon);
-        QJsonObject digest{{QStringLiteral("download"), icon},
-                           {QStringLiteral("destination"), QStringLiteral("icon")}};
-        if (root->contains(QLatin1StringView("iconSha256")))
-            digest[QLatin1StringView("sha256")] = root->value(QLatin1StringView("iconSha256"));
-        if (root->contains(QLatin1StringView("iconSize")))
-            digest[QLatin1StringView("size")] = root->value(QLatin1StringView("iconSize"));
-        Step step;
-        switch (read_step(digest, step)) {
-        case StepProblem::NoSha256:
-            return check.invalid(QStringLiteral("iconSha256 is missing"));
-        case StepProblem::NoSize:
-            return check.invalid(QStringLiteral("iconSize is missing"));
-        case StepProblem::BadSha256:
-            return check.invalid(QStringLiteral("iconSha256 is not a hex SHA-256 digest"));
-        case StepProblem::BadSize:
-            return check.invalid(QStringLiteral("iconSize is not a byte count"));
-        default:
-            break;
+        // The icon is optional: one that cannot be checked is left out.
+        const QJsonValue digest = root->value(QLatin1StringView("iconSha256"));
+        const QJsonValue size = root->value(QLatin1StringView("iconSize"));
+        static const QRegularExpression hex(QStringLiteral("^[0-9a-fA-F]{64}$"));
+        const double bytes = size.toDouble(-1);
+        QString problem;
+        if (!digest.isString())
+            problem = QStringLiteral("iconSha256 is missing");
+        else if (!size.isDouble())
+            problem = QStringLiteral("iconSize is missing");
+        else if (!hex.match(digest.toString()).hasMatch())
+            problem = QStringLiteral("iconSha256 is not a hex SHA-256 digest");
+        else if (bytes > double(kMaxIconSize))
+            problem = QStringLiteral("iconSize is over the limit of %1 bytes").arg(kMaxIconSize);
+        else if (!(bytes >= 0) || bytes != double(qint64(bytes)))
+            problem = QStringLiteral("iconSize is not a byte count");
+        if (problem.isEmpty()) {
+            manifest.icon_url = QUrl(icon);
+            manifest.icon_sha256 = digest.toString().toLower().toLatin1();
+            manifest.icon_size = qint64(bytes);
+        } else {
+            qCWarning(lc_update).noquote()
+                << QStringLiteral("plugin installer: leaving out the icon: %1").arg(problem);
         }
-        manifest.icon_sha256 = step.sha256;
-        manifest.icon_size = step.size;
     }
 
     const std::optional<Manifest> package = read_entries(

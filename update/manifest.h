@@ -15,6 +15,12 @@
 // they describe. Nothing here touches the network.
 namespace corv::update {
 
+// What each download may grow to: a plugin's icon, a manifest (or a
+// changelog), and a package named by a download step.
+inline constexpr qint64 kMaxIconSize = 1024 * 1024;
+inline constexpr qint64 kMaxManifestSize = 16 * 1024 * 1024;
+inline constexpr qint64 kMaxPackageSize = 512 * 1024 * 1024;
+
 // Versions are dotted numbers compared segment by segment; missing trailing
 // segments count as 0, so 1.2 and 1.2.0 are the same version. A text that
 // yields no numeric segment is no version (null).
@@ -52,7 +58,8 @@ struct Manifest {
     QList<Entry> entries;
 };
 
-// Parses and validates an update manifest. The first failure rejects it and
+// Parses and validates an update manifest. A download step may not be
+// larger than kMaxPackageSize. The first failure rejects it and
 // is logged as a warning ("<component> updater: failed to ..."); the same
 // text goes to *error.
 std::optional<Manifest> read_manifest(QByteArrayView json, const QString &component,
@@ -60,7 +67,9 @@ std::optional<Manifest> read_manifest(QByteArrayView json, const QString &compon
 
 // A plugin manifest: who the plugin is, its icon (checked against the digest
 // and size given with it) and the releases of its package, in the layout of
-// an update manifest.
+// an update manifest. The icon is optional: one without "iconSha256" and
+// "iconSize", or larger than kMaxIconSize, is left out (with a warning) and
+// the rest of the manifest kept.
 struct PluginManifest {
     QString id;
     QString display_name;

@@ -1,6 +1,7 @@
 #include "widgets/install_plugin_window.h"
 
 #include "locale/translate.h"
+#include "update/platform.h"
 #include "update/plugin_installer.h"
 
 #include <QDialogButtonBox>
@@ -18,14 +19,15 @@ InstallPluginWindow::InstallPluginWindow(const UpdateContext &context, QWidget *
     : QDialog(parent),
       m_installer(new update::PluginInstaller(
           update::FetchOptions{context.user_agent, context.stall_timeout_ms},
-          context.plugins_folder,
-          context.components.isEmpty() ? QString() : context.components.first().method(), this)),
+          context.plugins_folder, QString::fromLatin1(update::platform::plugin_update_method()),
+          this)),
       m_url(new QLineEdit),
       m_fetch(new QPushButton(locale::translate("InstallPluginWindow.Fetch"))), m_icon(new QLabel),
       m_plugin(new QLabel), m_status(new QLabel),
       m_install(new QPushButton(locale::translate("InstallPluginWindow.Install")))
 {
     setObjectName(QStringLiteral("InstallPluginWindow"));
+    m_installer->set_loaded_plugins(context.plugins);
     setWindowTitle(locale::translate("InstallPluginWindow.Title"));
     resize(480, 200);
 
@@ -71,7 +73,14 @@ InstallPluginWindow::InstallPluginWindow(const UpdateContext &context, QWidget *
         const update::PluginManifest &manifest = *m_installer->manifest();
         m_plugin->setText(locale::translate("InstallPluginWindow.Plugin.%1.%2",
                                             manifest.display_name, manifest.id));
-        set_status({});
+        // Installing over a plugin that is there updates it; say so first.
+        const QVersionNumber installed = m_installer->installed_version();
+        const update::Entry *release = m_installer->release();
+        set_status(installed.isNull() || !release
+                       ? QString()
+                       : locale::translate("InstallPluginWindow.Update.%1.%2.%3",
+                                           manifest.display_name, installed.toString(),
+                                           release->version_text));
         m_install->setEnabled(true);
     });
     connect(m_installer, &update::PluginInstaller::icon_ready, this,

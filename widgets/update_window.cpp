@@ -3,6 +3,7 @@
 #include "locale/translate.h"
 #include "sdk/plugin_list.h"
 #include "update/hand_off.h"
+#include "update/platform.h"
 #include "update/update_checker.h"
 #include "widgets/update_window_view_model.h"
 
@@ -90,18 +91,23 @@ UpdateContext update_context(const engine::PluginList &plugins, const QByteArray
     UpdateContext context;
     for (qsizetype i = 0; i < plugins.count(); ++i) {
         const engine::Plugin *plugin = plugins.at(i);
+        context.plugins.append({plugin->id(), plugin->version(), plugin->install_dir()});
         if (plugin->update_url().isEmpty())
             continue;
+        // An address that names no install method gets this platform's
+        // plugin method (the application's own names its method itself).
+        QUrl url(QString::fromUtf8(plugin->update_url()));
+        if (!url.hasFragment())
+            url.setFragment(QString::fromLatin1(update::platform::plugin_update_method()));
         context.components.append({plugin->id(), QString::fromUtf8(plugin->name()),
-                                   plugin->version(), QUrl(QString::fromUtf8(plugin->update_url())),
-                                   plugin->install_dir()});
+                                   plugin->version(), url, plugin->install_dir()});
     }
     const QString data = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     context.user_agent = user_agent;
     context.settings_file = data + QStringLiteral("/settings.ini");
     context.plugins_folder = data + QStringLiteral("/plugins");
     context.host_program =
-        QDir(QCoreApplication::applicationDirPath()).filePath(update::update_host_file_name());
+        QDir(QCoreApplication::applicationDirPath()).filePath(update::platform::update_host_file_name());
     context.return_to = QCoreApplication::applicationFilePath();
     context.return_to_name = QCoreApplication::applicationName();
     return context;

@@ -2,6 +2,7 @@
 
 #include "update/candidates.h"
 #include "update/dependency_graph.h"
+#include "update/plugin_installer.h"
 
 #include <QDialog>
 
@@ -35,8 +36,9 @@ struct UpdateContext {
     QString return_to;
     QString return_to_name;
     // The folder installed plugins go to ("plugins" in the application data
-    // folder).
+    // folder), and every plugin the program runs with.
     QString plugins_folder;
+    QList<update::LoadedPlugin> plugins;
     // Asked before the program hands off and quits (unsaved changes); an
     // empty function agrees.
     std::function<bool()> confirm_quit;

@@ -1,8 +1,8 @@
 #pragma once
 
 // A small HTTP/1.1 server on 127.0.0.1 for the updater tests: serves fixed
-// bodies by path, answers unknown paths with 404, and can stall (send half a
-// body, then nothing). Records the user agent of every request.
+// bodies by path, answers unknown paths with 404, redirects, and can stall
+// (send half a body, then nothing). Records the user agent of every request.
 #include <QHash>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -14,6 +14,7 @@ public:
         QByteArray body;
         int status = 200;
         bool stall = false;
+        QByteArray location; // a redirect's target
     };
 
     HttpServer()
@@ -33,9 +34,13 @@ public:
     }
     void serve(const QString &path, const QByteArray &body, int status = 200)
     {
-        routes[path] = {body, status};
+        routes[path] = {body, status, false, {}};
     }
-    void stall(const QString &path, const QByteArray &body) { routes[path] = {body, 200, true}; }
+    void stall(const QString &path, const QByteArray &body) { routes[path] = {body, 200, true, {}}; }
+    void redirect(const QString &path, const QString &target)
+    {
+        routes[path] = {{}, 302, false, target.toUtf8()};
+    }
 
     QHash<QString, Route> routes;
     QList<QByteArray> user_agents;
@@ -57,9 +62,11 @@ private:
                 user_agents.append(line.mid(11).trimmed());
         }
         requested.append(path);
-        const Route route = routes.value(path, Route{"not found", 404});
+        const Route route = routes.value(path, Route{"not found", 404, false, {}});
         QByteArray reply = "HTTP/1.1 " + QByteArray::number(route.status) +
-                           (route.status == 200 ? " OK" : " Not Found") +
+                           (route.status == 200   ? " OK"
+                            : route.status == 302 ? " Found\r\nLocation: " + route.location
+                                                  : " Not Found") +
                            "\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
                            QByteArray::number(route.body.size()) + "\r\nConnection: close\r\n\r\n";
         if (route.stall) {

@@ -111,6 +111,14 @@ private slots:
             manifest_with("", "[{\"download\": \"f\", \"destination\": \"f\", " + QByteArray(kSha) +
                                   ", \"size\": -3}]"),
             "failed to validate manifest: entries[0].methods.m[0].size is not a byte count");
+        row("download past the package limit",
+            manifest_with("", "[{\"download\": \"f\", \"destination\": \"f\", " + QByteArray(kSha) +
+                                  ", \"size\": 536870913}]"),
+            "failed to validate manifest: entries[0].methods.m[0].size is over the limit of "
+            "536870912 bytes");
+        row("manifest past its limit", "{\"formatVersion\": 1, \"x\": \"" +
+                                           QByteArray(16 * 1024 * 1024, 'x') + "\"}",
+            "failed to parse manifest: it is over the limit of 16777216 bytes");
         row("extract destination", manifest_with("", "[{\"extract\": \"f\"}]"),
             "failed to validate manifest: entries[0].methods.m[0].destination is missing");
         row("second entry",
@@ -169,9 +177,6 @@ private slots:
         QTest::newRow("no name")
             << QByteArray("{\"formatVersion\": 1, \"id\": \"a\"}")
             << "plugin installer: failed to validate manifest: displayName is missing";
-        QTest::newRow("icon digest")
-            << head + ", \"iconUrl\": \"i.png\", \"iconSize\": 3}"
-            << "plugin installer: failed to validate manifest: iconSha256 is missing";
         QTest::newRow("package") << head + "}"
                                  << "P updater: failed to validate manifest: entries is missing";
     }
@@ -181,6 +186,42 @@ private slots:
         QFETCH(QString, message);
         QTest::ignoreMessage(QtWarningMsg, qUtf8Printable(message));
         QVERIFY(!read_plugin_manifest(json));
+    }
+
+    // The icon is optional: one that cannot be checked, or that is larger
+    // than an icon may be, is left out and the plugin kept.
+    void plugin_icon_data()
+    {
+        QTest::addColumn<QByteArray>("icon");
+        QTest::addColumn<QString>("problem"); // empty: the icon is kept
+        const QByteArray sha = ", \"iconSha256\": \"" + QByteArray(64, 'a') + "\"";
+        QTest::newRow("checked") << sha + ", \"iconSize\": 1048576" << QString();
+        QTest::newRow("no digest") << QByteArray(", \"iconSize\": 3") << "iconSha256 is missing";
+        QTest::newRow("no size") << sha << "iconSize is missing";
+        QTest::newRow("bad digest") << QByteArray(", \"iconSha256\": \"ab\", \"iconSize\": 3")
+                                    << "iconSha256 is not a hex SHA-256 digest";
+        QTest::newRow("negative size")
+            << sha + ", \"iconSize\": -1" << "iconSize is not a byte count";
+        QTest::newRow("past the limit")
+            << sha + ", \"iconSize\": 1048577" << "iconSize is over the limit of 1048576 bytes";
+        QTest::newRow("1.5 GB") << sha + ", \"iconSize\": 1.5e9"
+                                << "iconSize is over the limit of 1048576 bytes";
+    }
+    void plugin_icon()
+    {
+        QFETCH(QByteArray, icon);
+        QFETCH(QString, problem);
+        const QByteArray json = "{\"formatVersion\": 1, \"id\": \"io.example.p\", \"displayName\": "
+                                "\"P\", \"iconUrl\": \"i.png\"" +
+                                icon + ", \"entries\": [{\"version\": \"1\", \"descriptionUrl\": "
+                                       "\"n\", \"methods\": {\"m\": [{\"run\": \"x\"}]}}]}";
+        if (!problem.isEmpty())
+            QTest::ignoreMessage(QtWarningMsg,
+                                 qUtf8Printable("plugin installer: leaving out the icon: " + problem));
+        const std::optional<PluginManifest> manifest = read_plugin_manifest(json);
+        QVERIFY(manifest);
+        QCOMPARE(manifest->package.entries.size(), 1);
+        QCOMPARE(manifest->icon_url.isEmpty(), !problem.isEmpty());
     }
 
     void safe_paths()

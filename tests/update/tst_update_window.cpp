@@ -1,8 +1,11 @@
 // The update window, the update check entry points and the install-plugin
 // window under the offscreen platform, against a local HTTP server.
+#include "archive_writer.h"
 #include "http_server.h"
 
+#include "sdk/plugin_list.h"
 #include "update/candidates.h"
+#include "update/platform.h"
 #include "widgets/install_plugin_window.h"
 #include "widgets/update_window.h"
 #include "widgets/update_window_view_model.h"
@@ -13,10 +16,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QLibrary>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
-#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpression>
@@ -38,7 +41,7 @@ QJsonObject entry(const char *version, const QJsonObject &requirements = {},
              QStringLiteral("notes-%1.html").arg(QString::fromLatin1(version))},
             {QStringLiteral("requires"), requirements},
             {QStringLiteral("methods"),
-             QJsonObject{{QStringLiteral("linux64.tar.gz"),
+             QJsonObject{{QString::fromLatin1(update::platform::plugin_update_method()),
                           steps.isEmpty() ? QJsonArray{QJsonObject{
                                                 {QStringLiteral("run"), QStringLiteral("true")}}}
                                           : steps}}}};
@@ -49,6 +52,21 @@ QByteArray manifest(const QJsonArray &entries, QJsonObject root = {})
     root[QStringLiteral("formatVersion")] = 1;
     root[QStringLiteral("entries")] = entries;
     return QJsonDocument(root).toJson();
+}
+
+// A plugin whose update address is g_update_url.
+const char *g_update_url = nullptr;
+int sdk_version()
+{
+    return 1;
+}
+void set_handle(corv_plugin *) {}
+void get_info(corv_plugin_info *info)
+{
+    info->id = "io.x.q";
+    info->name = "Q";
+    info->version = "1.0";
+    info->update_url = g_update_url;
 }
 
 template <typename T> T *top_level()
@@ -73,7 +91,7 @@ private:
         widgets::UpdateContext c;
         const auto url = [this](const char *path) {
             QUrl u = m_server->url(QString::fromLatin1(path));
-            u.setFragment(QStringLiteral("linux64.tar.gz"));
+            u.setFragment(QString::fromLatin1(update::platform::plugin_update_method()));
             return u;
         };
         c.components.append({QStringLiteral("io.x.app"), QStringLiteral("App"), QVersionNumber(1),
@@ -205,33 +223,62 @@ private slots:
         QVERIFY(!top_level<widgets::UpdateWindow>());
     }
 
+    // Plugins name the manifest's address; one that names no install
+    // method (the maker's own plugins) is given this platform's.
+    void update_context_method_data()
+    {
+        QTest::addColumn<QByteArray>("address");
+        QTest::addColumn<QString>("expected"); // empty: nothing to update
+        const QString plain = QStringLiteral("https://updates.marrowfield.example/plugins/mqtt/manifest.json");
+        QTest::newRow("no method") << plain.toUtf8()
+                                   << plain + u'#' + QString::fromLatin1(update::platform::plugin_update_method());
+        QTest::newRow("its own method") << (plain + QStringLiteral("#win64.zip")).toUtf8()
+                                        << plain + QStringLiteral("#win64.zip");
+        QTest::newRow("no address") << QByteArray() << QString();
+    }
+    void update_context_method()
+    {
+        QFETCH(QByteArray, address);
+        QFETCH(QString, expected);
+        g_update_url = address.isEmpty() ? nullptr : address.constData();
+        engine::PluginList plugins;
+        engine::PluginEntryPoints entry_points;
+        entry_points.sdk_version = sdk_version;
+        entry_points.set_handle = set_handle;
+        entry_points.get_info = get_info;
+        QVERIFY(plugins.add_builtin(entry_points, m_folder.path()));
+        const widgets::UpdateContext context = widgets::update_context(plugins, "UA");
+        QCOMPARE(context.plugins.size(), 1);
+        QCOMPARE(context.plugins[0].version, QVersionNumber(1, 0));
+        QCOMPARE(context.components.size(), expected.isEmpty() ? 0 : 1);
+        if (!expected.isEmpty())
+            QCOMPARE(context.components[0].manifest_url.toString(), expected);
+    }
+
     void install_plugin_window()
     {
-        QTemporaryDir package;
-        QFile library(package.filePath(QStringLiteral("io.x.p.so")));
-        QVERIFY(library.open(QIODevice::WriteOnly));
-        library.write("library");
-        library.close();
-        QProcess tar;
-        tar.start(QStringLiteral("tar"),
-                  {QStringLiteral("-czf"), QStringLiteral("-"), QStringLiteral("-C"),
-                   package.path(), QStringLiteral(".")});
-        QVERIFY(tar.waitForFinished());
-        const QByteArray archive = tar.readAllStandardOutput();
-        const QByteArray digest =
-            QCryptographicHash::hash(archive, QCryptographicHash::Sha256).toHex();
-        m_server->serve(QStringLiteral("/p.tar.gz"), archive);
-        const QJsonArray steps{
-            QJsonObject{{QStringLiteral("download"), QStringLiteral("p.tar.gz")},
-                        {QStringLiteral("destination"), QStringLiteral("p.tar.gz")},
-                        {QStringLiteral("sha256"), QString::fromLatin1(digest)},
-                        {QStringLiteral("size"), archive.size()}},
-            QJsonObject{{QStringLiteral("extract"), QStringLiteral("p.tar.gz")},
-                        {QStringLiteral("destination"), QStringLiteral(".")}}};
-        m_server->serve(QStringLiteral("/plugin.json"),
-                        manifest({entry("1.0", {}, steps)},
-                                 {{QStringLiteral("id"), QStringLiteral("io.x.p")},
-                                  {QStringLiteral("displayName"), QStringLiteral("Pea")}}));
+        // Plugin p as release `version`, its library named for this platform.
+        const QString library =
+            QLibrary::isLibrary(QStringLiteral("p.dll")) ? "io.x.p.dll" : "io.x.p.so";
+        const auto serve = [this, &library](const char *version) {
+            const QByteArray archive = archive_writer::gzip(
+                archive_writer::tar({{library.toUtf8(), QByteArray("library ") + version, 0755}}));
+            const QByteArray digest =
+                QCryptographicHash::hash(archive, QCryptographicHash::Sha256).toHex();
+            m_server->serve(QStringLiteral("/p.tar.gz"), archive);
+            const QJsonArray steps{
+                QJsonObject{{QStringLiteral("download"), QStringLiteral("p.tar.gz")},
+                            {QStringLiteral("destination"), QStringLiteral("p.tar.gz")},
+                            {QStringLiteral("sha256"), QString::fromLatin1(digest)},
+                            {QStringLiteral("size"), archive.size()}},
+                QJsonObject{{QStringLiteral("extract"), QStringLiteral("p.tar.gz")},
+                            {QStringLiteral("destination"), QStringLiteral(".")}}};
+            m_server->serve(QStringLiteral("/plugin.json"),
+                            manifest({entry(version, {}, steps)},
+                                     {{QStringLiteral("id"), QStringLiteral("io.x.p")},
+                                      {QStringLiteral("displayName"), QStringLiteral("Pea")}}));
+        };
+        serve("1.0");
 
         widgets::InstallPluginWindow *window =
             widgets::show_install_plugin_window(nullptr, context());
@@ -245,7 +292,21 @@ private slots:
         QTRY_COMPARE(
             window->status_label()->text(),
             QStringLiteral("Pea was installed. It will be loaded the next time Corvane starts."));
-        QVERIFY(QFileInfo::exists(context().plugins_folder + QStringLiteral("/io.x.p/io.x.p.so")));
+        const QString installed = context().plugins_folder + QStringLiteral("/io.x.p/") + library;
+        QVERIFY(QFileInfo::exists(installed));
+
+        // The same plugin again, newer: the window says it is an update.
+        serve("1.1");
+        window->fetch_button()->click();
+        QTRY_VERIFY(window->install_button()->isEnabled());
+        QCOMPARE(window->status_label()->text(),
+                 QStringLiteral("Pea 1.0 is installed; Install updates it to 1.1 and keeps its "
+                                "settings."));
+        window->install_button()->click();
+        QTRY_VERIFY(window->status_label()->text().startsWith(QStringLiteral("Pea was installed")));
+        QFile updated(installed);
+        QVERIFY(updated.open(QIODevice::ReadOnly));
+        QCOMPARE(updated.readAll(), QByteArray("library 1.1"));
 
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "^plugin installer: could not get manifest")));

@@ -1,13 +1,22 @@
 // The update host: started by Corvane from a temporary "corvupdate." folder
-// with the path of its "update.json". It waits until Corvane has exited,
-// downloads every file of the update and checks each against its sha256 and
-// size, and only when all of them are good unpacks and runs the steps into
-// the install folders. Then it starts the program named by "returnTo" again,
-// updated or (after a failure) as it was. Its log is "updatehost.log" beside
-// the description, and standard error.
+// with the path of its "update.json". The update is all or nothing:
+//  1. every step is checked (paths, sizes, what each extracts, the programs
+//     it runs) before anything is fetched;
+//  2. once Corvane has exited, every file is downloaded and checked against
+//     its sha256 and size, and every archive unpacked into a staging folder;
+//  3. only then are the steps carried out, each file that is replaced moved
+//     aside first; when a step fails, everything is moved back.
+// Windows installer packages (".msi") go to the system's installer, which
+// undoes its own work when it fails. In every case the program named by
+// "returnTo" is started again, updated or as it was. The log is
+// "updatehost.log" beside the description (and standard error); a failed
+// update also leaves "updatehost.failed" there, for Corvane to report and
+// keep the log at its next start.
 #include "update/fetcher.h"
 #include "update/install_steps.h"
 #include "update/manifest.h"
+#include "update/archive.h"
+#include "update/platform.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -21,6 +30,7 @@
 #include <QMap>
 #include <QNetworkAccessManager>
 #include <QProcess>
+#include <QSet>
 
 #include <cstdio>
 
@@ -88,6 +98,7 @@ bool read_update(const QString &path, Update &update)
     update.folder = QFileInfo(path).absolutePath();
     update.application = {root.value(QLatin1StringView("basePath")).toString(),
                           QUrl(root.value(QLatin1StringView("baseUrl")).toString())};
+    // Read first: whatever else is wrong, the program is started again.
     update.return_to = root.value(QLatin1StringView("returnTo")).toString();
     update.return_to_name = root.value(QLatin1StringView("returnToName")).toString();
     update.wait_for = root.value(QLatin1StringView("waitFor")).toString();
@@ -106,24 +117,63 @@ bool read_update(const QString &path, Update &update)
                 << QStringLiteral("updater: step %1 of %2 is not valid").arg(i).arg(path);
             return false;
         }
-        if (step->kind != Step::Run && !is_safe_relative_path(step->destination)) {
-            qWarning().noquote() << QStringLiteral("updater: step %1 has an unsafe destination %2")
-                                        .arg(i)
-                                        .arg(step->destination);
-            return false;
-        }
-        if (step->kind == Step::Extract && !is_safe_relative_path(step->value)) {
-            qWarning().noquote() << QStringLiteral("updater: step %1 extracts an unsafe path %2")
-                                        .arg(i)
-                                        .arg(step->value);
-            return false;
-        }
         update.steps.append(
             {steps[i].toObject().value(QLatin1StringView("component")).toString(), *step});
     }
     if (update.application.base_path.isEmpty() || update.return_to.isEmpty()) {
         qWarning().noquote() << QStringLiteral("updater: %1 lacks basePath or returnTo").arg(path);
         return false;
+    }
+    return true;
+}
+
+// Everything that can be known before anything is fetched or touched.
+bool check_steps(const Update &update)
+{
+    QSet<QString> downloaded;
+    for (qsizetype i = 0; i < update.steps.size(); ++i) {
+        const auto &[component, step] = update.steps[i];
+        const Target &target = update.target(component);
+        auto refuse = [i](const QString &why) {
+            qWarning().noquote() << QStringLiteral("updater: step %1 is refused: %2").arg(i).arg(why);
+            return false;
+        };
+        if (target.base_path.isEmpty() || !QFileInfo(target.base_path).isDir())
+            return refuse(QStringLiteral("its install folder %1 does not exist").arg(target.base_path));
+        switch (step.kind) {
+        case Step::Download:
+            if (!is_safe_relative_path(step.destination))
+                return refuse(QStringLiteral("unsafe destination %1").arg(step.destination));
+            if (step.size > kMaxPackageSize)
+                return refuse(QStringLiteral("%1 is over the limit of %2 bytes")
+                                  .arg(step.value)
+                                  .arg(kMaxPackageSize));
+            downloaded.insert(component + u'/' + QDir::cleanPath(step.destination));
+            break;
+        case Step::Extract:
+            if (!is_safe_relative_path(step.destination))
+                return refuse(QStringLiteral("unsafe destination %1").arg(step.destination));
+            if (!is_safe_relative_path(step.value))
+                return refuse(QStringLiteral("extracts an unsafe path %1").arg(step.value));
+            if (!downloaded.contains(component + u'/' + QDir::cleanPath(step.value)))
+                return refuse(QStringLiteral("%1 is not downloaded before").arg(step.value));
+            if (platform::is_system_package(step.value)) {
+                if (const QString why = platform::system_package_refusal(step.value);
+                    !why.isEmpty())
+                    return refuse(why);
+            }
+            break;
+        case Step::Run: {
+            const QString program = QProcess::splitCommand(step.value).value(0);
+            if (program.isEmpty())
+                return refuse(QStringLiteral("empty command"));
+            // A program that a download brings is there once downloaded.
+            if (!downloaded.contains(component + u'/' + QDir::cleanPath(program)) &&
+                find_program(step.value, update.downloads(component), target.base_path).isEmpty())
+                return refuse(QStringLiteral("program %1 not found").arg(program));
+            break;
+        }
+        }
     }
     return true;
 }
@@ -181,21 +231,52 @@ bool download_all(const Update &update)
     return true;
 }
 
-bool install_all(const Update &update)
+QString staging_folder(const Update &update, qsizetype step)
 {
-    for (const auto &[component, step] : update.steps) {
+    return QDir(update.folder).filePath(QStringLiteral("staged/%1").arg(step));
+}
+
+// Every archive unpacked, beside the install folders, before any is changed.
+bool stage_all(const Update &update)
+{
+    for (qsizetype i = 0; i < update.steps.size(); ++i) {
+        const auto &[component, step] = update.steps[i];
+        if (step.kind != Step::Extract || platform::is_system_package(step.value))
+            continue;
+        const QString archive = QDir(update.downloads(component)).filePath(step.value);
+        QString error;
+        if (!unpack_archive(archive, staging_folder(update, i), ArchiveLimits(), &error)) {
+            qWarning().noquote()
+                << QStringLiteral("updater: failed to extract %1: %2").arg(archive, error);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool install_all(const Update &update, FileTransaction &changes)
+{
+    for (qsizetype i = 0; i < update.steps.size(); ++i) {
+        const auto &[component, step] = update.steps[i];
         const Target &target = update.target(component);
         QString error;
-        if (step.kind == Step::Extract) {
-            const QString archive = QDir(update.downloads(component)).filePath(step.value);
-            const QString destination = QDir(target.base_path).filePath(step.destination);
-            if (!extract_archive(archive, destination, update.folder, &error)) {
+        if (step.kind == Step::Extract && platform::is_system_package(step.value)) {
+            const QString package = QDir(update.downloads(component)).filePath(step.value);
+            if (!platform::install_system_package(package, 3600000, &error)) {
                 qWarning().noquote()
-                    << QStringLiteral("updater: failed to extract %1: %2").arg(archive, error);
+                    << QStringLiteral("updater: failed to install %1: %2").arg(package, error);
+                return false;
+            }
+            qInfo().noquote() << QStringLiteral("updater: installed %1").arg(package);
+        } else if (step.kind == Step::Extract) {
+            const QString destination = QDir(target.base_path).filePath(step.destination);
+            if (!changes.move_in(staging_folder(update, i), destination, &error)) {
+                qWarning().noquote()
+                    << QStringLiteral("updater: failed to extract %1: %2").arg(step.value, error);
                 return false;
             }
             qInfo().noquote()
-                << QStringLiteral("updater: extracted %1 to %2").arg(archive, destination);
+                << QStringLiteral("updater: extracted %1 to %2").arg(step.value, destination);
         } else if (step.kind == Step::Run) {
             if (!run_command(step.value, update.downloads(component), target.base_path, 600000,
                              &error)) {
@@ -209,6 +290,23 @@ bool install_all(const Update &update)
     return true;
 }
 
+bool update_all(const Update &update)
+{
+    if (!check_steps(update))
+        return false;
+    if (!download_all(update) || !stage_all(update))
+        return false;
+    FileTransaction changes(QDir(update.folder).filePath(QStringLiteral("replaced")));
+    if (install_all(update, changes))
+        return true;
+    QString error;
+    if (changes.roll_back(&error))
+        qInfo().noquote() << QStringLiteral("updater: every replaced file was restored");
+    else
+        qWarning().noquote() << QStringLiteral("updater: failed to roll back: %1").arg(error);
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -219,20 +317,29 @@ int main(int argc, char **argv)
         std::fputs("usage: updatehost UPDATE_JSON\n", stderr);
         return 2;
     }
-    QFile log(
-        QDir(QFileInfo(arguments[1]).absolutePath()).filePath(QStringLiteral("updatehost.log")));
+    const QDir folder(QFileInfo(arguments[1]).absolutePath());
+    QFile log(folder.filePath(QStringLiteral("updatehost.log")));
     if (log.open(QIODevice::Append))
         g_log = &log;
     qInstallMessageHandler(log_line);
 
     Update update;
-    if (!read_update(arguments[1], update))
-        return 1;
+    const bool readable = read_update(arguments[1], update);
+    // Even a refused update waits: the program is started again only once
+    // the running one has gone.
     wait_for_program(update.wait_for);
-    const bool ok = download_all(update) && install_all(update);
+    const bool ok = readable && update_all(update);
+    if (!ok) {
+        QFile marker(folder.filePath(QLatin1StringView(kUpdateFailedMarker)));
+        if (!marker.open(QIODevice::WriteOnly))
+            qWarning().noquote() << QStringLiteral("updater: failed to create %1: %2")
+                                        .arg(marker.fileName(), marker.errorString());
+    }
     qInfo().noquote()
         << (ok ? QStringLiteral("updater: update installed")
                : QStringLiteral("updater: update not installed; starting the installed program"));
+    if (update.return_to.isEmpty())
+        return 1;
 
     QProcess process;
     process.setProgram(update.return_to);
