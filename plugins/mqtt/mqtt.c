@@ -26,16 +26,14 @@
 #include <mosquitto.h>
 
 #include "mqtt_json.h"
+#include "mqtt_platform.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #define MQTT_ID "io.marrowfield.mqtt"
 #define PUBLISH_ID MQTT_ID ".publish"
@@ -72,9 +70,8 @@ static void copy_text(char *out, size_t size, const char *text)
 static void default_client_id(char *out, size_t size)
 {
     char host[200] = "";
-    if (gethostname(host, sizeof host - 1) != 0 || !host[0])
+    if (!mqtt_host_name(host, sizeof host))
         copy_text(host, sizeof host, "localhost");
-    host[sizeof host - 1] = '\0';
     snprintf(out, size, "corvane-%s", host);
 }
 
@@ -346,12 +343,18 @@ static void on_connect(struct mosquitto *mosq, void *user, int result, int flags
 /* Network thread. */
 static void on_disconnect(struct mosquitto *mosq, void *user, int result)
 {
+    const int error = errno;
     (void)mosq;
     (void)user;
     pthread_mutex_lock(&g.lock);
-    if (g.connected && !g.stop)
-        set_state(STATE_LOST,
-                  result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
+    if (g.connected && !g.stop) {
+        char reason[CORV_TEXT_SIZE];
+        if (result == MOSQ_ERR_ERRNO)
+            mqtt_error_text(error, reason, sizeof reason);
+        else
+            copy_text(reason, sizeof reason, mosquitto_strerror(result));
+        set_state(STATE_LOST, reason);
+    }
     g.connected = false;
     pthread_mutex_unlock(&g.lock);
 }
@@ -464,7 +467,7 @@ static void *network_main(void *arg)
         } else if (!g.accepted && g.state != STATE_REFUSED) {
             char reason[CORV_TEXT_SIZE];
             if (rc == MOSQ_ERR_ERRNO && error != 0)
-                copy_text(reason, sizeof reason, strerror(error));
+                mqtt_error_text(error, reason, sizeof reason);
             else
                 copy_text(reason, sizeof reason, mosquitto_strerror(rc));
             set_state(STATE_UNREACHABLE, reason);
@@ -827,15 +830,10 @@ static void subscribe_on_event(void *data, corv_event *event)
 static void make_user_only(bool create)
 {
     char path[1200];
-    int fd;
     if (!g_plugin)
         return;
     snprintf(path, sizeof path, "%s/prefs.xml", corv_plugin_get_data_dir(g_plugin));
-    fd = open(path, O_WRONLY | (create ? O_CREAT : 0), S_IRUSR | S_IWUSR);
-    if (fd < 0)
-        return;
-    fchmod(fd, S_IRUSR | S_IWUSR);
-    close(fd);
+    mqtt_make_user_only(path, create);
 }
 
 CPLUGIN_EXPORT void cplugin_build_preferences(cui_generate_context *context)
