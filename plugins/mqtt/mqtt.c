@@ -513,10 +513,21 @@ static void client_start(void)
     if (s.user[0])
         mosquitto_username_pw_set(mosq, s.user, s.password[0] ? s.password : NULL);
     if (s.tls) {
-        if (s.ca_file[0])
-            mosquitto_tls_set(mosq, s.ca_file, NULL, NULL, NULL, NULL);
-        else
-            mosquitto_int_option(mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+        /* TLS that can't be set up (a CA file that can't be read, a
+         * libmosquitto built without TLS) means no connection, never one in
+         * the clear with the password. */
+        const int rc = s.ca_file[0] ? mosquitto_tls_set(mosq, s.ca_file, NULL, NULL, NULL, NULL)
+                                    : mosquitto_int_option(mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+        if (rc != MOSQ_ERR_SUCCESS) {
+            pthread_mutex_lock(&g.lock);
+            g.settings = s;
+            set_state(STATE_UNREACHABLE, rc == MOSQ_ERR_NOT_SUPPORTED ? "this build has no TLS"
+                                         : s.ca_file[0]               ? "can't use the CA file"
+                                                                      : mosquitto_strerror(rc));
+            pthread_mutex_unlock(&g.lock);
+            mosquitto_destroy(mosq);
+            return;
+        }
     }
     pthread_mutex_lock(&g.lock);
     g.mosq = mosq;
