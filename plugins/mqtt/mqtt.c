@@ -113,7 +113,8 @@ enum state {
     STATE_CONNECTED,
     STATE_LOST,        /* was connected; waiting to reconnect */
     STATE_UNREACHABLE, /* the broker could not be reached */
-    STATE_REFUSED      /* the broker answered and refused (user name, password, client id) */
+    STATE_REFUSED,     /* the broker answered and refused (user name, password, client id) */
+    STATE_NOT_SET_UP   /* the settings can't be used here (TLS); no attempt is made */
 };
 
 typedef struct queued {
@@ -144,6 +145,7 @@ static struct {
     struct mosquitto *mosq;
     pthread_t thread;
     bool running;   /* the network thread exists */
+    bool wanted;    /* a node asked for the connection (main thread only) */
     bool stop;      /* the network thread should end */
     bool connected; /* the broker accepted the connection and it is up */
     bool accepted;  /* the current attempt got as far as an accepted connection */
@@ -192,6 +194,10 @@ static void set_state(enum state state, const char *detail)
     case STATE_REFUSED:
         snprintf(line, sizeof line, "The broker at %s:%d refused the connection: %s",
                  g.settings.host, g.settings.port, g.detail);
+        break;
+    case STATE_NOT_SET_UP:
+        snprintf(line, sizeof line, "Not connecting to %s:%d: %s", g.settings.host,
+                 g.settings.port, g.detail);
         break;
     default:
         snprintf(line, sizeof line, "Disconnected from %s:%d", g.settings.host, g.settings.port);
@@ -495,6 +501,7 @@ static void client_start(void)
     struct mosquitto *mosq;
     if (g.running || !g_plugin)
         return;
+    g.wanted = true;
     settings_from_store(corv_plugin_preferences_store(g_plugin), &s);
     mosq = mosquitto_new(s.client_id, false, NULL);
     if (!mosq) {
@@ -521,9 +528,9 @@ static void client_start(void)
         if (rc != MOSQ_ERR_SUCCESS) {
             pthread_mutex_lock(&g.lock);
             g.settings = s;
-            set_state(STATE_UNREACHABLE, rc == MOSQ_ERR_NOT_SUPPORTED ? "this build has no TLS"
-                                         : s.ca_file[0]               ? "can't use the CA file"
-                                                                      : mosquitto_strerror(rc));
+            set_state(STATE_NOT_SET_UP, rc == MOSQ_ERR_NOT_SUPPORTED ? "this build has no TLS"
+                                        : s.ca_file[0]               ? "can't read the CA file"
+                                                                     : mosquitto_strerror(rc));
             pthread_mutex_unlock(&g.lock);
             mosquitto_destroy(mosq);
             return;
@@ -598,13 +605,14 @@ static corv_icon plugin_icon_record(void)
 /* The state line of a panel: where to and how it goes. */
 static void state_text(char *out)
 {
-    /* Each text takes the address, and the last two the reason as well. */
+    /* Each text takes the address, and the last three the reason as well. */
     static const char *const keys[] = {
         [STATE_CONNECTING] = "MqttState.Connecting.%1",
         [STATE_CONNECTED] = "MqttState.Connected.%1",
         [STATE_LOST] = "MqttState.Lost.%1",
         [STATE_UNREACHABLE] = "MqttState.Unreachable.%1.%2",
         [STATE_REFUSED] = "MqttState.Refused.%1.%2",
+        [STATE_NOT_SET_UP] = "MqttState.NotSetUp.%1.%2",
     };
     enum state state;
     char address[CORV_TEXT_SIZE + 16];
@@ -620,7 +628,7 @@ static void state_text(char *out)
         return;
     }
     text = corv_tr_str(corv_plugin_tr_arg(g_plugin, keys[state]), address);
-    if (state == STATE_UNREACHABLE || state == STATE_REFUSED)
+    if (state == STATE_UNREACHABLE || state == STATE_REFUSED || state == STATE_NOT_SET_UP)
         text = corv_tr_str(text, detail);
     corv_tr_end_str(text, out);
 }
@@ -877,7 +885,8 @@ CPLUGIN_EXPORT void cplugin_confirm_preferences(corv_store *store)
     pthread_mutex_lock(&g.lock);
     changed = memcmp(&next, &g.settings, sizeof next) != 0;
     pthread_mutex_unlock(&g.lock);
-    if (changed && g.running) {
+    /* Also when the last settings could not be used at all. */
+    if (changed && (g.running || g.wanted)) {
         client_stop();
         client_start();
     }
@@ -969,6 +978,7 @@ CPLUGIN_EXPORT void cplugin_unload(void)
     filter_use *use;
     size_t i;
     client_stop();
+    g.wanted = false;
     pthread_mutex_lock(&g.lock);
     if (g.queue_count && g_plugin) {
         char line[128];
