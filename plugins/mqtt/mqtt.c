@@ -196,8 +196,8 @@ static void set_state(enum state state, const char *detail)
                  g.settings.host, g.settings.port, g.detail);
         break;
     case STATE_NOT_SET_UP:
-        snprintf(line, sizeof line, "Not connecting to %s:%d: %s", g.settings.host,
-                 g.settings.port, g.detail);
+        snprintf(line, sizeof line, "Not connecting to %s:%d: %s", g.settings.host, g.settings.port,
+                 g.detail);
         break;
     default:
         snprintf(line, sizeof line, "Disconnected from %s:%d", g.settings.host, g.settings.port);

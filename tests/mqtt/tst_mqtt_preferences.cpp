@@ -269,10 +269,9 @@ private Q_SLOTS:
                                 model::Value::integer(plain.serverPort()), false);
         surface->editor().write(surface->store().collection(), QStringLiteral("tls"),
                                 model::Value::boolean(true), false);
-        surface->editor().write(surface->store().collection(), QStringLiteral("cafile"),
-                                model::Value::string(m_dir.filePath(QStringLiteral("none.pem"))
-                                                         .toUtf8()),
-                                false);
+        surface->editor().write(
+            surface->store().collection(), QStringLiteral("cafile"),
+            model::Value::string(m_dir.filePath(QStringLiteral("none.pem")).toUtf8()), false);
         fourth.accept();
         widgets::PreferencesWindow fifth(new widgets::PreferencesWindowViewModel(*m_plugins));
         fifth.page_list()->setCurrentItem(
