@@ -18,6 +18,8 @@ say() { printf 'build-windows: %s\n' "$*" >&2; }
 
 corv_install_packages "$root/scripts/packages.txt"
 qt="$(corv_windows_qt)"
+# libmosquitto for the MQTT plugin, built once; without it the plugin is left out.
+mosquitto="$("$root/scripts/build-windows-mosquitto.sh")" || mosquitto=""
 
 # The icons are rendered at build time by a tool that runs here: built for
 # this machine in a small build folder of its own.
@@ -37,9 +39,11 @@ if [[ ! -f $build/CMakeCache.txt || ! -f $build/build.ninja ]]; then
           "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/mingw-w64-x86_64.cmake"
           "-DCMAKE_PREFIX_PATH=$qt" -DQT_HOST_PATH=/usr
           -DQT_HOST_PATH_CMAKE_DIR=/usr/lib/x86_64-linux-gnu/cmake
-          "-DCORV_HOST_RENDER_ICONS=$renderer")
+          "-DCORV_HOST_RENDER_ICONS=$renderer" "-DCORV_WINDOWS_MOSQUITTO_DIR:PATH=$mosquitto")
     mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
     cmake "${args[@]}" >/dev/null
+elif ! grep -qxF "CORV_WINDOWS_MOSQUITTO_DIR:PATH=$mosquitto" "$build/CMakeCache.txt"; then
+    cmake -S "$root" -B "$build" "-DCORV_WINDOWS_MOSQUITTO_DIR:PATH=$mosquitto" >/dev/null
 fi
 cmake --build "$build" --parallel "$(nproc 2>/dev/null || echo 2)"
 printf '%s\n' "$build"

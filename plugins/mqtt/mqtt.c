@@ -26,16 +26,14 @@
 #include <mosquitto.h>
 
 #include "mqtt_json.h"
+#include "mqtt_platform.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #define MQTT_ID "io.marrowfield.mqtt"
 #define PUBLISH_ID MQTT_ID ".publish"
@@ -72,9 +70,8 @@ static void copy_text(char *out, size_t size, const char *text)
 static void default_client_id(char *out, size_t size)
 {
     char host[200] = "";
-    if (gethostname(host, sizeof host - 1) != 0 || !host[0])
+    if (!mqtt_host_name(host, sizeof host))
         copy_text(host, sizeof host, "localhost");
-    host[sizeof host - 1] = '\0';
     snprintf(out, size, "corvane-%s", host);
 }
 
@@ -116,7 +113,8 @@ enum state {
     STATE_CONNECTED,
     STATE_LOST,        /* was connected; waiting to reconnect */
     STATE_UNREACHABLE, /* the broker could not be reached */
-    STATE_REFUSED      /* the broker answered and refused (user name, password, client id) */
+    STATE_REFUSED,     /* the broker answered and refused (user name, password, client id) */
+    STATE_NOT_SET_UP   /* the settings can't be used here (TLS); no attempt is made */
 };
 
 typedef struct queued {
@@ -147,6 +145,7 @@ static struct {
     struct mosquitto *mosq;
     pthread_t thread;
     bool running;   /* the network thread exists */
+    bool wanted;    /* a node asked for the connection (main thread only) */
     bool stop;      /* the network thread should end */
     bool connected; /* the broker accepted the connection and it is up */
     bool accepted;  /* the current attempt got as far as an accepted connection */
@@ -195,6 +194,10 @@ static void set_state(enum state state, const char *detail)
     case STATE_REFUSED:
         snprintf(line, sizeof line, "The broker at %s:%d refused the connection: %s",
                  g.settings.host, g.settings.port, g.detail);
+        break;
+    case STATE_NOT_SET_UP:
+        snprintf(line, sizeof line, "Not connecting to %s:%d: %s", g.settings.host, g.settings.port,
+                 g.detail);
         break;
     default:
         snprintf(line, sizeof line, "Disconnected from %s:%d", g.settings.host, g.settings.port);
@@ -346,12 +349,18 @@ static void on_connect(struct mosquitto *mosq, void *user, int result, int flags
 /* Network thread. */
 static void on_disconnect(struct mosquitto *mosq, void *user, int result)
 {
+    const int error = errno;
     (void)mosq;
     (void)user;
     pthread_mutex_lock(&g.lock);
-    if (g.connected && !g.stop)
-        set_state(STATE_LOST,
-                  result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
+    if (g.connected && !g.stop) {
+        char reason[CORV_TEXT_SIZE];
+        if (result == MOSQ_ERR_ERRNO)
+            mqtt_error_text(error, reason, sizeof reason);
+        else
+            copy_text(reason, sizeof reason, mosquitto_strerror(result));
+        set_state(STATE_LOST, reason);
+    }
     g.connected = false;
     pthread_mutex_unlock(&g.lock);
 }
@@ -464,7 +473,7 @@ static void *network_main(void *arg)
         } else if (!g.accepted && g.state != STATE_REFUSED) {
             char reason[CORV_TEXT_SIZE];
             if (rc == MOSQ_ERR_ERRNO && error != 0)
-                copy_text(reason, sizeof reason, strerror(error));
+                mqtt_error_text(error, reason, sizeof reason);
             else
                 copy_text(reason, sizeof reason, mosquitto_strerror(rc));
             set_state(STATE_UNREACHABLE, reason);
@@ -492,6 +501,7 @@ static void client_start(void)
     struct mosquitto *mosq;
     if (g.running || !g_plugin)
         return;
+    g.wanted = true;
     settings_from_store(corv_plugin_preferences_store(g_plugin), &s);
     mosq = mosquitto_new(s.client_id, false, NULL);
     if (!mosq) {
@@ -510,10 +520,21 @@ static void client_start(void)
     if (s.user[0])
         mosquitto_username_pw_set(mosq, s.user, s.password[0] ? s.password : NULL);
     if (s.tls) {
-        if (s.ca_file[0])
-            mosquitto_tls_set(mosq, s.ca_file, NULL, NULL, NULL, NULL);
-        else
-            mosquitto_int_option(mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+        /* TLS that can't be set up (a CA file that can't be read, a
+         * libmosquitto built without TLS) means no connection, never one in
+         * the clear with the password. */
+        const int rc = s.ca_file[0] ? mosquitto_tls_set(mosq, s.ca_file, NULL, NULL, NULL, NULL)
+                                    : mosquitto_int_option(mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+        if (rc != MOSQ_ERR_SUCCESS) {
+            pthread_mutex_lock(&g.lock);
+            g.settings = s;
+            set_state(STATE_NOT_SET_UP, rc == MOSQ_ERR_NOT_SUPPORTED ? "this build has no TLS"
+                                        : s.ca_file[0]               ? "can't read the CA file"
+                                                                     : mosquitto_strerror(rc));
+            pthread_mutex_unlock(&g.lock);
+            mosquitto_destroy(mosq);
+            return;
+        }
     }
     pthread_mutex_lock(&g.lock);
     g.mosq = mosq;
@@ -584,13 +605,14 @@ static corv_icon plugin_icon_record(void)
 /* The state line of a panel: where to and how it goes. */
 static void state_text(char *out)
 {
-    /* Each text takes the address, and the last two the reason as well. */
+    /* Each text takes the address, and the last three the reason as well. */
     static const char *const keys[] = {
         [STATE_CONNECTING] = "MqttState.Connecting.%1",
         [STATE_CONNECTED] = "MqttState.Connected.%1",
         [STATE_LOST] = "MqttState.Lost.%1",
         [STATE_UNREACHABLE] = "MqttState.Unreachable.%1.%2",
         [STATE_REFUSED] = "MqttState.Refused.%1.%2",
+        [STATE_NOT_SET_UP] = "MqttState.NotSetUp.%1.%2",
     };
     enum state state;
     char address[CORV_TEXT_SIZE + 16];
@@ -606,7 +628,7 @@ static void state_text(char *out)
         return;
     }
     text = corv_tr_str(corv_plugin_tr_arg(g_plugin, keys[state]), address);
-    if (state == STATE_UNREACHABLE || state == STATE_REFUSED)
+    if (state == STATE_UNREACHABLE || state == STATE_REFUSED || state == STATE_NOT_SET_UP)
         text = corv_tr_str(text, detail);
     corv_tr_end_str(text, out);
 }
@@ -827,15 +849,10 @@ static void subscribe_on_event(void *data, corv_event *event)
 static void make_user_only(bool create)
 {
     char path[1200];
-    int fd;
     if (!g_plugin)
         return;
     snprintf(path, sizeof path, "%s/prefs.xml", corv_plugin_get_data_dir(g_plugin));
-    fd = open(path, O_WRONLY | (create ? O_CREAT : 0), S_IRUSR | S_IWUSR);
-    if (fd < 0)
-        return;
-    fchmod(fd, S_IRUSR | S_IWUSR);
-    close(fd);
+    mqtt_make_user_only(path, create);
 }
 
 CPLUGIN_EXPORT void cplugin_build_preferences(cui_generate_context *context)
@@ -868,7 +885,8 @@ CPLUGIN_EXPORT void cplugin_confirm_preferences(corv_store *store)
     pthread_mutex_lock(&g.lock);
     changed = memcmp(&next, &g.settings, sizeof next) != 0;
     pthread_mutex_unlock(&g.lock);
-    if (changed && g.running) {
+    /* Also when the last settings could not be used at all. */
+    if (changed && (g.running || g.wanted)) {
         client_stop();
         client_start();
     }
@@ -960,6 +978,7 @@ CPLUGIN_EXPORT void cplugin_unload(void)
     filter_use *use;
     size_t i;
     client_stop();
+    g.wanted = false;
     pthread_mutex_lock(&g.lock);
     if (g.queue_count && g_plugin) {
         char line[128];

@@ -256,6 +256,40 @@ private Q_SLOTS:
             QVERIFY2(seen >= expected - 100 && seen <= expected + 400,
                      qPrintable(QStringLiteral("gap %1: %2 ms").arg(gap).arg(seen)));
         }
+
+        // TLS that can't be set up (here a CA file that isn't there) keeps
+        // the password off the network: no connection in the clear instead.
+        QTcpServer plain;
+        QVERIFY(plain.listen(QHostAddress::LocalHost, 0));
+        widgets::PreferencesWindow fourth(new widgets::PreferencesWindowViewModel(*m_plugins));
+        fourth.page_list()->setCurrentItem(
+            fourth.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
+        surface = fourth.model()->page_surface(fourth.current_page())->surface();
+        surface->editor().write(surface->store().collection(), QStringLiteral("port"),
+                                model::Value::integer(plain.serverPort()), false);
+        surface->editor().write(surface->store().collection(), QStringLiteral("tls"),
+                                model::Value::boolean(true), false);
+        surface->editor().write(
+            surface->store().collection(), QStringLiteral("cafile"),
+            model::Value::string(m_dir.filePath(QStringLiteral("none.pem")).toUtf8()), false);
+        fourth.accept();
+        widgets::PreferencesWindow fifth(new widgets::PreferencesWindowViewModel(*m_plugins));
+        fifth.page_list()->setCurrentItem(
+            fifth.page_list()->findItems(QStringLiteral("MQTT"), Qt::MatchExactly).first());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            label_texts(fifth).contains(
+                QStringLiteral("Not connecting to 127.0.0.1:%1: can't read the CA file. Check "
+                               "the preferences.")
+                    .arg(plain.serverPort())),
+            10000);
+        QTest::qWait(1500);
+        QVERIFY(!plain.hasPendingConnections());
+        // Without TLS it connects again when the settings are confirmed.
+        surface = fifth.model()->page_surface(fifth.current_page())->surface();
+        surface->editor().write(surface->store().collection(), QStringLiteral("tls"),
+                                model::Value::boolean(false), false);
+        fifth.accept();
+        QTRY_VERIFY_WITH_TIMEOUT(plain.hasPendingConnections(), 10000);
         node.destroy();
     }
 };
