@@ -113,7 +113,7 @@ int main()
     backend->snapshot(down, wanted, &edges);
     std::string seen;
     for (const KeyRecord &edge : edges)
-        seen += (edge.up ? "^" : "v") + std::to_string(edge.vk) + " ";
+        seen.append(edge.up ? "^" : "v").append(std::to_string(edge.vk)).append(" ");
     check(down.none() && seen == "v17 v75 ^75 ^17 ", "a tap between reads gives its edges: " + seen);
     edges.clear();
     backend->snapshot(down, wanted, &edges);
