@@ -10,6 +10,10 @@ void default_to_offscreen()
 {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", QByteArrayLiteral("offscreen"));
+    // Its fonts, where the runner names a folder (Wine, whose Windows
+    // programs see no QT_* variable of the caller's).
+    if (!qEnvironmentVariableIsSet("QT_QPA_FONTDIR") && qEnvironmentVariableIsSet("CORV_TEST_FONT_DIR"))
+        qputenv("QT_QPA_FONTDIR", qgetenv("CORV_TEST_FONT_DIR"));
 }
 } // namespace
 

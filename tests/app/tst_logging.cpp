@@ -133,7 +133,7 @@ private slots:
         const QString path = install_logging(m_dir.path(), kStart);
         QVERIFY(!path.isEmpty());
         if (type == QtWarningMsg || type == QtCriticalMsg)
-            QTest::ignoreMessage(QtMsgType(type), qPrintable(text));
+            QTest::ignoreMessage(QtMsgType(type), qUtf8Printable(text));
         qt_message_output(QtMsgType(type), QMessageLogContext(), text);
         QCOMPARE(g_console, QStringList{text});
         // Read while the file is still open: each line is flushed as written.

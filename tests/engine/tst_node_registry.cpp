@@ -43,7 +43,7 @@ QByteArray encoded(const char *format, QColor color = Qt::red)
 void expect(const QStringList &lines)
 {
     for (const QString &line : lines)
-        QTest::ignoreMessage(line.startsWith(u'I') ? QtInfoMsg : QtWarningMsg, qPrintable(line.mid(2)));
+        QTest::ignoreMessage(line.startsWith(u'I') ? QtInfoMsg : QtWarningMsg, qUtf8Printable(line.mid(2)));
 }
 
 void quiet(bool on)

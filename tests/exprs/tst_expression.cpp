@@ -167,7 +167,7 @@ private Q_SLOTS:
             const QString warning = QStringLiteral("Expression error in \"%1\" at column %2")
                                         .arg(QString::fromUtf8(text), error);
             for (int i = 0; i < 3; ++i)
-                QTest::ignoreMessage(QtWarningMsg, qPrintable(warning));
+                QTest::ignoreMessage(QtWarningMsg, qUtf8Printable(warning));
         }
         QCOMPARE(evaluate(text, keys), result);
         QCOMPARE(evaluate(text, keys), result); // from the cache

@@ -139,7 +139,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, document);
         QFETCH(ReadResult, result);
         QFETCH(QString, log);
-        QTest::ignoreMessage(QtWarningMsg, qPrintable(log));
+        QTest::ignoreMessage(QtWarningMsg, qUtf8Printable(log));
         QCOMPARE(read_as(root, document), result);
     }
 
