@@ -161,11 +161,12 @@ private Q_SLOTS:
             QProcess saver;
             saver.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             saver.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--save-loop"), path});
+            // Through the event loop: Wine's pipes don't wake a blocking
+            // waitForReadyRead().
             const auto wait_for_line = [&saver](const QByteArray &line) {
-                while (!saver.canReadLine())
-                    if (!saver.waitForReadyRead(30000))
-                        return false;
-                return saver.readLine() == line;
+                return QTest::qWaitFor([&] { return saver.canReadLine() || saver.state() == QProcess::NotRunning; },
+                                       30000) &&
+                       saver.readLine() == line;
             };
             QVERIFY(wait_for_line("ready\n"));
             QElapsedTimer save_clock;
