@@ -161,12 +161,12 @@ private Q_SLOTS:
             QProcess saver;
             saver.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             saver.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--save-loop"), path});
-            // Through the event loop: Wine's pipes don't wake a blocking
-            // waitForReadyRead().
+            // Windows' text-mode output ends lines with "\r\n".
             const auto wait_for_line = [&saver](const QByteArray &line) {
-                return QTest::qWaitFor([&] { return saver.canReadLine() || saver.state() == QProcess::NotRunning; },
-                                       30000) &&
-                       saver.readLine() == line;
+                while (!saver.canReadLine())
+                    if (!saver.waitForReadyRead(30000))
+                        return false;
+                return saver.readLine().trimmed() == line.trimmed();
             };
             QVERIFY(wait_for_line("ready\n"));
             QElapsedTimer save_clock;
