@@ -13,8 +13,13 @@ namespace corv::test {
 // WM_CLOSE, which the program treats as SIGTERM. False when nothing was sent.
 bool ask_to_stop(QProcess &process, int unix_signal);
 
-// Whether the library at path is loaded into this process.
+// Whether a library at path, or in the folder path, is loaded into this
+// process.
 bool library_is_loaded(const QString &path);
+
+// Renames from over an existing to in one step, as editors save: rename()
+// on Unix, MoveFileEx(MOVEFILE_REPLACE_EXISTING) on Windows.
+bool rename_over(const QString &from, const QString &to);
 
 // Whether this Windows program runs under Wine, which differs from Windows
 // in a few documented behaviours (a missing import is given a stub instead

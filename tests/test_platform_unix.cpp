@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QProcess>
 
+#include <cstdio>
+
 #include <signal.h>
 #include <sys/types.h>
 
@@ -19,6 +21,11 @@ bool library_is_loaded(const QString &path)
     if (!maps.open(QIODevice::ReadOnly))
         return false;
     return QString::fromUtf8(maps.readAll()).contains(path);
+}
+
+bool rename_over(const QString &from, const QString &to)
+{
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
 bool running_under_wine()

@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include <psapi.h>
+
 namespace corv::test {
 
 bool ask_to_stop(QProcess &process, int)
@@ -17,7 +19,25 @@ bool ask_to_stop(QProcess &process, int)
 
 bool library_is_loaded(const QString &path)
 {
-    return GetModuleHandleW(reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(path).utf16())) != nullptr;
+    const QString wanted = QDir::toNativeSeparators(QDir::cleanPath(path));
+    HMODULE modules[1024];
+    DWORD bytes = 0;
+    if (!EnumProcessModules(GetCurrentProcess(), modules, sizeof modules, &bytes))
+        return false;
+    for (DWORD i = 0; i < bytes / sizeof(HMODULE); ++i) {
+        wchar_t name[MAX_PATH];
+        const DWORD size = GetModuleFileNameW(modules[i], name, MAX_PATH);
+        if (QString::fromWCharArray(name, int(size)).startsWith(wanted, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+bool rename_over(const QString &from, const QString &to)
+{
+    return MoveFileExW(reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(from).utf16()),
+                       reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(to).utf16()),
+                       MOVEFILE_REPLACE_EXISTING);
 }
 
 bool running_under_wine()
