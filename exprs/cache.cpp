@@ -2,6 +2,8 @@
 
 #include "locale/translator.h"
 
+#include <pthread.h>
+
 #include <string_view>
 #include <unordered_map>
 
@@ -63,10 +65,33 @@ private:
 
 } // namespace
 
+namespace {
+
+// Frees a thread's cache when the thread ends. A thread_local object with a
+// destructor would do the same, but MinGW-w64 can free a thread's
+// thread-local block before it runs such destructors (a crash when a
+// worker thread that evaluated templates ends); a thread-specific key gets
+// the cache itself.
+pthread_key_t cache_key()
+{
+    static const pthread_key_t key = [] {
+        pthread_key_t created;
+        pthread_key_create(&created, [](void *cache) { delete static_cast<TemplateCache *>(cache); });
+        return created;
+    }();
+    return key;
+}
+
+} // namespace
+
 std::shared_ptr<const Template> cached_template(QByteArrayView text)
 {
-    thread_local TemplateCache cache;
-    return cache.get(text);
+    thread_local TemplateCache *cache = nullptr;
+    if (!cache) {
+        cache = new TemplateCache;
+        pthread_setspecific(cache_key(), cache);
+    }
+    return cache->get(text);
 }
 
 } // namespace corv::exprs
