@@ -37,6 +37,7 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QMainWindow>
 #include <QProcess>
@@ -186,9 +187,11 @@ int run_project(int argc, char **argv, const QString &path)
 
 // --- the parent ---
 
+// The program as built (on Windows this benchmark is itself named
+// corvane.exe, in a folder of its own, to host the plugins).
 QString corvane_path()
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/corvane");
+    return QFileInfo(QStringLiteral(CORVANE_EXECUTABLE)).absoluteFilePath();
 }
 
 // Spawns program until it writes `line` to stderr; the elapsed wall time.
