@@ -177,6 +177,8 @@ class tst_Mqtt : public QObject {
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), corvane->home + QStringLiteral("/config"));
         env.insert(QStringLiteral("XDG_CACHE_HOME"), corvane->home + QStringLiteral("/cache"));
         env.insert(QStringLiteral("XDG_RUNTIME_DIR"), corvane->home + QStringLiteral("/run"));
+        // A control socket of each instance's own, so that --post reaches this one.
+        env.insert(QStringLiteral("CORV_TEST_CONTROL_DIR"), corvane->home + QStringLiteral("/run"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         for (const char *name : {"QT_MESSAGE_PATTERN", "DISPLAY", "WAYLAND_DISPLAY"})
             env.remove(QString::fromLatin1(name));
