@@ -3,6 +3,7 @@
 // and a restart when a setting changes.
 
 #include "node_rig.h"
+#include "tests/test_platform.h"
 
 #include <QDateTime>
 #include <QTest>
@@ -39,6 +40,8 @@ private Q_SLOTS:
     // a burst, and the grid goes on.
     void every_keeps_its_rate()
     {
+        if (corv::test::running_under_wine())
+            QSKIP("Wine wakes timers up to a tenth of a second late on a busy machine; Windows' are precise");
         Rig rig;
         QUuid node;
         schedule_rack(rig, {{"!seconds", Value::floating(0.1)}}, &node);
