@@ -25,7 +25,7 @@ find "$stage" -type f | LC_ALL=C sort |
     wixl-heat -p "$stage/" --directory-ref INSTALLDIR --component-group ProgramFiles \
         --var var.SourceDir --win64 >"$build/files.wxs"
 msi="$packages/corvane-$version-x64.msi"
-wixl -a x64 -D "SourceDir=$stage" -D "Version=$version" \
+wixl -a x64 -D Win64=yes -D "SourceDir=$stage" -D "Version=$version" \
     -D "IconFile=$build/resources/icons/corvane.ico" \
     -o "$msi" "$root/cmake/windows/corvane.wxs" "$build/files.wxs"
 say "made $msi ($(stat -c %s "$msi") bytes)"
