@@ -20,14 +20,17 @@ rm -rf "$stage"
 mkdir -p "$packages"
 cmake --install "$build" --prefix "$stage" --strip >/dev/null
 
-# Every installed file as a component of its own below INSTALLDIR.
-find "$stage" -type f | LC_ALL=C sort |
-    wixl-heat -p "$stage/" --directory-ref INSTALLDIR --component-group ProgramFiles \
-        --var var.SourceDir --win64 >"$build/files.wxs"
+# Every installed file as a component of its own below INSTALLDIR. wixl
+# takes the files' paths relative to the folder it runs in.
 msi="$packages/corvane-$version-x64.msi"
-wixl -a x64 -D Win64=yes -D "SourceDir=$stage" -D "Version=$version" \
-    -D "IconFile=$build/resources/icons/corvane.ico" \
-    -o "$msi" "$root/cmake/windows/corvane.wxs" "$build/files.wxs"
+(
+    cd "$build"
+    find stage -type f | LC_ALL=C sort |
+        wixl-heat -p "stage/" --directory-ref INSTALLDIR --component-group ProgramFiles \
+            --var var.SourceDir --win64 >files.wxs
+    wixl -a x64 -D Win64=yes -D SourceDir=stage -D "Version=$version" \
+        -D IconFile=resources/icons/corvane.ico -o "$msi" "$root/cmake/windows/corvane.wxs" files.wxs
+)
 say "made $msi ($(stat -c %s "$msi") bytes)"
 
 zip="$packages/corvane-$version-windows-x64.zip"
