@@ -44,6 +44,8 @@ for _ in $(seq 100); do
 done
 say "making the Wine prefix"
 "$wine_run" cmd /c exit >/dev/null 2>&1 || true
+# Settled on disk: each test runs in a copy of it.
+/usr/lib/wine/wineserver -w 2>/dev/null || true
 # The prefix's %APPDATA%, as this machine sees it.
 appdata="$(ls -d "$WINEPREFIX"/drive_c/users/*/AppData/Roaming | head -n 1)"
 
