@@ -6,6 +6,7 @@
 # checkout). Warnings are errors. Quick when nothing changed.
 #
 # CORV_WINDOWS_BUILD_DIR moves the build (default: build-windows/);
+# CORV_WINDOWS_CMAKE_ARGS adds settings when the folder is configured;
 # CORV_WINDOWS_QT_ARCHIVE names another Qt archive; CORV_CACHE_DIR moves the
 # cache (default: ~/.cache/corvane). Prints the build folder's path last.
 set -euo pipefail
@@ -40,6 +41,9 @@ if [[ ! -f $build/CMakeCache.txt || ! -f $build/build.ninja ]]; then
           "-DCMAKE_PREFIX_PATH=$qt" -DQT_HOST_PATH=/usr
           -DQT_HOST_PATH_CMAKE_DIR=/usr/lib/x86_64-linux-gnu/cmake
           "-DCORV_HOST_RENDER_ICONS=$renderer" "-DCORV_WINDOWS_MOSQUITTO_DIR:PATH=$mosquitto")
+    # More settings for a new build folder, e.g. -DCORV_BUILD_BENCH=OFF.
+    read -r -a extra <<<"${CORV_WINDOWS_CMAKE_ARGS:-}"
+    args+=("${extra[@]}")
     mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
     cmake "${args[@]}" >/dev/null
 elif ! grep -qxF "CORV_WINDOWS_MOSQUITTO_DIR:PATH=$mosquitto" "$build/CMakeCache.txt"; then
