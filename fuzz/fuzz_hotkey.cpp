@@ -8,12 +8,14 @@
 //  - with a layout, a character key comes from the layout;
 //  - an injection of any hotkey read, from any held keys without extra
 //    modifiers, leaves the hotkey matching; its release lets go of exactly
-//    what the press put down, in reverse order, and returns the modifiers to
+//    what the press put down (modifiers first, Shift, Ctrl, Alt, Win, then
+//    the key), and returns the modifiers to
 //    how they were.
 #include "fuzz/fuzz_support.h"
 #include "input/hotkey.h"
 #include "input/key_table.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -80,13 +82,24 @@ void check_injection(const Hotkey &hotkey, const KeySet &held, std::string_view 
         downs += record.up ? 0 : 1;
     if (release.size() != downs)
         broken("the release does not let go of what the press put down", text);
-    std::size_t r = 0;
-    for (auto it = press.rbegin(); it != press.rend(); ++it) {
-        if (it->up)
-            continue;
-        if (!release[r].up || release[r].vk != it->vk)
-            broken("the release is not the press in reverse", text);
-        ++r;
+    // Every key the press put down goes up, the modifiers first in the order
+    // Shift, Ctrl, Alt, Win, then the main key.
+    std::vector<std::uint32_t> pressed_down;
+    for (const KeyRecord &record : press)
+        if (!record.up)
+            pressed_down.push_back(record.vk);
+    const std::uint32_t order[] = {kVkShift, kVkControl, kVkAlt, kVkLeftWin, kVkRightWin};
+    const auto rank = [&](std::uint32_t vk) {
+        for (std::size_t i = 0; i < std::size(order); ++i)
+            if (order[i] == vk && vk != hotkey.key)
+                return i;
+        return std::size(order);
+    };
+    for (std::size_t r = 0; r < release.size(); ++r) {
+        if (!release[r].up || std::find(pressed_down.begin(), pressed_down.end(), release[r].vk) == pressed_down.end())
+            broken("the release lets go of a key the press did not put down", text);
+        if (r > 0 && rank(release[r - 1].vk) > rank(release[r].vk))
+            broken("the release is not in the order Shift, Ctrl, Alt, Win, key", text);
     }
     apply(down, release);
     if (!on_modifier && modifiers_of(down) != modifiers_of(start))

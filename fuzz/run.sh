@@ -108,7 +108,7 @@ for name in "${names[@]}"; do
     runs=${runs:-0}
     total=$((total + runs))
     # The last status line, e.g. "#123456 DONE cov: 812 ft: 2301 corp: ...".
-    cov=$(grep -Eo 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -n1)
+    cov=$(grep -Eo 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -n1 || true)
     if [[ $status -ne 0 ]]; then
         echo "$name: FAILED after $runs executions (exit $status); log: $log" >&2
         tail -n 40 "$log" >&2
