@@ -33,9 +33,20 @@ endif()
 # corv_add_library(NAME folder-library SOURCES ... LIBS ...)
 # One static library per folder; position-independent so the executable can
 # export the SDK symbols it contains.
+# With CORV_UNITY_BUILD the library's sources compile a few at a time as
+# one unit (most of each unit's cost is the Qt headers): the builds that
+# only check (sanitizers, Windows) use it; the everyday build compiles each
+# file on its own, so that a missing include still shows.
+option(CORV_UNITY_BUILD "Compile each folder library in a few combined units" OFF)
 function(corv_add_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
     add_library(${name} STATIC ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    if(CORV_UNITY_BUILD)
+        set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+        # A source included into a unit reads to GCC as a header, and a class
+        # of it holding a type from its anonymous namespace would warn.
+        target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    endif()
     target_link_libraries(${name} PUBLIC corv_warnings ${ARG_LIBS})
 endfunction()

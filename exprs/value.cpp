@@ -14,11 +14,6 @@ bool is_blank(char c)
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
 }
 
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 char lower(char c)
 {
     return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;

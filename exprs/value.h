@@ -7,6 +7,12 @@
 
 namespace corv::exprs {
 
+// An ASCII digit; the language's numbers are never localised.
+constexpr bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
 // A value of the language: text (UTF-8 bytes), a number (double) or a boolean.
 // Event values are always text.
 struct Value

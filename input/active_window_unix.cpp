@@ -1,5 +1,7 @@
 #include "input/active_window.h"
 
+#include "input/x11_backend.h"
+
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -12,12 +14,6 @@
 namespace corv::input {
 
 namespace {
-
-// A window that went away between two requests must not end the process.
-int ignore_error(Display *, XErrorEvent *)
-{
-    return 0;
-}
 
 std::string latin1_to_utf8(const unsigned char *text, unsigned long length)
 {
@@ -155,18 +151,11 @@ private:
 WindowLookupOpening open_window_lookup()
 {
     WindowLookupOpening opening;
-    const char *name = std::getenv("DISPLAY");
-    if (!name || !*name) {
-        opening.problem = "no X11 display (DISPLAY is not set)";
+    // A window that goes away between two requests must not end the process:
+    // the display's error handler lets the request fail quietly.
+    Display *display = open_x11_display(opening.problem);
+    if (!display)
         return opening;
-    }
-    static std::once_flag handler_once;
-    std::call_once(handler_once, [] { XSetErrorHandler(ignore_error); });
-    Display *display = XOpenDisplay(nullptr);
-    if (!display) {
-        opening.problem = std::string("cannot open the X11 display ") + name;
-        return opening;
-    }
     opening.lookup = std::make_unique<X11WindowLookup>(display);
     return opening;
 }

@@ -13,20 +13,20 @@ namespace corv::input {
 
 namespace {
 
-std::mutex g_instance_mutex;
-HotkeyPoller *g_instance = nullptr;
+std::mutex g_poller_mutex;
+HotkeyPoller *g_poller = nullptr;
 
 } // namespace
 
 HotkeyPoller &HotkeyPoller::instance()
 {
-    // Made outside g_instance_mutex: the new poller holds m_stop for its whole
-    // life, and shutdown() takes g_instance_mutex while it does.
+    // Made outside g_poller_mutex: the new poller holds m_stop for its whole
+    // life, and shutdown() takes g_poller_mutex while it does.
     static HotkeyPoller *const poller = [] {
         auto *made = new HotkeyPoller;
         {
-            std::lock_guard lock(g_instance_mutex);
-            g_instance = made;
+            std::lock_guard lock(g_poller_mutex);
+            g_poller = made;
         }
         // Ends the thread with the application object; a later use (after
         // shutdown) finds a poller whose thread has stopped.
@@ -41,8 +41,8 @@ void HotkeyPoller::shutdown()
 {
     HotkeyPoller *poller = nullptr;
     {
-        std::lock_guard lock(g_instance_mutex);
-        poller = g_instance;
+        std::lock_guard lock(g_poller_mutex);
+        poller = g_poller;
     }
     if (!poller || poller->m_stopped)
         return;

@@ -14,8 +14,8 @@ namespace corv::input {
 
 namespace {
 
-std::mutex g_instance_mutex;
-KeyInjector *g_instance = nullptr;
+std::mutex g_injector_mutex;
+KeyInjector *g_injector = nullptr;
 
 } // namespace
 
@@ -24,8 +24,8 @@ KeyInjector &KeyInjector::instance()
     static KeyInjector *const injector = [] {
         auto *made = new KeyInjector;
         {
-            std::lock_guard lock(g_instance_mutex);
-            g_instance = made;
+            std::lock_guard lock(g_injector_mutex);
+            g_injector = made;
         }
         if (QCoreApplication::instance())
             qAddPostRoutine(&KeyInjector::shutdown);
@@ -38,8 +38,8 @@ void KeyInjector::shutdown()
 {
     KeyInjector *injector = nullptr;
     {
-        std::lock_guard lock(g_instance_mutex);
-        injector = g_instance;
+        std::lock_guard lock(g_injector_mutex);
+        injector = g_injector;
     }
     if (injector)
         injector->stop_thread();
@@ -49,8 +49,8 @@ void KeyInjector::cancel_everything()
 {
     KeyInjector *injector = nullptr;
     {
-        std::lock_guard lock(g_instance_mutex);
-        injector = g_instance;
+        std::lock_guard lock(g_injector_mutex);
+        injector = g_injector;
     }
     if (injector)
         injector->cancel_all();

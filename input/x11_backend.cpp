@@ -18,13 +18,6 @@ namespace corv::input {
 
 namespace {
 
-// A protocol error must not end the process (Xlib's default handler exits);
-// the affected request simply has no effect.
-int ignore_error(Display *, XErrorEvent *)
-{
-    return 0;
-}
-
 bool is_keypad_keysym(KeySym keysym)
 {
     return keysym >= 0xffaa && keysym <= 0xffb9;
@@ -249,24 +242,29 @@ private:
 
 } // namespace
 
-NativeOpening open_native_backend()
+Display *open_x11_display(std::string &problem)
 {
-    NativeOpening opening;
     const char *name = std::getenv("DISPLAY");
     if (!name || !*name) {
         const char *wayland = std::getenv("WAYLAND_DISPLAY");
-        opening.problem = wayland && *wayland
-                              ? "this Wayland session offers no X11 display (DISPLAY is not set)"
-                              : "no X11 display (DISPLAY is not set)";
-        return opening;
+        problem = wayland && *wayland ? "this Wayland session offers no X11 display (DISPLAY is not set)"
+                                      : "no X11 display (DISPLAY is not set)";
+        return nullptr;
     }
     static std::once_flag handler_once;
-    std::call_once(handler_once, [] { XSetErrorHandler(ignore_error); });
+    std::call_once(handler_once, [] { XSetErrorHandler([](Display *, XErrorEvent *) { return 0; }); });
     Display *display = XOpenDisplay(nullptr);
-    if (!display) {
-        opening.problem = std::string("cannot open the X11 display ") + name;
+    if (!display)
+        problem = std::string("cannot open the X11 display ") + name;
+    return display;
+}
+
+NativeOpening open_native_backend()
+{
+    NativeOpening opening;
+    Display *display = open_x11_display(opening.problem);
+    if (!display)
         return opening;
-    }
     int event_base = 0, error_base = 0, major = 0, minor = 0;
     const bool xtest = XTestQueryExtension(display, &event_base, &error_base, &major, &minor);
     int xi_opcode = -1;

@@ -11,8 +11,16 @@
 #include <memory>
 #include <string>
 
+struct _XDisplay;
+
 namespace corv::input {
 
 // The X11 backend is this platform's native one (open_native_backend).
+
+// Opens a connection of its own to DISPLAY, after installing (once) an error
+// handler that lets a failed request simply have no effect: Xlib's default
+// handler ends the process. Returns null and says why in `problem` when
+// there is no display to open.
+_XDisplay *open_x11_display(std::string &problem);
 
 } // namespace corv::input
