@@ -20,6 +20,16 @@ if(CORV_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+# lld links the large test executables with their debug information about
+# three times faster than the default linker (the Windows build carries no
+# debug information, and its links are quick as they are).
+if(NOT WIN32 AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    find_program(CORV_LLD ld.lld)
+    if(CORV_LLD)
+        add_link_options(-fuse-ld=lld)
+    endif()
+endif()
+
 # ThreadSanitizer (scripts/tsan.sh); it can't be combined with the above.
 option(CORV_SANITIZE_THREAD "Build with ThreadSanitizer" OFF)
 if(CORV_SANITIZE_THREAD)
