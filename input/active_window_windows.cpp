@@ -1,7 +1,5 @@
 #include "input/active_window.h"
 
-#ifdef _WIN32
-
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
@@ -61,5 +59,3 @@ WindowLookupOpening open_window_lookup()
 }
 
 } // namespace corv::input
-
-#endif // _WIN32

@@ -1,7 +1,5 @@
 #include "input/windows_backend.h"
 
-#ifdef _WIN32
-
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
@@ -152,5 +150,3 @@ NativeOpening open_native_backend()
 }
 
 } // namespace corv::input
-
-#endif // _WIN32
