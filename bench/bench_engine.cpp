@@ -327,7 +327,7 @@ int run_measurements(int argc, char **argv, int rounds, bool filters_only)
     QLoggingCategory::setFilterRules(QStringLiteral("corv.*.info=false\ncorv.*.debug=false"));
     const QByteArray dispatcher =
         QAbstractEventDispatcher::instance()->metaObject()->className();
-    const char *name = dispatcher.contains("Glib") ? "glib" : "unix";
+    const char *name = dispatcher.contains("Glib") ? "glib" : dispatcher.contains("Win32") ? "win32" : "unix";
     std::printf("dispatcher_%s: %s\n", name, dispatcher.constData());
 
     Types types;
