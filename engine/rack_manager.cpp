@@ -9,9 +9,9 @@ namespace corv::engine {
 class RackManager::Impl : public QObject
 {
 public:
-    Impl(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
+    Impl(RackManager &q, model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
         : rack(&rack), id(id), runtime(&runtime),
-          top_router(rack.top_level(), runtime, &running)
+          top_router(rack.top_level(), runtime, &running, &q)
     {
         connect(&rack, &model::Rack::name_changed, this,
                 [this](const QString &name) { name_utf8 = name.toUtf8(); });
@@ -40,7 +40,7 @@ public:
 
 RackManager::RackManager(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime,
                          QObject *parent)
-    : QObject(parent), d(std::make_unique<Impl>(rack, id, runtime))
+    : QObject(parent), d(std::make_unique<Impl>(*this, rack, id, runtime))
 {
 }
 

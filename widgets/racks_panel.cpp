@@ -11,6 +11,8 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QSortFilterProxyModel>
+#include <QLabel>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 namespace corv::widgets {
@@ -26,6 +28,16 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_search->setClearButtonEnabled(true);
     layout->addWidget(m_search);
     layout->addWidget(m_list);
+    m_empty = new QWidget(this);
+    m_empty->setObjectName(QStringLiteral("RacksPanelEmptyHint"));
+    auto *hint = new QVBoxLayout(m_empty);
+    m_empty_label = new QLabel(locale::translate("RacksPanel.EmptyHint"), m_empty);
+    m_empty_label->setWordWrap(true);
+    m_empty_button = new QPushButton(locale::translate("Action.Add"), m_empty);
+    hint->addWidget(m_empty_label);
+    hint->addWidget(m_empty_button, 0, Qt::AlignLeft);
+    hint->addStretch(1);
+    layout->addWidget(m_empty, 1);
 
     m_filter->setSourceModel(m_view_model);
     m_filter->setFilterCaseSensitivity(Qt::CaseInsensitive);
@@ -55,6 +67,10 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     connect(m_copy, &QAction::triggered, this, &RacksPanel::copy);
     connect(m_paste, &QAction::triggered, this, &RacksPanel::paste);
     connect(m_delete, &QAction::triggered, this, &RacksPanel::remove_selected);
+    connect(m_empty_button, &QPushButton::clicked, this, &RacksPanel::add_rack);
+    for (auto changed : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved})
+        connect(m_view_model, changed, this, &RacksPanel::update_empty_hint);
+    connect(m_view_model, &QAbstractItemModel::modelReset, this, &RacksPanel::update_empty_hint);
 
     connect(m_list, &QWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         update_actions();
@@ -81,6 +97,15 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     });
     connect(m_view_model, &QAbstractItemModel::dataChanged, this, &RacksPanel::update_actions);
     update_actions();
+    update_empty_hint();
+}
+
+void RacksPanel::update_empty_hint()
+{
+    const bool empty = m_view_model->context().project && m_view_model->rowCount() == 0;
+    m_empty->setVisible(empty);
+    m_list->setVisible(!empty);
+    m_search->setVisible(!empty);
 }
 
 RacksPanel::~RacksPanel() = default;
