@@ -41,6 +41,8 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSplitter>
+#include <QPushButton>
+#include <QStatusBar>
 #include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
@@ -626,6 +628,29 @@ private Q_SLOTS:
         QVERIFY(warning.isValid() && error.isValid() && warning != error);
         m_window.reset();
         QVERIFY(!m_log_watch);
+    }
+
+    // A new project shows how to begin; the Rack menu and a save say what
+    // they do.
+    void first_steps()
+    {
+        widgets::RacksPanel *racks = m_window->racks_panel();
+        QVERIFY(racks->empty_hint()->isVisible());
+        QVERIFY(!racks->list()->isVisible());
+        racks->empty_hint_button()->click();
+        QCOMPARE(rack_count(), 1u);
+        QVERIFY(!racks->empty_hint()->isVisible());
+        QVERIFY(racks->list()->isVisible());
+        m_projects->commands()->undo();
+        QVERIFY(racks->empty_hint()->isVisible());
+
+        QCOMPARE(racks->add_action()->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+R")));
+        QTest::keyClick(m_window.get(), Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(rack_count(), 1u);
+        QVERIFY(racks->enabled_action()->isCheckable());
+
+        QVERIFY(m_window->view_model()->save_as(path("first.corv")));
+        QVERIFY(m_window->statusBar()->currentMessage().startsWith(QStringLiteral("Saved at ")));
     }
 
     void settings_restored()

@@ -38,6 +38,7 @@
 #include <QToolButton>
 #include <QTest>
 #include <QTreeView>
+#include <QTreeWidget>
 
 using namespace corv;
 using widgets::RackPanelViewModel;
@@ -721,6 +722,10 @@ void tst_Panels::add_node_search()
     QCOMPARE(chosen.count(), first.isEmpty() ? 0 : 1);
     if (!first.isEmpty())
         QCOMPARE(chosen.first().at(0).toString(), first);
+    // An empty list says so, in one row that cannot be chosen.
+    auto *list = widget.findChild<QTreeWidget *>();
+    QCOMPARE(list->topLevelItemCount() == 1 && list->topLevelItem(0)->text(0) == u"No node type matches",
+             first.isEmpty());
 }
 
 int main(int argc, char **argv)
