@@ -7,6 +7,8 @@
 #include <QCoreApplication>
 #include <QTimer>
 
+#include <cstdio>
+
 namespace corv::engine {
 
 namespace {
@@ -54,14 +56,23 @@ ActivityTrace::ActivityTrace(std::FILE *out) : m_out(out)
 ActivityTrace::~ActivityTrace()
 {
     ActivityTap::remove_listener(this);
+    flush();
+}
+
+void ActivityTrace::flush()
+{
+    m_flush_queued = false;
+    std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_out);
+    m_buffer.clear();
     std::fflush(m_out);
 }
 
 void ActivityTrace::format(const ActivityHop &hop, std::string &line)
 {
-    line.clear();
     line += "{\"time\":";
-    line += std::to_string(hop.msecs);
+    char number[24];
+    line.append(number, std::size_t(std::snprintf(number, sizeof number, "%lld",
+                                                  static_cast<long long>(hop.msecs))));
     line += ",\"rack\":";
     append_json(line, hop.rack ? hop.rack->name_utf8() : QByteArray());
     line += ",\"node\":";
@@ -83,15 +94,15 @@ void ActivityTrace::format(const ActivityHop &hop, std::string &line)
 
 void ActivityTrace::hop(const ActivityHop &hop)
 {
-    format(hop, m_line);
-    std::fwrite(m_line.data(), 1, m_line.size(), m_out);
+    format(hop, m_buffer);
+    if (m_buffer.size() >= 64 * 1024 || !QCoreApplication::instance()) {
+        std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_out);
+        m_buffer.clear();
+    }
     if (m_flush_queued || !QCoreApplication::instance())
         return;
     m_flush_queued = true;
-    QTimer::singleShot(0, m_flusher.get(), [this] {
-        m_flush_queued = false;
-        std::fflush(m_out);
-    });
+    QTimer::singleShot(0, m_flusher.get(), [this] { flush(); });
 }
 
 } // namespace corv::engine

@@ -16,8 +16,8 @@ namespace corv::engine {
 // time: milliseconds since the epoch; rack is "" outside every rack; the
 // event's keys in the order they were first set. Strings are written as
 // their UTF-8 bytes with JSON escapes for quotes, backslashes and control
-// characters. Output is buffered and flushed once the event loop is idle,
-// so a burst costs one write.
+// characters. Lines are gathered and written once the event loop is idle
+// (or every 64 KiB), so a burst costs few writes.
 class ActivityTrace : public ActivityTap::Listener
 {
 public:
@@ -25,12 +25,14 @@ public:
     ~ActivityTrace() override;
 
     void hop(const ActivityHop &hop) override;
-    // The line of one hop, without its newline.
-    static void format(const ActivityHop &hop, std::string &line);
+    // Appends the line of one hop, with its newline.
+    static void format(const ActivityHop &hop, std::string &out);
+    // Writes what is buffered and flushes the file.
+    void flush();
 
 private:
     std::FILE *m_out;
-    std::string m_line;
+    std::string m_buffer;
     bool m_flush_queued = false;
     // The context of the queued flush: it dies with the trace.
     std::unique_ptr<QObject> m_flusher = std::make_unique<QObject>();
