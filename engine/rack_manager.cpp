@@ -4,6 +4,8 @@
 #include "engine/event.h"
 #include "model/project.h"
 
+#include <QDateTime>
+
 namespace corv::engine {
 
 class RackManager::Impl : public QObject
@@ -21,7 +23,11 @@ public:
                     running = enabled && !paused;
                 });
         connect(&sink, &EventSink::event_received, this,
-                [this](const EventScope &event) { top_router.route(0, event); });
+                [this](const EventScope &event) {
+                    if (running)
+                        last_event = QDateTime::currentMSecsSinceEpoch();
+                    top_router.route(0, event);
+                });
         name_utf8 = rack.name().toUtf8();
         enabled_flag = rack.is_enabled();
         running = enabled_flag;
@@ -34,6 +40,7 @@ public:
     bool running = false;
     bool enabled_flag = false;
     bool paused = false;
+    qint64 last_event = 0;
     ChildrenEventRouter top_router;
     QByteArray name_utf8;
 };
@@ -80,6 +87,11 @@ void RackManager::set_paused(bool paused)
 bool RackManager::is_paused() const
 {
     return d->paused;
+}
+
+qint64 RackManager::last_event_msecs() const
+{
+    return d->last_event;
 }
 
 const QByteArray &RackManager::name_utf8() const

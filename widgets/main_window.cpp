@@ -30,6 +30,8 @@
 #include <QDropEvent>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFrame>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -38,6 +40,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSplitter>
@@ -374,7 +377,29 @@ void MainWindow::create_panels()
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setStretchFactor(2, 1);
     m_splitter->setSizes({240, 480, 380});
-    setCentralWidget(m_splitter);
+
+    // While paused, a banner above the panels says so and resumes.
+    auto *central = new QWidget(this);
+    auto *layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    m_paused_banner = new QFrame(central);
+    m_paused_banner->setObjectName(QStringLiteral("PausedBanner"));
+    m_paused_banner->setStyleSheet(
+        QStringLiteral("#PausedBanner { background: #fff1c2; border-bottom: 1px solid #d8b84a; }"
+                       "#PausedBanner QLabel { color: #4a3b00; }"));
+    auto *banner = new QHBoxLayout(m_paused_banner);
+    banner->setContentsMargins(8, 4, 8, 4);
+    m_paused_label = new QLabel(locale::translate("MainWindow.PausedBanner"), m_paused_banner);
+    m_paused_label->setWordWrap(true);
+    m_resume = new QPushButton(locale::translate("MainWindow.Resume"), m_paused_banner);
+    connect(m_resume, &QPushButton::clicked, m_model, [this] { m_model->set_paused(false); });
+    banner->addWidget(m_paused_label, 1);
+    banner->addWidget(m_resume);
+    m_paused_banner->hide();
+    layout->addWidget(m_paused_banner);
+    layout->addWidget(m_splitter, 1);
+    setCentralWidget(central);
 }
 
 // The Rack and Node menus: the panels' own context actions (the clipboard
@@ -555,6 +580,10 @@ void MainWindow::refresh_undo_redo()
 void MainWindow::refresh_pause()
 {
     const bool paused = m_model->is_paused();
+    if (m_paused_banner) {
+        m_paused_banner->setVisible(paused);
+        m_racks_model->refresh_status();
+    }
     m_actions[Action::PauseAll]->setChecked(paused);
     if (m_tray_pause)
         m_tray_pause->setChecked(paused);
@@ -685,6 +714,8 @@ void MainWindow::retranslate()
     m_node_title->setText(m_node_model->title());
     for (QAction *action : std::as_const(m_panel_actions))
         action->setText(locale::translate(action->objectName().toUtf8().constData()));
+    m_paused_label->setText(locale::translate("MainWindow.PausedBanner"));
+    m_resume->setText(locale::translate("MainWindow.Resume"));
     m_activity_dock->setWindowTitle(locale::translate("ActivityPanel.Title"));
     m_activity_dock->toggleViewAction()->setText(locale::translate("Menu.View.Activity"));
     m_activity_tabs->setTabText(0, locale::translate("ActivityPanel.Events"));

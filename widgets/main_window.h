@@ -18,6 +18,7 @@ class QSplitter;
 class QTabWidget;
 class QSystemTrayIcon;
 class QMenu;
+class QPushButton;
 
 namespace corv::engine {
 class PluginList;
@@ -101,6 +102,8 @@ public:
     MainWindowViewModel *view_model() const { return m_model; }
     QAction *action(Action which) const { return m_actions.value(which); }
     QSplitter *splitter() const { return m_splitter; }
+    // Shown above the panels while every rack is paused.
+    QWidget *paused_banner() const { return m_paused_banner; }
     RacksPanel *racks_panel() const { return m_racks_panel; }
     RackPanel *rack_panel() const { return m_rack_panel; }
     NodePanel *node_panel() const { return m_node_panel; }
@@ -164,6 +167,9 @@ private:
     MainWindowViewModel *m_model;
     QMap<Action, QAction *> m_actions;
     QSplitter *m_splitter = nullptr;
+    QWidget *m_paused_banner = nullptr;
+    QLabel *m_paused_label = nullptr;
+    QPushButton *m_resume = nullptr;
     QList<std::pair<QMenu *, const char *>> m_menus;
     QLabel *m_racks_title = nullptr;
     QLabel *m_rack_title = nullptr;

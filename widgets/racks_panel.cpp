@@ -12,10 +12,43 @@
 #include <QMimeData>
 #include <QSortFilterProxyModel>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 namespace corv::widgets {
+
+namespace {
+
+// A rack's row: its name, and its status in a smaller, muted text at the right.
+class RackRowDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyledItemDelegate::paint(painter, option, index);
+        const QString status = index.data(RacksPanelViewModel::StatusRole).toString();
+        if (status.isEmpty())
+            return;
+        painter->save();
+        QFont font = option.font;
+        font.setPointSizeF(font.pointSizeF() * 0.85);
+        painter->setFont(font);
+        const bool selected = option.state & QStyle::State_Selected;
+        painter->setPen(option.palette.color(QPalette::Disabled,
+                                             selected ? QPalette::HighlightedText : QPalette::Text));
+        const QFontMetrics metrics(font);
+        const QRect area = option.rect.adjusted(option.rect.width() / 2, 0, -4, 0);
+        painter->drawText(area, Qt::AlignRight | Qt::AlignVCenter,
+                          metrics.elidedText(status, Qt::ElideLeft, area.width()));
+        painter->restore();
+    }
+};
+
+} // namespace
 
 RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     : QWidget(parent), m_view_model(view_model), m_search(new QLineEdit(this)), m_list(new QListView(this)),
@@ -42,6 +75,7 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_filter->setSourceModel(m_view_model);
     m_filter->setFilterCaseSensitivity(Qt::CaseInsensitive);
     m_list->setModel(m_filter);
+    m_list->setItemDelegate(new RackRowDelegate(m_list));
     m_list->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked |
                             QAbstractItemView::DoubleClicked);

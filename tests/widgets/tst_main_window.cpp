@@ -535,6 +535,12 @@ private Q_SLOTS:
         QTest::keyClick(m_window.get(), Qt::Key_P, Qt::ControlModifier | Qt::ShiftModifier);
         QCOMPARE(paused.count(), 1);
         QVERIFY(m_window->action(Action::PauseAll)->isChecked());
+        QVERIFY(m_window->paused_banner()->isVisible());
+        const auto status = [this](int row) {
+            auto *racks = m_window->racks_panel()->view_model();
+            return racks->index(row).data(widgets::RacksPanelViewModel::StatusRole).toString();
+        };
+        QCOMPARE(status(0), QStringLiteral("paused"));
         add_rack(QStringLiteral("later"));
         QCOMPARE(running(), (QList<bool>{false, false}));
         QVERIFY(m_window->view_model()->save());
@@ -544,6 +550,16 @@ private Q_SLOTS:
         m_window->action(Action::PauseAll)->trigger();
         QCOMPARE(running(), (QList<bool>{true, true}));
         QCOMPARE(paused.count(), 2);
+        QVERIFY(!m_window->paused_banner()->isVisible());
+        QCOMPARE(status(0), QStringLiteral("running"));
+
+        // The banner's button resumes; a disabled rack says so.
+        m_window->action(Action::PauseAll)->trigger();
+        m_window->paused_banner()->findChild<QPushButton *>()->click();
+        QVERIFY(!m_window->view_model()->is_paused());
+        QVERIFY(m_window->racks_panel()->view_model()->set_rack_enabled(
+            m_projects->project()->profile()->at(1), false));
+        QCOMPARE(status(1), QStringLiteral("disabled"));
     }
 
     // A confirmed language change reaches the window as LanguageChange.

@@ -108,6 +108,7 @@ private Q_SLOTS:
 
     void racks_edits_data();
     void racks_edits();
+    void racks_show_status();
     void racks_selection_and_search();
     void rack_edits_data();
     void rack_edits();
@@ -200,6 +201,41 @@ void tst_Panels::racks_edits()
     QCOMPARE(state(), after);
     QCOMPARE(changed.count(), 1);
     check_undo_redo(rig.commands, 1, state, QStringLiteral("A,B,C|fork"), after);
+}
+
+// Each rack's status: running, and when it last took an event in; a rack
+// paused or disabled says so, and events it dropped do not count.
+void tst_Panels::racks_show_status()
+{
+    PanelRig rig;
+    const QUuid a = rig.add_rack(QStringLiteral("A"));
+    rig.add_node(a, QStringLiteral("io.marrowfield.display"));
+    const QUuid b = rig.add_rack(QStringLiteral("B"));
+    rig.open();
+    widgets::RacksPanelViewModel vm;
+    vm.set_context(rig.context());
+    const auto status = [&](const QUuid &rack) {
+        return vm.index(vm.row_of(rack)).data(widgets::RacksPanelViewModel::StatusRole).toString();
+    };
+    QCOMPARE(status(a), QStringLiteral("running"));
+    rig.runtime->set_paused(true);
+    post(rig, a, 1);
+    QCoreApplication::processEvents();
+    QCOMPARE(status(a), QStringLiteral("paused"));
+    rig.runtime->set_paused(false);
+
+    QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
+    vm.refresh_status();
+    post(rig, a, 2);
+    QTRY_VERIFY(status(a).startsWith(QStringLiteral("running, last event ")));
+    QVERIFY2(QRegularExpression(QStringLiteral("^running, last event \\d\\d:\\d\\d:\\d\\d$")).match(status(a)).hasMatch(),
+             qPrintable(status(a)));
+    changed.clear();
+    vm.refresh_status();
+    QCOMPARE(changed.count(), 1); // only the rack whose status moved
+    QVERIFY(vm.set_rack_enabled(b, false));
+    QCOMPARE(status(b), QStringLiteral("disabled"));
+    QVERIFY(vm.index(vm.row_of(a)).data(Qt::ToolTipRole).toString().startsWith(QStringLiteral("A\nrunning")));
 }
 
 void tst_Panels::racks_selection_and_search()
