@@ -9,6 +9,7 @@
 #include "app/user_agent.h"
 
 #include "cui/property_surface.h"
+#include "engine/activity_trace.h"
 #include "engine/config_manager.h"
 #include "engine/node_registry.h"
 #include "engine/project_runtime.h"
@@ -70,6 +71,10 @@ struct CommandLine {
     QCommandLineOption autosave{QStringLiteral("autosave"),
                                 QStringLiteral("With --headless: save the project on the autosave "
                                                "timer of the preferences, as a window does.")};
+    QCommandLineOption trace{QStringLiteral("trace"),
+                             QStringLiteral("With --headless: print every event a node receives to "
+                                            "standard output, one JSON line each, instead of the "
+                                            "display nodes' lines.")};
     QCommandLineOption check{QStringLiteral("check"),
                              QStringLiteral("Read a project with every plugin, print each problem and "
                                             "exit with 0 only when there is none."),
@@ -80,6 +85,7 @@ struct CommandLine {
         parser.setApplicationDescription(QStringLiteral("Desktop event automation."));
         parser.addOption(headless);
         parser.addOption(autosave);
+        parser.addOption(trace);
         parser.addOption(post);
         parser.addOption(check);
         parser.addPositionalArgument(QStringLiteral("project"),
@@ -136,6 +142,9 @@ struct CommandLine {
         if (parser.isSet(autosave) && !options.headless)
             refuse(QStringLiteral("--autosave is for --headless runs; a window always follows the preferences"));
         options.autosave = parser.isSet(autosave);
+        if (parser.isSet(trace) && !options.headless)
+            refuse(QStringLiteral("--trace is for --headless runs; a window shows the activity panel"));
+        options.trace = parser.isSet(trace);
         options.project_path = arguments.value(0);
         return options;
     }
@@ -394,6 +403,7 @@ struct Application::Impl {
     std::unique_ptr<engine::ProjectManager> projects;
     std::unique_ptr<control::Server> control;
     std::unique_ptr<widgets::MainWindow> main_window;
+    std::unique_ptr<engine::ActivityTrace> trace;
     // Set when a headless run can't do what it was started for.
     int failed_exit_code = 0;
 
@@ -519,6 +529,13 @@ struct Application::Impl {
     void create_main_window()
     {
         if (options.headless) {
+            if (options.trace) {
+                // Every event a node receives, as JSON lines; the display
+                // nodes' events are among them.
+                engine::ActivityTap::set_trace_all(true);
+                trace = std::make_unique<engine::ActivityTrace>(stdout);
+                return;
+            }
             // Without a window, what display nodes show goes to the console.
             nodes::set_display_echo(true);
             return;
@@ -529,6 +546,9 @@ struct Application::Impl {
         context.user_agent = [] { return user_agent(); };
         context.settings_file = paths::settings_file();
         context.log_file = log_file_path();
+        context.watch_log = [](widgets::MainWindowContext::LogWatch watch) {
+            return set_log_listener(std::move(watch));
+        };
         context.log_folder = paths::log_folder();
         context.minimize_to_tray = [] {
             engine::Plugin *application = engine::builtin_plugin();

@@ -36,6 +36,8 @@ struct StartOptions {
     // Headless runs save nothing unless asked to autosave (--autosave): then
     // the autosave and backup preferences apply as in a window run.
     bool autosave = false;
+    // With headless: every event a node receives goes to stdout as a JSON line.
+    bool trace = false;
     // The project to open at start (or to check); empty for none.
     QString project_path;
     // The mailbox and the KEY=VALUE arguments of --post.

@@ -19,6 +19,8 @@ struct LogState {
     QString path;
     QtMessageHandler previous = nullptr;
     bool installed = false;
+    QList<LogLine> recent;
+    LogListener listener;
 };
 
 Q_GLOBAL_STATIC(LogState, g_log)
@@ -31,10 +33,16 @@ void handle_message(QtMsgType type, const QMessageLogContext &context, const QSt
     {
         QMutexLocker lock(&g_log->mutex);
         if (type != QtDebugMsg && g_log->file) {
-            QByteArray line = qFormatLogMessage(type, context, message).toUtf8();
+            const QString text = qFormatLogMessage(type, context, message);
+            QByteArray line = text.toUtf8();
             line.append('\n');
             g_log->file->write(line);
             g_log->file->flush();
+            if (g_log->recent.size() >= kKeptLogLines)
+                g_log->recent.removeFirst();
+            g_log->recent.append({type, text});
+            if (g_log->listener)
+                g_log->listener(type, text);
         }
         previous = g_log->previous;
     }
@@ -93,7 +101,17 @@ void uninstall_logging()
     g_log->previous = nullptr;
     g_log->file.reset();
     g_log->path.clear();
+    g_log->recent.clear();
     g_log->installed = false;
+}
+
+QList<LogLine> set_log_listener(LogListener listener)
+{
+    if (g_log.isDestroyed())
+        return {};
+    QMutexLocker lock(&g_log->mutex);
+    g_log->listener = std::move(listener);
+    return g_log->recent;
 }
 
 QString log_file_path()

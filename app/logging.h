@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QDateTime>
+#include <QList>
 #include <QString>
+
+#include <functional>
+#include <utility>
 
 // The log file of a run. Every message except debug output is appended to
 // "<folder>/<start time, UTC, yyyy-MM-dd HH-mm-ss>.txt" and flushed at once;
@@ -36,5 +40,16 @@ void uninstall_logging();
 
 // The file of this run, or empty when there is none.
 QString log_file_path();
+
+// A line as it went into the log file (without its newline), with its type.
+using LogLine = std::pair<QtMsgType, QString>;
+// Called for every line written to the log file, on the thread that logged it
+// and under the log's lock: it must only hand the line on (queue it).
+using LogListener = std::function<void(QtMsgType type, const QString &line)>;
+// Lines kept in memory for a listener that comes later (a window's log view).
+inline constexpr int kKeptLogLines = 2000;
+// Sets the one listener (null: none) and returns the latest kKeptLogLines
+// lines written so far, so that nothing falls between the two.
+QList<LogLine> set_log_listener(LogListener listener);
 
 } // namespace corv

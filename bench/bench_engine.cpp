@@ -6,6 +6,7 @@
 // one figure per line as "name: value unit".
 
 #include "bench/bench_support.h"
+#include "engine/activity_trace.h"
 #include "engine/children_router.h"
 #include "engine/event.h"
 #include "engine/handles.h"
@@ -142,8 +143,9 @@ QUuid add_node(model::Project &project, model::Children *list, const char *type)
     return id;
 }
 
-// Seconds per hop: every event passes all chain_length nodes.
-double run_engine_chain(Types &types)
+// Seconds per hop: every event passes all chain_length nodes. `in_flight`
+// events are posted at once.
+double run_engine_chain(Types &types, int in_flight = events_in_flight)
 {
     model::Project project;
     const QUuid rack_id = add_rack(project, 1);
@@ -156,8 +158,8 @@ double run_engine_chain(Types &types)
     RackManager *rack_manager = runtime.find_rack_manager(rack_id);
     int finished = 0;
     QObject::connect(rack_manager->top_router(), &ChildrenEventRouter::event_returned,
-                     [&finished](const EventScope &) {
-                         if (++finished == events_in_flight)
+                     [&finished, in_flight](const EventScope &) {
+                         if (++finished == in_flight)
                              QCoreApplication::quit();
                      });
 
@@ -166,13 +168,33 @@ double run_engine_chain(Types &types)
     event.set("key", "value");
     QElapsedTimer timer;
     timer.start();
-    for (int i = 0; i < events_in_flight; ++i)
+    for (int i = 0; i < in_flight; ++i)
         EventSink::post(rack_manager->sink(), event);
     QCoreApplication::exec();
     const double seconds = double(timer.nsecsElapsed()) / 1e9;
-    if (hops != qint64(events_in_flight) * chain_length)
+    if (hops != qint64(in_flight) * chain_length)
         std::fprintf(stderr, "unexpected hop count %lld\n", hops);
-    return seconds / (double(events_in_flight) * chain_length);
+    return seconds / (double(in_flight) * chain_length);
+}
+
+// Seconds per hop as above, with every hop traced (`--trace`) into a
+// temporary file, against the same run untraced.
+std::pair<double, double> run_traced_chain(Types &types)
+{
+    constexpr int in_flight = 500; // half a million lines of about 90 bytes
+    const double untraced = run_engine_chain(types, in_flight);
+    std::FILE *out = std::tmpfile();
+    if (!out)
+        return {untraced, 0};
+    double traced;
+    {
+        ActivityTap::set_trace_all(true);
+        ActivityTrace trace(out);
+        traced = run_engine_chain(types, in_flight);
+        ActivityTap::set_trace_all(false);
+    }
+    std::fclose(out);
+    return {untraced, traced};
 }
 
 // Milliseconds to build managers, routers and instances of a project with
@@ -341,6 +363,15 @@ int run_measurements(int argc, char **argv, int rounds, bool filters_only)
         std::printf("bare_post_%s: %.4f us\n", name, bare * 1e6);
         std::printf("engine_hop_%s: %.4f us\n", name, hop * 1e6);
         std::printf("hop_ratio_%s: %.2f x\n", name, hop / bare);
+        double untraced = 1e9;
+        double traced = 1e9;
+        for (int round = 0; round < rounds; ++round) {
+            const auto [plain, with_trace] = run_traced_chain(types);
+            untraced = std::min(untraced, plain);
+            traced = std::min(traced, with_trace);
+        }
+        std::printf("engine_hop_traced_%s: %.4f us (untraced %.4f us, trace %.4f us per hop)\n", name,
+                    traced * 1e6, untraced * 1e6, (traced - untraced) * 1e6);
     }
     const bool build_figures = !filters_only && !dispatcher.contains("Glib");
     if (build_figures) {

@@ -1,5 +1,6 @@
 #include "engine/children_router.h"
 
+#include "engine/activity_tap.h"
 #include "engine/handles.h"
 #include "engine/node_manager_p.h"
 #include "engine/project_runtime.h"
@@ -23,8 +24,10 @@ struct ChildrenEventRouter::Child {
 };
 
 ChildrenEventRouter::ChildrenEventRouter(model::Children *children, ProjectRuntime &runtime,
-                                         const bool *running, QObject *parent)
-    : QObject(parent), m_children(children), m_runtime(&runtime), m_running(running)
+                                         const bool *running, const RackManager *rack,
+                                         QObject *parent)
+    : QObject(parent), m_children(children), m_runtime(&runtime), m_running(running),
+      m_rack(rack)
 {
 }
 
@@ -128,6 +131,8 @@ void ChildrenEventRouter::route_taking(std::size_t start, EventScope &event)
             if (!on_event)
                 continue;
             child->hint = i;
+            if (ActivityTap::active()) [[unlikely]]
+                ActivityTap::enter(m_rack, *child->manager->q, event);
             if (child->manager->triggered_wired) // nobody listens otherwise
                 Q_EMIT child->manager->q->triggered();
             if (instance->is_created())
@@ -251,7 +256,7 @@ void ChildrenEventRouter::bind(Child &child, Work &to_build)
         own->set_observer(d);
         return;
     }
-    d->nested = new ChildrenEventRouter(own, *m_runtime, m_running);
+    d->nested = new ChildrenEventRouter(own, *m_runtime, m_running, m_rack);
     d->nested->set_owner(d);
     to_build.push_back(d->nested);
 }

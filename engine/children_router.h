@@ -17,6 +17,7 @@
 namespace corv::engine {
 
 class ProjectRuntime;
+class RackManager;
 
 // Decides which node of one children list (a rack's top level or a node's
 // children) receives an event next. Order and membership are read from the
@@ -32,9 +33,10 @@ class ChildrenEventRouter : public QObject, public model::ChildrenObserver
 {
     Q_OBJECT
 public:
-    // running: the rack's running flag, shared by all routers of one rack.
+    // running: the rack's running flag, shared by all routers of one rack;
+    // rack: that rack's manager, named in what the activity tap reports.
     ChildrenEventRouter(model::Children *children, ProjectRuntime &runtime, const bool *running,
-                        QObject *parent = nullptr);
+                        const RackManager *rack = nullptr, QObject *parent = nullptr);
     // Lets go of every child and tears down the routers below.
     ~ChildrenEventRouter() override;
 
@@ -102,6 +104,7 @@ private:
     QPointer<model::Children> m_children;
     ProjectRuntime *m_runtime;
     const bool *m_running;
+    const RackManager *m_rack;
     NodeManager::Impl *m_owner = nullptr;
     // One record per distinct child id.
     std::vector<Child *> m_records;

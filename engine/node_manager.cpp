@@ -62,7 +62,8 @@ void NodeManager::Impl::child_added(model::Children *list, const QUuid &, std::s
     if (!bound_router || nested)
         return;
     // The router reads the list as it stands, the new child included.
-    nested = new ChildrenEventRouter(list, *runtime, bound_router->m_running);
+    nested = new ChildrenEventRouter(list, *runtime, bound_router->m_running,
+                                     bound_router->m_rack);
     nested->set_owner(this);
     nested->build();
 }

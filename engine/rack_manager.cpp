@@ -4,14 +4,16 @@
 #include "engine/event.h"
 #include "model/project.h"
 
+#include <QDateTime>
+
 namespace corv::engine {
 
 class RackManager::Impl : public QObject
 {
 public:
-    Impl(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
+    Impl(RackManager &q, model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
         : rack(&rack), id(id), runtime(&runtime),
-          top_router(rack.top_level(), runtime, &running)
+          top_router(rack.top_level(), runtime, &running, &q)
     {
         connect(&rack, &model::Rack::name_changed, this,
                 [this](const QString &name) { name_utf8 = name.toUtf8(); });
@@ -21,7 +23,11 @@ public:
                     running = enabled && !paused;
                 });
         connect(&sink, &EventSink::event_received, this,
-                [this](const EventScope &event) { top_router.route(0, event); });
+                [this](const EventScope &event) {
+                    if (running)
+                        last_event = QDateTime::currentMSecsSinceEpoch();
+                    top_router.route(0, event);
+                });
         name_utf8 = rack.name().toUtf8();
         enabled_flag = rack.is_enabled();
         running = enabled_flag;
@@ -34,13 +40,14 @@ public:
     bool running = false;
     bool enabled_flag = false;
     bool paused = false;
+    qint64 last_event = 0;
     ChildrenEventRouter top_router;
     QByteArray name_utf8;
 };
 
 RackManager::RackManager(model::Rack &rack, const QUuid &id, ProjectRuntime &runtime,
                          QObject *parent)
-    : QObject(parent), d(std::make_unique<Impl>(rack, id, runtime))
+    : QObject(parent), d(std::make_unique<Impl>(*this, rack, id, runtime))
 {
 }
 
@@ -80,6 +87,11 @@ void RackManager::set_paused(bool paused)
 bool RackManager::is_paused() const
 {
     return d->paused;
+}
+
+qint64 RackManager::last_event_msecs() const
+{
+    return d->last_event;
 }
 
 const QByteArray &RackManager::name_utf8() const

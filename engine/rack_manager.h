@@ -41,6 +41,9 @@ public:
     // program): events are dropped as in a disabled rack until resumed.
     void set_paused(bool paused);
     bool is_paused() const;
+    // When the rack last took an event in (ms since the epoch; 0: never),
+    // counting only events it ran, not those dropped while it stood still.
+    qint64 last_event_msecs() const;
     // The rack's name as UTF-8, kept up to date on rename (corv_rack_name).
     const QByteArray &name_utf8() const;
     ChildrenEventRouter *top_router() const;

@@ -67,6 +67,10 @@ void AddNodeWidget::rebuild()
                 first = item;
         }
     }
+    if (!first && !m_view_model->search().isEmpty()) {
+        auto *none = new QTreeWidgetItem(m_list, {locale::translate("AddNodeWidget.NoMatch")});
+        none->setFlags(Qt::NoItemFlags);
+    }
     m_list->expandAll();
     m_list->setCurrentItem(first);
 }

@@ -4,7 +4,10 @@
 #include "model/project.h"
 #include "persistence/project_manager.h"
 #include "widgets/about_window.h"
+#include "widgets/activity_panel.h"
+#include "widgets/activity_view_model.h"
 #include "widgets/install_plugin_window.h"
+#include "widgets/log_view_model.h"
 #include "widgets/main_window_view_model.h"
 #include "widgets/node_panel.h"
 #include "widgets/node_panel_view_model.h"
@@ -20,21 +23,31 @@
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QDir>
+#include <QDockWidget>
+#include <QFontDatabase>
+#include <QScrollBar>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFrame>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSplitter>
+#include <QStatusBar>
+#include <QTime>
 #include <QSystemTrayIcon>
+#include <QTabWidget>
 #include <QTextEdit>
 #include <QTimer>
 #include <QUrl>
@@ -145,6 +158,11 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
     connect(m_model, &MainWindowViewModel::can_undo_redo_changed, this,
             &MainWindow::refresh_undo_redo);
     connect(m_model, &MainWindowViewModel::is_paused_changed, this, &MainWindow::refresh_pause);
+    // A save, by hand or by the autosave timer, says when in the status bar.
+    connect(&m_model->project_manager(), &engine::ProjectManager::saved, this, [this] {
+        statusBar()->showMessage(locale::translate(
+            "MainWindow.SavedAt.%1", QLocale().toString(QTime::currentTime(), QLocale::ShortFormat)));
+    });
     connect(m_model, &MainWindowViewModel::linked_project_file_changed, this,
             [this](const QString &path) {
                 if (m_context.settings_file.isEmpty() || path.isEmpty())
@@ -156,6 +174,8 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
     create_actions();
     create_menus();
     create_panels();
+    create_activity_dock();
+    create_panel_menus();
     setWindowTitle(m_model->title());
     refresh_undo_redo();
     refresh_pause();
@@ -164,6 +184,8 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
 
 MainWindow::~MainWindow()
 {
+    if (m_log_model)
+        m_context.watch_log(nullptr);
     save_settings();
     delete m_tray;
 }
@@ -295,6 +317,10 @@ void MainWindow::create_menus()
     m_menus.append({run, CORV_TR_KEY("Menu.Run")});
     run->addAction(m_actions[Action::PauseAll]);
 
+    QMenu *view = menuBar()->addMenu(locale::translate("Menu.View"));
+    m_menus.append({view, CORV_TR_KEY("Menu.View")});
+    m_view_menu = view;
+
     QMenu *help = menuBar()->addMenu(locale::translate("Menu.Help"));
     m_menus.append({help, CORV_TR_KEY("Menu.Help")});
     help->addAction(m_actions[Action::CurrentLogFile]);
@@ -351,7 +377,117 @@ void MainWindow::create_panels()
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setStretchFactor(2, 1);
     m_splitter->setSizes({240, 480, 380});
-    setCentralWidget(m_splitter);
+
+    // While paused, a banner above the panels says so and resumes.
+    auto *central = new QWidget(this);
+    auto *layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    m_paused_banner = new QFrame(central);
+    m_paused_banner->setObjectName(QStringLiteral("PausedBanner"));
+    m_paused_banner->setStyleSheet(
+        QStringLiteral("#PausedBanner { background: #fff1c2; border-bottom: 1px solid #d8b84a; }"
+                       "#PausedBanner QLabel { color: #4a3b00; }"));
+    auto *banner = new QHBoxLayout(m_paused_banner);
+    banner->setContentsMargins(8, 4, 8, 4);
+    m_paused_label = new QLabel(locale::translate("MainWindow.PausedBanner"), m_paused_banner);
+    m_paused_label->setWordWrap(true);
+    m_resume = new QPushButton(locale::translate("MainWindow.Resume"), m_paused_banner);
+    connect(m_resume, &QPushButton::clicked, m_model, [this] { m_model->set_paused(false); });
+    banner->addWidget(m_paused_label, 1);
+    banner->addWidget(m_resume);
+    m_paused_banner->hide();
+    layout->addWidget(m_paused_banner);
+    layout->addWidget(m_splitter, 1);
+    setCentralWidget(central);
+}
+
+// The Rack and Node menus: the panels' own context actions (the clipboard
+// ones are the Edit menu's), with shortcuts that the context menus show too.
+void MainWindow::create_panel_menus()
+{
+    struct Row {
+        const char *menu;
+        QAction *action;
+        const char *key;
+        QKeySequence shortcut;
+    };
+    const Row rows[] = {
+        {CORV_TR_KEY("Menu.Rack"), m_racks_panel->add_action(), CORV_TR_KEY("Action.Add"),
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R)},
+        {CORV_TR_KEY("Menu.Rack"), m_racks_panel->rename_action(), CORV_TR_KEY("Action.Rename"),
+         QKeySequence(Qt::Key_F2)},
+        {CORV_TR_KEY("Menu.Rack"), m_racks_panel->enabled_action(), CORV_TR_KEY("Action.Enabled"),
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E)},
+        {CORV_TR_KEY("Menu.Node"), m_rack_panel->add_inside_action(), CORV_TR_KEY("Action.AddInside"),
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N)},
+        {CORV_TR_KEY("Menu.Node"), m_rack_panel->replace_action(), CORV_TR_KEY("Action.Replace"),
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_T)},
+        {CORV_TR_KEY("Menu.Node"), m_rack_panel->edit_action(), CORV_TR_KEY("Action.Edit"),
+         QKeySequence(Qt::CTRL | Qt::Key_Return)},
+    };
+    QMenu *menu = nullptr;
+    const char *menu_key = nullptr;
+    for (const Row &row : rows) {
+        if (!menu_key || qstrcmp(menu_key, row.menu) != 0) {
+            menu_key = row.menu;
+            menu = new QMenu(locale::translate(row.menu), this);
+            menuBar()->insertMenu(m_view_menu->menuAction(), menu);
+            m_menus.append({menu, row.menu});
+        }
+        row.action->setObjectName(QString::fromLatin1(row.key));
+        row.action->setShortcut(row.shortcut);
+        menu->addAction(row.action);
+        m_panel_actions.append(row.action);
+    }
+}
+
+void MainWindow::create_activity_dock()
+{
+    m_activity_model = new ActivityViewModel(this);
+    m_activity_panel = new ActivityPanel(m_activity_model);
+    m_activity_tabs = new QTabWidget;
+    m_activity_tabs->addTab(m_activity_panel, locale::translate("ActivityPanel.Events"));
+    if (m_context.watch_log) {
+        m_log_model = new LogViewModel(this);
+        m_log_view = new QListView;
+        m_log_view->setObjectName(QStringLiteral("LogView"));
+        m_log_view->setModel(m_log_model);
+        m_log_view->setUniformItemSizes(true);
+        m_log_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+        m_log_view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+        m_log_view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        m_activity_tabs->addTab(m_log_view, locale::translate("ActivityPanel.Log"));
+        // New lines keep the view at the bottom while it is there.
+        connect(m_log_model, &QAbstractItemModel::rowsAboutToBeInserted, m_log_view, [this] {
+            m_log_follows = m_log_view->verticalScrollBar()->value() ==
+                            m_log_view->verticalScrollBar()->maximum();
+        });
+        connect(m_log_model, &QAbstractItemModel::rowsInserted, m_log_view, [this] {
+            if (m_log_follows)
+                m_log_view->scrollToBottom();
+        });
+        LogViewModel *model = m_log_model;
+        m_log_model->append(m_context.watch_log(
+            [model](QtMsgType type, const QString &line) { model->add(type, line); }));
+    }
+    m_activity_dock = new QDockWidget(locale::translate("ActivityPanel.Title"), this);
+    m_activity_dock->setObjectName(QStringLiteral("ActivityDock"));
+    m_activity_dock->setWidget(m_activity_tabs);
+    addDockWidget(Qt::BottomDockWidgetArea, m_activity_dock);
+    m_activity_dock->hide();
+
+    // The dock's own show/hide action, named after its text's key like the others.
+    QAction *toggle = m_activity_dock->toggleViewAction();
+    toggle->setObjectName(QStringLiteral("Menu.View.Activity"));
+    toggle->setText(locale::translate("Menu.View.Activity"));
+    toggle->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
+    m_actions.insert(Action::Activity, toggle);
+    m_view_menu->addAction(toggle);
+    // The tap is listened to only while the dock is open: a closed panel costs the engine nothing.
+    connect(toggle, &QAction::toggled, m_activity_model, &ActivityViewModel::set_listening);
+    connect(m_activity_panel, &ActivityPanel::node_activated, this,
+            [this](const QUuid &rack, const QUuid &node) { restore_selection(rack, node); });
 }
 
 void MainWindow::bind_panels()
@@ -379,6 +515,7 @@ void MainWindow::restore_settings()
     QSettings settings(m_context.settings_file, QSettings::IniFormat);
     restoreGeometry(settings.value(QStringLiteral("MainWindow/Geometry")).toByteArray());
     m_splitter->restoreState(settings.value(QStringLiteral("MainWindow/State")).toByteArray());
+    restoreState(settings.value(QStringLiteral("MainWindow/Docks")).toByteArray());
 }
 
 void MainWindow::save_settings() const
@@ -388,6 +525,7 @@ void MainWindow::save_settings() const
     QSettings settings(m_context.settings_file, QSettings::IniFormat);
     settings.setValue(QStringLiteral("MainWindow/Geometry"), saveGeometry());
     settings.setValue(QStringLiteral("MainWindow/State"), m_splitter->saveState());
+    settings.setValue(QStringLiteral("MainWindow/Docks"), saveState());
     const QString linked = m_model->linked_file();
     if (linked.isEmpty())
         return;
@@ -442,6 +580,10 @@ void MainWindow::refresh_undo_redo()
 void MainWindow::refresh_pause()
 {
     const bool paused = m_model->is_paused();
+    if (m_paused_banner) {
+        m_paused_banner->setVisible(paused);
+        m_racks_model->refresh_status();
+    }
     m_actions[Action::PauseAll]->setChecked(paused);
     if (m_tray_pause)
         m_tray_pause->setChecked(paused);
@@ -570,6 +712,16 @@ void MainWindow::retranslate()
     m_racks_title->setText(locale::translate("RacksPanel.Title"));
     m_rack_title->setText(m_rack_model->title());
     m_node_title->setText(m_node_model->title());
+    for (QAction *action : std::as_const(m_panel_actions))
+        action->setText(locale::translate(action->objectName().toUtf8().constData()));
+    m_paused_label->setText(locale::translate("MainWindow.PausedBanner"));
+    m_resume->setText(locale::translate("MainWindow.Resume"));
+    m_activity_dock->setWindowTitle(locale::translate("ActivityPanel.Title"));
+    m_activity_dock->toggleViewAction()->setText(locale::translate("Menu.View.Activity"));
+    m_activity_tabs->setTabText(0, locale::translate("ActivityPanel.Events"));
+    if (m_log_view)
+        m_activity_tabs->setTabText(1, locale::translate("ActivityPanel.Log"));
+    m_activity_panel->retranslate();
     setWindowTitle(m_model->title());
     if (m_tray_menu) {
         m_tray_menu->setTitle(

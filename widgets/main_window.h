@@ -1,17 +1,24 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
+#include <QString>
 #include <QMainWindow>
 #include <QMap>
 #include <QPointer>
 #include <QUuid>
 
 #include <functional>
+#include <utility>
 
+class QDockWidget;
 class QLabel;
+class QListView;
 class QSplitter;
+class QTabWidget;
 class QSystemTrayIcon;
 class QMenu;
+class QPushButton;
 
 namespace corv::engine {
 class PluginList;
@@ -21,6 +28,9 @@ class ProjectManager;
 namespace corv::widgets {
 
 class AboutWindow;
+class ActivityPanel;
+class ActivityViewModel;
+class LogViewModel;
 class MainWindowViewModel;
 class NodePanel;
 class NodePanelViewModel;
@@ -47,6 +57,11 @@ struct MainWindowContext {
     std::function<bool()> minimize_to_tray;
     // Opens the preferences window.
     std::function<void(QWidget *parent)> open_preferences;
+    // Hands each new line of the program's log to the given function (on any
+    // thread; null: stop) and returns the lines written so far. Without it
+    // the activity dock has no log tab.
+    using LogWatch = std::function<void(QtMsgType type, const QString &line)>;
+    std::function<QList<std::pair<QtMsgType, QString>>(LogWatch watch)> watch_log;
 };
 
 // The application's single main window ("CorvMainWindow"): the File, Edit,
@@ -77,6 +92,7 @@ public:
         InstallPlugin,
         CheckForUpdates,
         About,
+        Activity, // View menu: shows or hides the activity dock
     };
 
     explicit MainWindow(const MainWindowContext &context, QWidget *parent = nullptr);
@@ -86,9 +102,15 @@ public:
     MainWindowViewModel *view_model() const { return m_model; }
     QAction *action(Action which) const { return m_actions.value(which); }
     QSplitter *splitter() const { return m_splitter; }
+    // Shown above the panels while every rack is paused.
+    QWidget *paused_banner() const { return m_paused_banner; }
     RacksPanel *racks_panel() const { return m_racks_panel; }
     RackPanel *rack_panel() const { return m_rack_panel; }
     NodePanel *node_panel() const { return m_node_panel; }
+    QDockWidget *activity_dock() const { return m_activity_dock; }
+    ActivityPanel *activity_panel() const { return m_activity_panel; }
+    // The log tab's view and model; null without MainWindowContext::watch_log.
+    QListView *log_view() const { return m_log_view; }
 
     // The first project: `path` when given, else "LastOpenPath" when that
     // file exists, else a new one; a project the manager holds already stays.
@@ -124,6 +146,8 @@ private:
     void create_actions();
     void create_menus();
     void create_panels();
+    void create_activity_dock();
+    void create_panel_menus();
     void bind_panels();
     void restore_settings();
     void restore_selection(const QUuid &rack, const QUuid &node);
@@ -143,6 +167,9 @@ private:
     MainWindowViewModel *m_model;
     QMap<Action, QAction *> m_actions;
     QSplitter *m_splitter = nullptr;
+    QWidget *m_paused_banner = nullptr;
+    QLabel *m_paused_label = nullptr;
+    QPushButton *m_resume = nullptr;
     QList<std::pair<QMenu *, const char *>> m_menus;
     QLabel *m_racks_title = nullptr;
     QLabel *m_rack_title = nullptr;
@@ -153,8 +180,18 @@ private:
     RacksPanel *m_racks_panel = nullptr;
     RackPanel *m_rack_panel = nullptr;
     NodePanel *m_node_panel = nullptr;
+    QDockWidget *m_activity_dock = nullptr;
+    QTabWidget *m_activity_tabs = nullptr;
+    ActivityViewModel *m_activity_model = nullptr;
+    ActivityPanel *m_activity_panel = nullptr;
+    LogViewModel *m_log_model = nullptr;
+    QListView *m_log_view = nullptr;
+    bool m_log_follows = true;
     QSystemTrayIcon *m_tray = nullptr;
     QMenu *m_tray_menu = nullptr;
+    QMenu *m_view_menu = nullptr;
+    // The panels' actions in the Rack and Node menus, named after their keys.
+    QList<QAction *> m_panel_actions;
     QAction *m_tray_pause = nullptr;
     QPointer<AboutWindow> m_about;
     CriticalBox m_critical_box;

@@ -11,9 +11,44 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QSortFilterProxyModel>
+#include <QLabel>
+#include <QPainter>
+#include <QPushButton>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 namespace corv::widgets {
+
+namespace {
+
+// A rack's row: its name, and its status in a smaller, muted text at the right.
+class RackRowDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyledItemDelegate::paint(painter, option, index);
+        const QString status = index.data(RacksPanelViewModel::StatusRole).toString();
+        if (status.isEmpty())
+            return;
+        painter->save();
+        QFont font = option.font;
+        font.setPointSizeF(font.pointSizeF() * 0.85);
+        painter->setFont(font);
+        const bool selected = option.state & QStyle::State_Selected;
+        painter->setPen(option.palette.color(QPalette::Disabled,
+                                             selected ? QPalette::HighlightedText : QPalette::Text));
+        const QFontMetrics metrics(font);
+        const QRect area = option.rect.adjusted(option.rect.width() / 2, 0, -4, 0);
+        painter->drawText(area, Qt::AlignRight | Qt::AlignVCenter,
+                          metrics.elidedText(status, Qt::ElideLeft, area.width()));
+        painter->restore();
+    }
+};
+
+} // namespace
 
 RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     : QWidget(parent), m_view_model(view_model), m_search(new QLineEdit(this)), m_list(new QListView(this)),
@@ -26,10 +61,21 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     m_search->setClearButtonEnabled(true);
     layout->addWidget(m_search);
     layout->addWidget(m_list);
+    m_empty = new QWidget(this);
+    m_empty->setObjectName(QStringLiteral("RacksPanelEmptyHint"));
+    auto *hint = new QVBoxLayout(m_empty);
+    m_empty_label = new QLabel(locale::translate("RacksPanel.EmptyHint"), m_empty);
+    m_empty_label->setWordWrap(true);
+    m_empty_button = new QPushButton(locale::translate("Action.Add"), m_empty);
+    hint->addWidget(m_empty_label);
+    hint->addWidget(m_empty_button, 0, Qt::AlignLeft);
+    hint->addStretch(1);
+    layout->addWidget(m_empty, 1);
 
     m_filter->setSourceModel(m_view_model);
     m_filter->setFilterCaseSensitivity(Qt::CaseInsensitive);
     m_list->setModel(m_filter);
+    m_list->setItemDelegate(new RackRowDelegate(m_list));
     m_list->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_list->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked |
                             QAbstractItemView::DoubleClicked);
@@ -55,6 +101,10 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     connect(m_copy, &QAction::triggered, this, &RacksPanel::copy);
     connect(m_paste, &QAction::triggered, this, &RacksPanel::paste);
     connect(m_delete, &QAction::triggered, this, &RacksPanel::remove_selected);
+    connect(m_empty_button, &QPushButton::clicked, this, &RacksPanel::add_rack);
+    for (auto changed : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved})
+        connect(m_view_model, changed, this, &RacksPanel::update_empty_hint);
+    connect(m_view_model, &QAbstractItemModel::modelReset, this, &RacksPanel::update_empty_hint);
 
     connect(m_list, &QWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         update_actions();
@@ -81,6 +131,15 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
     });
     connect(m_view_model, &QAbstractItemModel::dataChanged, this, &RacksPanel::update_actions);
     update_actions();
+    update_empty_hint();
+}
+
+void RacksPanel::update_empty_hint()
+{
+    const bool empty = m_view_model->context().project && m_view_model->rowCount() == 0;
+    m_empty->setVisible(empty);
+    m_list->setVisible(!empty);
+    m_search->setVisible(!empty);
 }
 
 RacksPanel::~RacksPanel() = default;

@@ -5,7 +5,9 @@
 #include <QWidget>
 
 class QAction;
+class QLabel;
 class QLineEdit;
+class QPushButton;
 class QListView;
 class QSortFilterProxyModel;
 
@@ -27,6 +29,10 @@ public:
     QListView *list() const { return m_list; }
     QLineEdit *search_field() const { return m_search; }
     QSortFilterProxyModel *filter() const { return m_filter; }
+    // Shown instead of the list while the open project has no rack: a short
+    // hint and a button that adds the first one.
+    QWidget *empty_hint() const { return m_empty; }
+    QPushButton *empty_hint_button() const { return m_empty_button; }
 
     QAction *add_action() const { return m_add; }
     QAction *rename_action() const { return m_rename; }
@@ -55,6 +61,7 @@ Q_SIGNALS:
 
 private:
     void update_actions();
+    void update_empty_hint();
     void show_rack(const QUuid &rack);
 
     RacksPanelViewModel *m_view_model;
@@ -68,6 +75,9 @@ private:
     QAction *m_copy;
     QAction *m_paste;
     QAction *m_delete;
+    QWidget *m_empty;
+    QLabel *m_empty_label;
+    QPushButton *m_empty_button;
 };
 
 } // namespace corv::widgets

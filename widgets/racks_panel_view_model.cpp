@@ -1,5 +1,8 @@
 #include "widgets/racks_panel_view_model.h"
 
+#include "engine/project_runtime.h"
+#include "engine/rack_manager.h"
+#include "locale/translate.h"
 #include "model/project.h"
 #include "persistence/command_manager.h"
 #include "persistence/model_commands.h"
@@ -10,6 +13,7 @@
 
 #include <QBrush>
 #include <QDataStream>
+#include <QDateTime>
 #include <QFont>
 #include <QIODevice>
 #include <QGuiApplication>
@@ -37,11 +41,48 @@ QList<PlannedMove> plan_moves(QList<QUuid> list, const QList<QUuid> &moving, qsi
 
 RacksPanelViewModel::RacksPanelViewModel(QObject *parent) : QAbstractListModel(parent)
 {
+    connect(&m_status_timer, &QTimer::timeout, this, &RacksPanelViewModel::refresh_status);
 }
 
 RacksPanelViewModel::~RacksPanelViewModel()
 {
     detach();
+}
+
+QString RacksPanelViewModel::status_of(const QUuid &id) const
+{
+    const model::Rack *rack = m_context.project ? m_context.project->find_rack(id) : nullptr;
+    if (!rack)
+        return {};
+    const engine::RackManager *manager =
+        m_context.runtime ? m_context.runtime->find_rack_manager(id) : nullptr;
+    QString state;
+    if (!rack->is_enabled())
+        state = locale::translate("RacksPanel.Status.Disabled");
+    else if (m_context.runtime && m_context.runtime->is_paused())
+        state = locale::translate("RacksPanel.Status.Paused");
+    else
+        state = locale::translate("RacksPanel.Status.Running");
+    const qint64 last = manager ? manager->last_event_msecs() : 0;
+    if (!last)
+        return state;
+    return locale::translate("RacksPanel.Status.LastEvent.%1.%2", state,
+                             QDateTime::fromMSecsSinceEpoch(last).toString(QStringLiteral("HH:mm:ss")));
+}
+
+void RacksPanelViewModel::refresh_status()
+{
+    const int rows = rowCount();
+    for (int row = 0; row < rows; ++row) {
+        const QUuid id = rack_at(row);
+        QString now = status_of(id);
+        auto known = m_status.find(id);
+        if (known != m_status.end() && *known == now)
+            continue;
+        m_status.insert(id, std::move(now));
+        const QModelIndex at = index(row);
+        Q_EMIT dataChanged(at, at, {StatusRole, Qt::ToolTipRole});
+    }
 }
 
 void RacksPanelViewModel::set_context(const PanelContext &context)
@@ -50,7 +91,12 @@ void RacksPanelViewModel::set_context(const PanelContext &context)
     detach();
     m_context = context;
     attach();
+    m_status.clear();
     endResetModel();
+    if (m_context.runtime)
+        m_status_timer.start(kStatusRefreshMs);
+    else
+        m_status_timer.stop();
     set_selected_rack({});
 }
 
@@ -318,8 +364,9 @@ QVariant RacksPanelViewModel::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::EditRole:
-    case Qt::ToolTipRole:
         return rack->name();
+    case Qt::ToolTipRole:
+        return rack->name() + u'\n' + status_of(rack_at(index.row()));
     case Qt::ForegroundRole:
         if (!rack->is_enabled())
             return QGuiApplication::palette().brush(QPalette::Disabled, QPalette::Text);
@@ -335,6 +382,8 @@ QVariant RacksPanelViewModel::data(const QModelIndex &index, int role) const
         return QVariant::fromValue(rack_at(index.row()));
     case EnabledRole:
         return rack->is_enabled();
+    case StatusRole:
+        return status_of(rack_at(index.row()));
     default:
         return {};
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractListModel>
+#include <QTimer>
 #include <QList>
 #include <QMetaObject>
 #include <QUuid>
@@ -61,7 +62,13 @@ class RacksPanelViewModel : public QAbstractListModel
 {
     Q_OBJECT
 public:
-    enum Role { IdRole = Qt::UserRole + 1, EnabledRole };
+    enum Role {
+        IdRole = Qt::UserRole + 1,
+        EnabledRole,
+        StatusRole, // QString: running, disabled or paused, and the time of the last event
+    };
+    // How often the status of the racks is looked at again.
+    static constexpr int kStatusRefreshMs = 1000;
 
     explicit RacksPanelViewModel(QObject *parent = nullptr);
     ~RacksPanelViewModel() override;
@@ -96,6 +103,9 @@ public:
     QList<QUuid> paste_racks(const QMimeData *data, int row = -1);
     static bool can_paste(const QMimeData *data);
 
+    // Looks at every rack's status and tells the views of those that changed.
+    void refresh_status();
+
     QUuid selected_rack() const { return m_selected; }
     void set_selected_rack(const QUuid &rack);
 
@@ -122,8 +132,12 @@ private:
     void watch_rack(const QUuid &id);
     void rack_changed(const QUuid &id);
 
+    QString status_of(const QUuid &rack) const;
+
     PanelContext m_context;
     QUuid m_selected;
+    QTimer m_status_timer;
+    QHash<QUuid, QString> m_status;
     QList<QMetaObject::Connection> m_connections;
     QHash<QUuid, QList<QMetaObject::Connection>> m_rack_connections;
 };

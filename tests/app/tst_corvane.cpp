@@ -1,7 +1,10 @@
 // Runs the built executable the way a user does.
 
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QRegularExpression>
@@ -142,6 +145,7 @@ private slots:
                                                 << "no-such-option";
         QTest::newRow("two projects") << QStringList{"--headless", "a.corv", "b.corv"} << 1 << ""
                                       << "at most one project";
+        QTest::newRow("trace without headless") << QStringList{"--trace"} << 1 << "" << "--trace is for --headless";
     }
 
     void command_line()
@@ -397,6 +401,50 @@ private slots:
         QVERIFY2(rest.contains("WARNING Refused a control message: not a JSON object"), rest.constData());
         QVERIFY2(rest.contains("WARNING Dropped a control connection that sent no whole message"), rest.constData());
         QVERIFY2(rest.contains("Shutting down with exit code 0"), rest.constData());
+    }
+
+    // --trace: every event a node receives is one JSON line on stdout, with
+    // its time, rack, node and keys in order; the display lines give way.
+    void trace_prints_json_lines()
+    {
+        const qint64 started = QDateTime::currentMSecsSinceEpoch();
+        QProcess instance;
+        const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
+        const QByteArray ready = start_until_ready(instance, {QStringLiteral("--headless"), QStringLiteral("--trace"), demo});
+        QVERIFY2(ready.contains("Initialization complete"), ready.constData());
+        QProcess post;
+        start(post, {QStringLiteral("--post"), QStringLiteral("news"), QStringLiteral("who=tab\t\"q\"")},
+              QStringLiteral("offscreen"));
+        QVERIFY(post.waitForFinished(kTimeoutMs));
+        QCOMPARE(post.exitCode(), 0);
+
+        QByteArray out;
+        QJsonObject seen;
+        QElapsedTimer timer;
+        timer.start();
+        while (seen.isEmpty() && timer.elapsed() < kTimeoutMs) {
+            instance.waitForReadyRead(100);
+            out += instance.readAllStandardOutput();
+            for (const QByteArray &line : out.split('\n')) {
+                const QJsonObject row = QJsonDocument::fromJson(line).object();
+                if (row.value(QStringLiteral("rack")) == QStringLiteral("Listener") &&
+                    row.value(QStringLiteral("node")) == QStringLiteral("Display"))
+                    seen = row;
+            }
+        }
+        stop(instance);
+        out += instance.readAllStandardOutput();
+        QVERIFY2(!seen.isEmpty(), out.constData());
+        QCOMPARE(seen.value(QStringLiteral("event")).toObject().value(QStringLiteral("who")).toString(),
+                 QStringLiteral("tab\t\"q\""));
+        QVERIFY(seen.value(QStringLiteral("time")).toDouble() > double(started));
+        QVERIFY2(!out.contains("who: "), out.constData());
+        // Every line is one whole JSON object.
+        const QList<QByteArray> lines = out.trimmed().split('\n');
+        for (const QByteArray &line : lines) {
+            QJsonParseError error;
+            QVERIFY2(QJsonDocument::fromJson(line, &error).isObject(), line.constData());
+        }
     }
 
     // The first instance keeps the socket: a second one (the shipped unit

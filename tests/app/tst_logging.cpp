@@ -142,6 +142,22 @@ private slots:
         if (!line.isEmpty())
             QVERIFY2(QRegularExpression(kStamp + line).match(lines.first()).hasMatch(),
                      qPrintable(lines.first()));
+
+        // A log view gets the same lines: those so far, then each new one.
+        QList<LogLine> heard;
+        const QList<LogLine> so_far =
+            set_log_listener([&heard](QtMsgType t, const QString &l) { heard.append({t, l}); });
+        QCOMPARE(so_far.size(), lines.size());
+        if (type == QtWarningMsg || type == QtCriticalMsg)
+            QTest::ignoreMessage(QtMsgType(type), qUtf8Printable(text));
+        qt_message_output(QtMsgType(type), QMessageLogContext(), text);
+        set_log_listener(nullptr);
+        QCOMPARE(heard.size(), lines.size());
+        for (qsizetype i = 0; i < lines.size(); ++i) {
+            QCOMPARE(so_far.at(i).second, lines.at(i));
+            QCOMPARE(int(heard.at(i).first), type);
+            QCOMPARE(heard.at(i).second.section(u']', 1), lines.at(i).section(u']', 1));
+        }
     }
 
     void same_second_restart_appends()

@@ -15,6 +15,8 @@
 #include "persistence/model_commands.h"
 #include "persistence/project_manager.h"
 #include "widgets/about_window.h"
+#include "widgets/activity_panel.h"
+#include "widgets/activity_view_model.h"
 #include "widgets/main_window.h"
 #include "widgets/main_window_view_model.h"
 #include "widgets/rack_panel.h"
@@ -27,6 +29,7 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
+#include <QDockWidget>
 #include <QFile>
 #include <QIcon>
 #include <QLineEdit>
@@ -38,12 +41,16 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSplitter>
+#include <QPushButton>
+#include <QStatusBar>
 #include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextBrowser>
 #include <QTimer>
+
+#include <thread>
 
 using namespace corv;
 using widgets::MainWindow;
@@ -101,6 +108,7 @@ class TstMainWindow : public QObject {
     std::unique_ptr<engine::ProjectManager> m_projects;
     std::unique_ptr<MainWindow> m_window;
     QList<QUrl> m_opened_urls;
+    widgets::MainWindowContext::LogWatch m_log_watch;
 
     QString path(const char *name) const { return m_dir->filePath(QString::fromLatin1(name)); }
 
@@ -111,6 +119,10 @@ class TstMainWindow : public QObject {
         c.settings_file = path("settings.ini");
         c.log_file = path("logs/run.txt");
         c.log_folder = path("logs");
+        c.watch_log = [this](widgets::MainWindowContext::LogWatch watch) {
+            const_cast<TstMainWindow *>(this)->m_log_watch = std::move(watch);
+            return QList<std::pair<QtMsgType, QString>>{{QtInfoMsg, QStringLiteral("[0.001] started")}};
+        };
         return c;
     }
 
@@ -202,6 +214,16 @@ private Q_SLOTS:
                                     "Menu.Edit.SelectAll",
                                     "&Run",
                                     "Menu.Run.PauseAll",
+                                    "Rac&k",
+                                    "Action.Add",
+                                    "Action.Rename",
+                                    "Action.Enabled",
+                                    "&Node",
+                                    "Action.AddInside",
+                                    "Action.Replace",
+                                    "Action.Edit",
+                                    "&View",
+                                    "Menu.View.Activity",
                                     "&Help",
                                     "Menu.Help.CurrentLogFile",
                                     "Menu.Help.OpenLogDirectory",
@@ -513,6 +535,12 @@ private Q_SLOTS:
         QTest::keyClick(m_window.get(), Qt::Key_P, Qt::ControlModifier | Qt::ShiftModifier);
         QCOMPARE(paused.count(), 1);
         QVERIFY(m_window->action(Action::PauseAll)->isChecked());
+        QVERIFY(m_window->paused_banner()->isVisible());
+        const auto status = [this](int row) {
+            auto *racks = m_window->racks_panel()->view_model();
+            return racks->index(row).data(widgets::RacksPanelViewModel::StatusRole).toString();
+        };
+        QCOMPARE(status(0), QStringLiteral("paused"));
         add_rack(QStringLiteral("later"));
         QCOMPARE(running(), (QList<bool>{false, false}));
         QVERIFY(m_window->view_model()->save());
@@ -522,6 +550,16 @@ private Q_SLOTS:
         m_window->action(Action::PauseAll)->trigger();
         QCOMPARE(running(), (QList<bool>{true, true}));
         QCOMPARE(paused.count(), 2);
+        QVERIFY(!m_window->paused_banner()->isVisible());
+        QCOMPARE(status(0), QStringLiteral("running"));
+
+        // The banner's button resumes; a disabled rack says so.
+        m_window->action(Action::PauseAll)->trigger();
+        m_window->paused_banner()->findChild<QPushButton *>()->click();
+        QVERIFY(!m_window->view_model()->is_paused());
+        QVERIFY(m_window->racks_panel()->view_model()->set_rack_enabled(
+            m_projects->project()->profile()->at(1), false));
+        QCOMPARE(status(1), QStringLiteral("disabled"));
     }
 
     // A confirmed language change reaches the window as LanguageChange.
@@ -568,6 +606,69 @@ private Q_SLOTS:
     }
 
     // The last project, the splitter and the geometry come back.
+    // The View menu's shortcut opens the dock, whose model listens only
+    // while it is open; a row's rack and node become the selection.
+    void activity_dock()
+    {
+        QAction *toggle = m_window->action(Action::Activity);
+        QCOMPARE(toggle->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+A")));
+        QVERIFY(m_window->activity_dock()->isHidden());
+        widgets::ActivityViewModel *model = m_window->activity_panel()->view_model();
+        QVERIFY(!model->is_listening());
+        QTest::keyClick(m_window.get(), Qt::Key_A, Qt::ControlModifier | Qt::ShiftModifier);
+        QVERIFY(m_window->activity_dock()->isVisible());
+        QVERIFY(model->is_listening());
+
+        add_rack(QStringLiteral("A"));
+        add_rack(QStringLiteral("B"));
+        const QUuid b = m_projects->project()->profile()->at(1);
+        Q_EMIT m_window->activity_panel()->node_activated(b, QUuid());
+        QCOMPARE(m_window->racks_panel()->view_model()->selected_rack(), b);
+
+        toggle->trigger();
+        QVERIFY(!model->is_listening());
+
+        // The log tab: the lines so far, then each new one from any thread,
+        // warnings and errors marked; a closed window stops watching.
+        QAbstractItemModel *log = m_window->log_view()->model();
+        QVERIFY(m_log_watch);
+        std::thread([watch = m_log_watch] {
+            watch(QtWarningMsg, QStringLiteral("[0.002] WARNING careful"));
+            watch(QtCriticalMsg, QStringLiteral("[0.003] CRITICAL broken"));
+        }).join();
+        QTRY_COMPARE(log->rowCount(), 3);
+        QCOMPARE(log->index(2, 0).data().toString(), QStringLiteral("[0.003] CRITICAL broken"));
+        QVERIFY(!log->index(0, 0).data(Qt::BackgroundRole).isValid());
+        const QVariant warning = log->index(1, 0).data(Qt::BackgroundRole);
+        const QVariant error = log->index(2, 0).data(Qt::BackgroundRole);
+        QVERIFY(warning.isValid() && error.isValid() && warning != error);
+        m_window.reset();
+        QVERIFY(!m_log_watch);
+    }
+
+    // A new project shows how to begin; the Rack menu and a save say what
+    // they do.
+    void first_steps()
+    {
+        widgets::RacksPanel *racks = m_window->racks_panel();
+        QVERIFY(racks->empty_hint()->isVisible());
+        QVERIFY(!racks->list()->isVisible());
+        racks->empty_hint_button()->click();
+        QCOMPARE(rack_count(), 1u);
+        QVERIFY(!racks->empty_hint()->isVisible());
+        QVERIFY(racks->list()->isVisible());
+        m_projects->commands()->undo();
+        QVERIFY(racks->empty_hint()->isVisible());
+
+        QCOMPARE(racks->add_action()->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+R")));
+        QTest::keyClick(m_window.get(), Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(rack_count(), 1u);
+        QVERIFY(racks->enabled_action()->isCheckable());
+
+        QVERIFY(m_window->view_model()->save_as(path("first.corv")));
+        QVERIFY(m_window->statusBar()->currentMessage().startsWith(QStringLiteral("Saved at ")));
+    }
+
     void settings_restored()
     {
         add_rack(QStringLiteral("first"));

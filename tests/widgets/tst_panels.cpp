@@ -4,10 +4,13 @@
 
 #include "panel_rig.h"
 
+#include "engine/activity_tap.h"
 #include "engine/event.h"
 #include "engine/rack_manager.h"
 #include "persistence/model_commands.h"
 #include "persistence/property_commands.h"
+#include "widgets/activity_panel.h"
+#include "widgets/activity_view_model.h"
 #include "widgets/add_node_widget.h"
 #include "widgets/add_node_widget_view_model.h"
 #include "widgets/node_panel.h"
@@ -31,8 +34,11 @@
 #include <QSet>
 #include <QSignalSpy>
 #include <QSortFilterProxyModel>
+#include <QTableView>
+#include <QToolButton>
 #include <QTest>
 #include <QTreeView>
+#include <QTreeWidget>
 
 using namespace corv;
 using widgets::RackPanelViewModel;
@@ -69,6 +75,27 @@ QString shown_tree(RackPanelViewModel &vm, const QModelIndex &parent = {})
     return parts.join(u' ');
 }
 
+// Posts {"n": n} to a rack's entry.
+void post(PanelRig &rig, const QUuid &rack, int n)
+{
+    engine::EventScope event;
+    event.set("n", QByteArray::number(n));
+    engine::EventSink::post(rig.runtime->find_rack_manager(rack)->sink(), event);
+}
+
+// The rows an activity panel shows, "rack|node|keys" each.
+QStringList shown_rows(const QAbstractItemModel &model)
+{
+    QStringList rows;
+    for (int row = 0; row < model.rowCount(); ++row) {
+        QStringList cells;
+        for (int column = widgets::ActivityViewModel::RackColumn; column < widgets::ActivityViewModel::ColumnCount; ++column)
+            cells << model.index(row, column).data().toString();
+        rows << cells.join(u'|');
+    }
+    return rows;
+}
+
 } // namespace
 
 class tst_Panels : public QObject
@@ -81,6 +108,7 @@ private Q_SLOTS:
 
     void racks_edits_data();
     void racks_edits();
+    void racks_show_status();
     void racks_selection_and_search();
     void rack_edits_data();
     void rack_edits();
@@ -89,6 +117,9 @@ private Q_SLOTS:
     void rack_panel_keeps_expansion();
     void rack_rows_show_flow();
     void rows_flash_when_triggered();
+    void activity_rows_data();
+    void activity_rows();
+    void activity_pause_and_cap();
     void node_panel_data();
     void node_panel();
     void add_node_search_data();
@@ -170,6 +201,41 @@ void tst_Panels::racks_edits()
     QCOMPARE(state(), after);
     QCOMPARE(changed.count(), 1);
     check_undo_redo(rig.commands, 1, state, QStringLiteral("A,B,C|fork"), after);
+}
+
+// Each rack's status: running, and when it last took an event in; a rack
+// paused or disabled says so, and events it dropped do not count.
+void tst_Panels::racks_show_status()
+{
+    PanelRig rig;
+    const QUuid a = rig.add_rack(QStringLiteral("A"));
+    rig.add_node(a, QStringLiteral("io.marrowfield.display"));
+    const QUuid b = rig.add_rack(QStringLiteral("B"));
+    rig.open();
+    widgets::RacksPanelViewModel vm;
+    vm.set_context(rig.context());
+    const auto status = [&](const QUuid &rack) {
+        return vm.index(vm.row_of(rack)).data(widgets::RacksPanelViewModel::StatusRole).toString();
+    };
+    QCOMPARE(status(a), QStringLiteral("running"));
+    rig.runtime->set_paused(true);
+    post(rig, a, 1);
+    QCoreApplication::processEvents();
+    QCOMPARE(status(a), QStringLiteral("paused"));
+    rig.runtime->set_paused(false);
+
+    QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
+    vm.refresh_status();
+    post(rig, a, 2);
+    QTRY_VERIFY(status(a).startsWith(QStringLiteral("running, last event ")));
+    QVERIFY2(QRegularExpression(QStringLiteral("^running, last event \\d\\d:\\d\\d:\\d\\d$")).match(status(a)).hasMatch(),
+             qPrintable(status(a)));
+    changed.clear();
+    vm.refresh_status();
+    QCOMPARE(changed.count(), 1); // only the rack whose status moved
+    QVERIFY(vm.set_rack_enabled(b, false));
+    QCOMPARE(status(b), QStringLiteral("disabled"));
+    QVERIFY(vm.index(vm.row_of(a)).data(Qt::ToolTipRole).toString().startsWith(QStringLiteral("A\nrunning")));
 }
 
 void tst_Panels::racks_selection_and_search()
@@ -460,6 +526,149 @@ void tst_Panels::rows_flash_when_triggered()
     QCOMPARE(changed.count(), 2);
 }
 
+void tst_Panels::activity_rows_data()
+{
+    QTest::addColumn<bool>("trace_all");
+    QTest::addColumn<QString>("filter"); // "rack", "node", text, or none
+    QTest::addColumn<QStringList>("rows");
+    // Rack A: custom "Go", display, stop, display (never reached); rack B: display.
+    // Posted: 1 to A, 2 to B, 3 to A.
+    QTest::newRow("display nodes, newest first")
+        << false << QString() << QStringList{"A|Display|n: 3", "B|Display|n: 2", "A|Display|n: 1"};
+    QTest::newRow("trace all: every node an event enters")
+        << true << QString()
+        << QStringList{"A|Stop|n: 3", "A|Display|n: 3", "A|Custom Event: Go|n: 3", "B|Display|n: 2",
+                       "A|Stop|n: 1", "A|Display|n: 1", "A|Custom Event: Go|n: 1"};
+    QTest::newRow("one rack") << true << "rack" << QStringList{"B|Display|n: 2"};
+    QTest::newRow("one node") << true << "node" << QStringList{"A|Custom Event: Go|n: 3", "A|Custom Event: Go|n: 1"};
+    QTest::newRow("text in any column") << true << "n: 3"
+                                        << QStringList{"A|Stop|n: 3", "A|Display|n: 3", "A|Custom Event: Go|n: 3"};
+    QTest::newRow("text matches nothing") << false << "nothing" << QStringList{};
+}
+
+void tst_Panels::activity_rows()
+{
+    QFETCH(bool, trace_all);
+    QFETCH(QString, filter);
+    QFETCH(QStringList, rows);
+    PanelRig rig;
+    const QUuid a = rig.add_rack(QStringLiteral("A"));
+    const QUuid go = rig.add_node(a, QStringLiteral("io.marrowfield.custom"), QStringLiteral("Go"));
+    const QUuid a_display = rig.add_node(a, QStringLiteral("io.marrowfield.display"));
+    rig.add_node(a, QStringLiteral("io.marrowfield.stop"));
+    rig.add_node(a, QStringLiteral("io.marrowfield.display"));
+    const QUuid b = rig.add_rack(QStringLiteral("B"));
+    const QUuid b_display = rig.add_node(b, QStringLiteral("io.marrowfield.display"));
+    rig.open();
+
+    widgets::ActivityViewModel vm;
+    QAbstractItemModelTester tester(&vm);
+    widgets::ActivityPanel panel(&vm);
+    QVERIFY(!engine::ActivityTap::active());
+    vm.set_listening(true);
+    QVERIFY(engine::ActivityTap::active());
+    engine::ActivityTap::set_trace_all(trace_all);
+    // One event at a time: each hop is a queued post, so events in flight
+    // together interleave.
+    const int per_a = trace_all ? 3 : 1;
+    post(rig, a, 1);
+    QTRY_COMPARE(vm.rowCount(), per_a);
+    post(rig, b, 2);
+    QTRY_COMPARE(vm.rowCount(), per_a + 1);
+    post(rig, a, 3);
+    QTRY_COMPARE(vm.rowCount(), 2 * per_a + 1);
+    engine::ActivityTap::set_trace_all(false);
+    vm.set_listening(false);
+    QVERIFY(!engine::ActivityTap::active());
+
+    if (filter == u"rack")
+        panel.filter()->set_rack(b);
+    else if (filter == u"node")
+        panel.filter()->set_node(go);
+    else
+        panel.search()->setText(filter);
+    QCOMPARE(shown_rows(*panel.filter()), rows);
+    if (rows.isEmpty())
+        return;
+
+    // Times grow towards the top; every row has a time of day.
+    const QModelIndex top = panel.filter()->index(0, 0);
+    QVERIFY(QTime::fromString(top.data().toString(), QStringLiteral("HH:mm:ss.zzz")).isValid());
+    QVERIFY(top.data(widgets::ActivityViewModel::MsecsRole).toLongLong() >=
+            panel.filter()->index(rows.size() - 1, 0).data(widgets::ActivityViewModel::MsecsRole).toLongLong());
+    QVERIFY(!panel.filter()->index(0, widgets::ActivityViewModel::NodeColumn)
+                 .data(Qt::DecorationRole).value<QIcon>().isNull());
+
+    // A click asks for the row's rack and node; the context menu copies.
+    QSignalSpy activated(&panel, &widgets::ActivityPanel::node_activated);
+    panel.resize(600, 300);
+    panel.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    const QModelIndex last = panel.filter()->index(rows.size() - 1, widgets::ActivityViewModel::EventColumn);
+    QTest::mouseClick(panel.view()->viewport(), Qt::LeftButton, {},
+                      panel.view()->visualRect(last).center());
+    QCOMPARE(activated.count(), 1);
+    const QHash<QString, std::pair<QUuid, QUuid>> ids{{"A|Custom Event: Go", {a, go}},
+                                                      {"A|Display", {a, a_display}},
+                                                      {"B|Display", {b, b_display}}};
+    QCOMPARE(activated.at(0).at(0).toUuid(), ids.value(rows.last().section(u'|', 0, 1)).first);
+    QCOMPARE(activated.at(0).at(1).toUuid(), ids.value(rows.last().section(u'|', 0, 1)).second);
+    const QList<QAction *> actions = panel.row_actions(rows.size() - 1);
+    const auto trigger = [&](const char *name) {
+        for (QAction *action : actions) {
+            if (action->objectName() == QLatin1String(name))
+                action->trigger();
+        }
+    };
+    trigger("ActivityPanel.CopyValue");
+    QCOMPARE(QGuiApplication::clipboard()->text(), rows.last().section(u'|', 2));
+    trigger("ActivityPanel.CopyRow");
+    QCOMPARE(QGuiApplication::clipboard()->text().section(u'\t', 1), QString(rows.last()).replace(u'|', u'\t'));
+    qDeleteAll(actions);
+}
+
+// Pause drops and counts; a hidden node stays out; the list keeps the latest
+// 10,000 rows and says how many fell off.
+void tst_Panels::activity_pause_and_cap()
+{
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("R"));
+    const QUuid display = rig.add_node(rack, QStringLiteral("io.marrowfield.display"));
+    const QUuid other = rig.add_node(rack, QStringLiteral("io.marrowfield.display"));
+    rig.open();
+    widgets::ActivityViewModel vm;
+    widgets::ActivityPanel panel(&vm);
+    vm.set_listening(true);
+
+    panel.pause_button()->click();
+    QVERIFY(vm.is_paused());
+    for (int i = 0; i < 5; ++i)
+        post(rig, rack, i);
+    QTRY_COMPARE(panel.status_label()->text(), QStringLiteral("10 events dropped while paused"));
+    QCOMPARE(vm.dropped(), quint64(10));
+    QCOMPARE(vm.rowCount(), 0);
+    QVERIFY(!panel.status_label()->isHidden());
+    panel.pause_button()->click();
+
+    vm.set_node_hidden(other, true);
+    const int total = widgets::ActivityViewModel::kCapacity + 50;
+    for (int i = 0; i < total; ++i)
+        post(rig, rack, i);
+    QTRY_COMPARE(vm.fallen_off(), quint64(50));
+    QCOMPARE(vm.rowCount(), widgets::ActivityViewModel::kCapacity);
+    QCOMPARE(vm.index(0, widgets::ActivityViewModel::EventColumn).data().toString(),
+             QStringLiteral("n: %1").arg(total - 1));
+    QCOMPARE(vm.index(vm.rowCount() - 1, widgets::ActivityViewModel::EventColumn).data().toString(),
+             QStringLiteral("n: 50"));
+    QCOMPARE(vm.index(0, 0).data(widgets::ActivityViewModel::NodeIdRole).toUuid(), display);
+    QVERIFY(panel.view()->toolTip().contains(QStringLiteral("50 older events fell off")));
+
+    panel.clear_button()->click();
+    QCOMPARE(vm.rowCount(), 0);
+    QCOMPARE(vm.fallen_off(), quint64(0));
+    vm.set_listening(false);
+}
+
 void tst_Panels::node_panel_data()
 {
     QTest::addColumn<QString>("type");
@@ -549,6 +758,10 @@ void tst_Panels::add_node_search()
     QCOMPARE(chosen.count(), first.isEmpty() ? 0 : 1);
     if (!first.isEmpty())
         QCOMPARE(chosen.first().at(0).toString(), first);
+    // An empty list says so, in one row that cannot be chosen.
+    auto *list = widget.findChild<QTreeWidget *>();
+    QCOMPARE(list->topLevelItemCount() == 1 && list->topLevelItem(0)->text(0) == u"No node type matches",
+             first.isEmpty());
 }
 
 int main(int argc, char **argv)
