@@ -36,6 +36,9 @@ struct StartOptions {
     // Headless runs save nothing unless asked to autosave (--autosave): then
     // the autosave and backup preferences apply as in a window run.
     bool autosave = false;
+    // --allow-run: nodes that act outside the program (run programs, open
+    // files) run without the project having been allowed on this machine.
+    bool allow_run = false;
     // The project to open at start (or to check); empty for none.
     QString project_path;
     // The mailbox and the KEY=VALUE arguments of --post.

@@ -12,7 +12,9 @@
 #include "sdk/plugin_list.h"
 #include "sdk_test_support.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -281,6 +283,84 @@ private Q_SLOTS:
         f.runtime->find_node_manager(node)->node().properties().find(QStringLiteral("!arguments"))
             ->set(model::Value::string("elsewhere"));
         QVERIFY(f.runtime->outside_fingerprint() != fingerprint);
+    }
+
+    // A project from elsewhere run headless starts nothing until it is run
+    // with --allow-run: the program's own start, with its real plugins folder.
+    void headless_needs_allow_run()
+    {
+        QTemporaryDir dir;
+        const QString marker = dir.filePath(QStringLiteral("ran"));
+        const QString project = dir.filePath(QStringLiteral("project.corv"));
+        QFile file(project);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"(<?xml version="1.0"?>
+<project version="1">
+    <rack id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c01}" name="Main">
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}</node>
+    </rack>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}" component="io.marrowfield.onschedule">
+        <prop key="!mode" type="int">2</prop>
+        <prop key="!seconds" type="float">0.05</prop>
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}</node>
+    </node>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}" component="io.marrowfield.system.run">
+        <prop key="!program" type="string">touch</prop>
+        <prop key="!arguments" type="string">)" + marker.toUtf8() + R"(</prop>
+    </node>
+</project>
+)");
+        file.close();
+
+        const auto run = [&](bool allow, qint64 wait_ms, QByteArray *err) {
+            const QString home = dir.filePath(allow ? QStringLiteral("allowed") : QStringLiteral("held"));
+            QDir().mkpath(home + QStringLiteral("/run"));
+            QFile::setPermissions(home + QStringLiteral("/run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert(QStringLiteral("HOME"), home);
+            for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
+                env.insert(QString::fromLatin1(name), home + u'/' + QString::fromLatin1(name));
+            env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home + QStringLiteral("/run"));
+            env.insert(QStringLiteral("CORV_TEST_CONTROL_DIR"), home + QStringLiteral("/run"));
+            env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+            env.remove(QStringLiteral("DISPLAY"));
+            QProcess corvane;
+            corvane.setProcessEnvironment(env);
+            QStringList arguments{QStringLiteral("--headless"), project};
+            if (allow)
+                arguments.prepend(QStringLiteral("--allow-run"));
+            QElapsedTimer clock;
+            clock.start();
+            corvane.start(QStringLiteral(CORV_TEST_RUNTIME_DIR "/corvane"), arguments);
+            const QByteArray ready = allow ? "Initialization complete" : "stay held";
+            while (!err->contains(ready) && corvane.state() != QProcess::NotRunning &&
+                   clock.elapsed() < kTimeoutMs) {
+                corvane.waitForReadyRead(50);
+                *err += corvane.readAllStandardError();
+            }
+            const qint64 started = clock.elapsed();
+            QElapsedTimer waited;
+            waited.start();
+            while (!QFile::exists(marker) && waited.elapsed() < wait_ms)
+                QTest::qWait(10);
+            const qint64 took = clock.elapsed();
+            corvane.terminate();
+            corvane.waitForFinished(kTimeoutMs);
+            *err += corvane.readAllStandardError();
+            return std::max<qint64>(took - started, 0);
+        };
+        QByteArray err;
+        const qint64 took = run(true, kTimeoutMs, &err);
+        QVERIFY2(QFile::exists(marker), err.constData());
+        QVERIFY(!err.contains("stay held"));
+        QFile::remove(marker);
+
+        // Four times what the allowed run needed from its start to the program.
+        err.clear();
+        run(false, std::max<qint64>(4 * took, 300), &err);
+        QVERIFY2(err.contains("1 node(s) of " + project.toUtf8() + " act outside Corvane"),
+                 err.constData());
+        QVERIFY(!QFile::exists(marker));
     }
 
     // At most "limit" programs at once: the rest wait in order or are dropped.
