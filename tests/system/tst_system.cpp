@@ -431,11 +431,12 @@ private Q_SLOTS:
                 rss_warm = resident_kib();
             clock.start();
             f.post({});
-            while (f.returned.size() <= i && clock.elapsed() < kTimeoutMs)
+            while (f.returned.isEmpty() && clock.elapsed() < kTimeoutMs)
                 QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
             latencies.append(clock.nsecsElapsed());
-            QCOMPARE(f.returned.size(), i + 1);
+            QCOMPARE(f.returned.size(), 1);
             QCOMPARE(f.returned.last().value("exitcode"), QByteArray("0"));
+            f.returned.clear(); // what the test keeps would hide what the node keeps
         }
         const qint64 rss_end = resident_kib();
         std::sort(latencies.begin(), latencies.end());
