@@ -8,6 +8,7 @@
 #include "engine/project_runtime.h"
 #include "engine/rack_manager.h"
 #include "model/project.h"
+#include "persistence/project_trust.h"
 #include "sdk/include/corvane/corvane_sdk.h"
 #include "sdk/plugin_list.h"
 #include "sdk_test_support.h"
@@ -274,11 +275,24 @@ private Q_SLOTS:
         QVERIFY(f.returned.isEmpty());
         QVERIFY(!QFile::exists(marker));
 
-        f.runtime->allow_node(node);
-        QVERIFY(f.runtime->held_nodes().isEmpty());
+        // Remembered by path and digest: another path or digest still holds.
+        const QString settings = dir.filePath(QStringLiteral("settings.ini"));
+        const QString path = dir.filePath(QStringLiteral("a.corv"));
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 1);
+        remember_project_allowed(settings, dir.filePath(QStringLiteral("b.corv")), fingerprint);
+        remember_project_allowed(settings, path, QByteArray(64, '0'));
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 1);
+        remember_project_allowed(settings, path, fingerprint);
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 0);
         f.post({});
         QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
         QVERIFY(QFile::exists(marker));
+
+        // One node at a time (edited in its panel).
+        f.runtime->set_outside_allowed(false);
+        QCOMPARE(f.runtime->held_nodes().size(), 1);
+        f.runtime->allow_node(node);
+        QVERIFY(f.runtime->held_nodes().isEmpty());
 
         f.runtime->find_node_manager(node)->node().properties().find(QStringLiteral("!arguments"))
             ->set(model::Value::string("elsewhere"));
@@ -419,7 +433,7 @@ private Q_SLOTS:
     // a row (CORV_SYSTEM_RUNS sets how many; 1000 for the README's figures).
     void latency_and_memory()
     {
-        const int runs = std::max(200, qEnvironmentVariableIntValue("CORV_SYSTEM_RUNS"));
+        const int runs = std::max(100, qEnvironmentVariableIntValue("CORV_SYSTEM_RUNS"));
         Fixture f;
         f.add_run({{"!program", "true"}});
         f.open();
