@@ -69,6 +69,9 @@ expected=(
     lib/corvane/plugins/io.marrowfield.mqtt/io.marrowfield.mqtt.so
     lib/corvane/plugins/io.marrowfield.mqtt/locale/en-US.ini
     lib/corvane/plugins/io.marrowfield.mqtt/locale/de-DE.ini
+    lib/corvane/plugins/io.marrowfield.system/io.marrowfield.system.so
+    lib/corvane/plugins/io.marrowfield.system/locale/en-US.ini
+    lib/corvane/plugins/io.marrowfield.system/locale/de-DE.ini
     include/corvane/corvane_sdk.h
     include/corvane/corvane_cui.h
     lib/cmake/CorvaneSDK/CorvaneSDKConfig.cmake
