@@ -22,6 +22,7 @@
 #include "nodes/mailbox.h"
 #include "persistence/command_manager.h"
 #include "persistence/project_manager.h"
+#include "persistence/project_trust.h"
 #include "persistence/reader.h"
 #include "sdk/plugin_list.h"
 #include "sdk/plugin_preferences.h"
@@ -42,6 +43,8 @@
 #include <QLibrary>
 #include <QLoggingCategory>
 #include <QMainWindow>
+#include <QMessageBox>
+#include <QPointer>
 #include <QProxyStyle>
 #include <QSettings>
 #include <QSysInfo>
@@ -75,6 +78,10 @@ struct CommandLine {
                              QStringLiteral("With --headless: print every event a node receives to "
                                             "standard output, one JSON line each, instead of the "
                                             "display nodes' lines.")};
+    QCommandLineOption allow_run{QStringLiteral("allow-run"),
+                                 QStringLiteral("Let the project's nodes that act outside Corvane "
+                                                "(run programs, open files) run, although it was "
+                                                "not allowed on this machine.")};
     QCommandLineOption check{QStringLiteral("check"),
                              QStringLiteral("Read a project with every plugin, print each problem and "
                                             "exit with 0 only when there is none."),
@@ -86,6 +93,7 @@ struct CommandLine {
         parser.addOption(headless);
         parser.addOption(autosave);
         parser.addOption(trace);
+        parser.addOption(allow_run);
         parser.addOption(post);
         parser.addOption(check);
         parser.addPositionalArgument(QStringLiteral("project"),
@@ -145,6 +153,7 @@ struct CommandLine {
         if (parser.isSet(trace) && !options.headless)
             refuse(QStringLiteral("--trace is for --headless runs; a window shows the activity panel"));
         options.trace = parser.isSet(trace);
+        options.allow_run = parser.isSet(allow_run);
         options.project_path = arguments.value(0);
         return options;
     }
@@ -484,12 +493,68 @@ struct Application::Impl {
         projects->set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
             cui::install_node_surfaces(runtime, &commands);
         });
+        // A project without such nodes (a new one) lets those added later act;
+        // an opened one is judged once its path is known.
+        QObject::connect(projects.get(), &engine::ProjectManager::project_replaced, projects.get(), [this] {
+            engine::ProjectRuntime *runtime = projects->runtime();
+            if (runtime && runtime->outside_fingerprint().isEmpty())
+                runtime->set_outside_allowed(true);
+        });
+        QObject::connect(projects.get(), &engine::ProjectManager::opened, projects.get(),
+                         [this](const QString &path) { gate_outside_nodes(path); });
+        // A project saved from an allowed window stays allowed as it now is.
+        QObject::connect(projects.get(), &engine::ProjectManager::saved, projects.get(),
+                         [this](const QString &path) {
+                             engine::ProjectRuntime *runtime = projects->runtime();
+                             if (!options.headless && runtime && runtime->is_outside_allowed())
+                                 engine::remember_project_allowed(paths::settings_file(), path,
+                                                                  runtime->outside_fingerprint());
+                         });
         // The input threads follow the preferences from the first reading on.
         QObject::connect(config.get(), &engine::ConfigManager::input_poll_ms_changed, config.get(),
                          [](int ms) { input::HotkeyPoller::instance().set_poll_interval(ms); });
         QObject::connect(config.get(), &engine::ConfigManager::input_gap_ms_changed, config.get(),
                          [](int ms) { input::KeyInjector::instance().set_gap(ms); });
         load_all_plugins(*plugins, *registry);
+    }
+
+    // Nodes that act outside the program (run programs, open files) stay
+    // held in a project from elsewhere until the user allows them: once per
+    // project and machine in the window, with --allow-run headless.
+    void gate_outside_nodes(const QString &path)
+    {
+        engine::ProjectRuntime *runtime = projects->runtime();
+        if (!runtime)
+            return;
+        const qsizetype held =
+            engine::allow_trusted_project(*runtime, paths::settings_file(), path, options.allow_run);
+        if (held == 0)
+            return;
+        if (options.headless || !main_window) {
+            qCWarning(lcApp,
+                      "%lld node(s) of %s act outside Corvane (run programs, open files) and stay "
+                      "held: the project was not allowed on this machine. Start with --allow-run "
+                      "to run them.",
+                      qlonglong(held), qUtf8Printable(path));
+            return;
+        }
+        QPointer<engine::ProjectRuntime> asked(runtime);
+        QWidget *window = main_window.get();
+        QTimer::singleShot(0, window, [this, asked, window, path, held] {
+            if (!asked || asked != projects->runtime() || asked->held_nodes().isEmpty())
+                return;
+            const auto answer = QMessageBox::question(
+                window, locale::translate("AllowOutside.Caption"),
+                locale::translate("AllowOutside.Body.%1.%2", QFileInfo(path).fileName(),
+                                  int(held)),
+                QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+            if (answer != QMessageBox::Yes || !asked)
+                return;
+            asked->set_outside_allowed(true);
+            engine::remember_project_allowed(paths::settings_file(), path,
+                                             asked->outside_fingerprint());
+            qCInfo(lcApp, "Allowed the nodes of %s that act outside Corvane", qUtf8Printable(path));
+        });
     }
 
     void listen_for_commands()

@@ -38,6 +38,9 @@ struct StartOptions {
     bool autosave = false;
     // With headless: every event a node receives goes to stdout as a JSON line.
     bool trace = false;
+    // --allow-run: nodes that act outside the program (run programs, open
+    // files) run without the project having been allowed on this machine.
+    bool allow_run = false;
     // The project to open at start (or to check); empty for none.
     QString project_path;
     // The mailbox and the KEY=VALUE arguments of --post.

@@ -4,6 +4,7 @@
 #include "cui/store_editor.h"
 #include "cui/surface.h"
 #include "cui/surface_p.h"
+#include "persistence/property_commands.h"
 #include "engine/node_instance.h"
 #include "engine/node_manager.h"
 #include "engine/project_runtime.h"
@@ -130,9 +131,17 @@ namespace {
 PropertySurface *make_node_surface(engine::ProjectRuntime &runtime, engine::NodeManager &manager,
                                    engine::CommandManager *commands)
 {
+    // An edit in the node's panel also allows a node that acts outside the
+    // program: the user has seen what it does.
+    engine::ProjectRuntime *owner = &runtime;
+    const QUuid *id = &manager.id();
     auto *surface = new PropertySurface(
         manager.instance(), manager.store(),
-        StoreEditor::for_node(commands, &runtime.project(), &manager.id()));
+        StoreEditor(commands, [owner, id](const QString &key, const model::Value &value) {
+            owner->allow_node(*id);
+            return std::make_unique<engine::SetNodePropertyCommand>(&owner->project(), *id, key,
+                                                                    value);
+        }));
     surface->surface()->set_rack_source(&runtime);
     return surface;
 }

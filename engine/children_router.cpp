@@ -135,6 +135,8 @@ void ChildrenEventRouter::route_taking(std::size_t start, EventScope &event)
                 ActivityTap::enter(m_rack, *child->manager->q, event);
             if (child->manager->triggered_wired) // nobody listens otherwise
                 Q_EMIT child->manager->q->triggered();
+            if (child->manager->held())
+                return; // not allowed to act outside the program yet: dropped
             if (instance->is_created())
                 on_event(instance->data(), handles::new_event(std::move(event)));
             return;

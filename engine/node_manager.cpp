@@ -245,6 +245,21 @@ bool NodeManager::is_loaded() const
     return d->loaded;
 }
 
+bool NodeManager::is_held() const
+{
+    return d->held();
+}
+
+void NodeManager::set_outside_allowed(bool allowed)
+{
+    if (d->outside_allowed == allowed)
+        return;
+    const bool was_held = d->held();
+    d->outside_allowed = allowed;
+    if (was_held != d->held())
+        Q_EMIT decoration_changed(); // the rack panel marks held nodes
+}
+
 bool NodeManager::is_migrating() const
 {
     return d->migrating;

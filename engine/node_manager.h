@@ -57,6 +57,11 @@ public:
     // type that builds one, and for any other node when first asked for.
     PropertySurface *surface() const;
 
+    // A node of a type that acts outside the program gets no events while
+    // it is held: until its project, or the node itself, was allowed.
+    bool is_held() const;
+    void set_outside_allowed(bool allowed);
+
     // When set, a re-creation does not end with instance_name_changed().
     void set_instance_name_signal_suppressed(bool suppressed);
 

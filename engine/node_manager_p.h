@@ -72,6 +72,8 @@ public:
     std::unique_ptr<NodeInstance> instance;
     bool loaded = false;
     bool migrating = false;
+    bool outside_allowed = false;
+    bool held() const { return definition && definition->acts_outside && !outside_allowed; }
     bool suppress_name_signal = false;
     // Whether anyone listens to the public triggered and emitted, which
     // fire on every hop.

@@ -123,6 +123,17 @@ void NodeRegistration::register_migration(const corv_node_migration *migration)
     qCInfo(lc_engine, "%s registered migration %s", plugin_id.constData(), migration->id);
 }
 
+bool NodeRegistration::mark_acts_outside(const QString &id)
+{
+    for (auto &definition : m_definitions) {
+        if (definition->id == id) {
+            definition->acts_outside = true;
+            return true;
+        }
+    }
+    return false;
+}
+
 void NodeRegistration::commit()
 {
     for (auto &definition : m_definitions) {

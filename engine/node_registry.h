@@ -47,6 +47,9 @@ struct NodeDefinition {
     corv_node_load_fn load = nullptr;
     corv_node_unload_fn unload = nullptr;
     const PluginIdentity *plugin = nullptr;
+    // Its nodes act outside the program (run programs, open files): they get
+    // no events until the user allows them for the project.
+    bool acts_outside = false;
 };
 
 // Maps nodes of a retired type id to a registered one.
@@ -78,6 +81,9 @@ public:
     void register_node(const corv_node_type *type);
     // corv_register_node_migration: the outcome is logged, not returned.
     void register_migration(const corv_node_migration *migration);
+    // corv_register_node_acts_outside: marks a type this registration holds;
+    // false when it holds none of that id.
+    bool mark_acts_outside(const QString &id);
 
     qsizetype pending_node_count() const { return qsizetype(m_definitions.size()); }
     qsizetype pending_migration_count() const { return m_migration_ids.size(); }

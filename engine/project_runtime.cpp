@@ -6,6 +6,7 @@
 #include "engine/rack_manager.h"
 #include "model/project.h"
 
+#include <QCryptographicHash>
 #include <QSet>
 
 #include <algorithm>
@@ -166,6 +167,7 @@ void ProjectRuntime::set_paused(bool paused)
 NodeManager *ProjectRuntime::make_node_manager(const QUuid &id)
 {
     auto *manager = new NodeManager(*m_project->find_node(id), id, *this);
+    manager->set_outside_allowed(m_outside_allowed);
     m_nodes.insert(id, manager);
     return manager;
 }
@@ -217,6 +219,69 @@ void ProjectRuntime::on_node_removed(const QUuid &id)
     if (ChildrenEventRouter *router = manager->impl()->bound_router)
         router->manager_leaving(id);
     delete manager;
+}
+
+} // namespace corv::engine
+
+namespace corv::engine {
+
+void ProjectRuntime::set_outside_allowed(bool allowed)
+{
+    m_outside_allowed = allowed;
+    for (NodeManager *manager : std::as_const(m_nodes))
+        manager->set_outside_allowed(allowed);
+}
+
+void ProjectRuntime::allow_node(const QUuid &id)
+{
+    if (NodeManager *manager = find_node_manager(id))
+        manager->set_outside_allowed(true);
+}
+
+QList<QUuid> ProjectRuntime::held_nodes() const
+{
+    QList<QUuid> held;
+    for (NodeManager *manager : std::as_const(m_nodes)) {
+        if (manager->is_held())
+            held.append(manager->id());
+    }
+    std::sort(held.begin(), held.end());
+    return held;
+}
+
+QByteArray ProjectRuntime::outside_fingerprint() const
+{
+    QList<NodeManager *> outside;
+    for (NodeManager *manager : std::as_const(m_nodes)) {
+        if (manager->definition() && manager->definition()->acts_outside)
+            outside.append(manager);
+    }
+    if (outside.isEmpty())
+        return {};
+    std::sort(outside.begin(), outside.end(),
+              [](NodeManager *a, NodeManager *b) { return a->id() < b->id(); });
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    const auto add = [&hash](const QByteArray &bytes) {
+        hash.addData(QByteArray::number(bytes.size()) + ':');
+        hash.addData(bytes);
+    };
+    for (NodeManager *manager : std::as_const(outside)) {
+        add(manager->id().toByteArray());
+        add(manager->definition()->id.toUtf8());
+        const model::PropertyCollection &properties = manager->node().properties();
+        QStringList keys = properties.all_keys();
+        keys.sort();
+        for (const QString &key : std::as_const(keys)) {
+            const model::Value &value = properties.find(key)->value();
+            add(key.toUtf8());
+            add(QByteArray::number(int(value.type())));
+            add(value.to_string());
+            add(value.to_buffer());
+            add(QByteArray::number(value.to_float(), 'g', 17));
+            add(QByteArray::number(value.to_int()));
+        }
+    }
+    return hash.result().toHex();
 }
 
 } // namespace corv::engine

@@ -69,6 +69,18 @@ public:
     void set_paused(bool paused);
     bool is_paused() const { return m_paused; }
 
+    // Nodes of types that act outside the program get no events until
+    // allowed: all of them at once (the project was allowed, nodes added
+    // later included), or one (the user edited it).
+    void set_outside_allowed(bool allowed);
+    bool is_outside_allowed() const { return m_outside_allowed; }
+    void allow_node(const QUuid &id);
+    // The nodes held back now, and a digest of what every node of such a
+    // type would do: its id, type and properties (empty when there is none),
+    // so that an allowed project whose such nodes changed asks again.
+    QList<QUuid> held_nodes() const;
+    QByteArray outside_fingerprint() const;
+
     // Run when every rack is paused and when a runtime goes away (before its
     // nodes): stops what racks set going outside the program, such as keys
     // the injector holds or has queued. One for the process; the built-in
@@ -103,6 +115,7 @@ private:
     QHash<QUuid, ChildrenEventRouter *> m_waiting;
     bool m_open = false;
     bool m_paused = false;
+    bool m_outside_allowed = false;
     // Set once open() has created the instances of every node a rack reaches.
     bool m_instances_started = false;
 };

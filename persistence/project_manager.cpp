@@ -316,6 +316,7 @@ bool ProjectManager::open(const QString &path)
     d->set_linked_file(QFileInfo(path).absoluteFilePath());
     set_modified(false);
     qCInfo(lc_persistence, "Opened project %s", qUtf8Printable(path));
+    Q_EMIT opened(d->linked_file);
     return true;
 }
 

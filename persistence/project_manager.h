@@ -93,6 +93,9 @@ Q_SIGNALS:
     // bindings before and rebind to project() after.
     void before_project_replaced();
     void project_replaced();
+    // A project was read from path and runs: after project_replaced() and the
+    // linked file's change, before any of its events is delivered.
+    void opened(const QString &path);
     // A successful save to path.
     void saved(const QString &path);
     // A failure to show: translated title and body.

@@ -69,6 +69,9 @@ expected=(
     lib/corvane/plugins/io.marrowfield.mqtt/io.marrowfield.mqtt.so
     lib/corvane/plugins/io.marrowfield.mqtt/locale/en-US.ini
     lib/corvane/plugins/io.marrowfield.mqtt/locale/de-DE.ini
+    lib/corvane/plugins/io.marrowfield.system/io.marrowfield.system.so
+    lib/corvane/plugins/io.marrowfield.system/locale/en-US.ini
+    lib/corvane/plugins/io.marrowfield.system/locale/de-DE.ini
     include/corvane/corvane_sdk.h
     include/corvane/corvane_cui.h
     lib/cmake/CorvaneSDK/CorvaneSDKConfig.cmake
@@ -105,7 +108,7 @@ grep -q '^W: ' "$work/lintian.log" && sed 's/^/    /' "$work/lintian.log" >&2
 # The manual page renders and names every option of the command line.
 dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/share/man/man1/corvane.1.gz | gzip -dc >"$work/corvane.1"
 LC_ALL=C MANWIDTH=80 man -l "$work/corvane.1" >"$work/man.txt" 2>"$work/man.log" || fail_with_log "$work/man.log" "man corvane"
-for option in --headless --autosave --post --check --help --version; do
+for option in --headless --autosave --allow-run --post --check --help --version; do
     grep -q -- "$option" "$work/man.txt" || fail "the manual page does not mention $option"
 done
 say "$(basename "$deb"): $(stat -c %s "$deb") bytes, $(wc -l <"$work/deb.list") entries"

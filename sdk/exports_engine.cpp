@@ -65,6 +65,19 @@ void corv_register_node(corv_registration *registration, const corv_node_type *t
     handles::registration(registration)->register_node(type);
 }
 
+void corv_register_node_acts_outside(corv_registration *registration, const char *type_id)
+{
+    if (!registration || !type_id) {
+        qCWarning(lc_sdk, "Can't mark node type %s as acting outside: no registration context "
+                          "(only during cplugin_load)",
+                  type_id ? type_id : "");
+        return;
+    }
+    if (!handles::registration(registration)->mark_acts_outside(QString::fromUtf8(type_id)))
+        qCWarning(lc_sdk, "Can't mark node type %s as acting outside: this plugin registered no "
+                          "such type", type_id);
+}
+
 void corv_register_node_migration(corv_registration *registration,
                                   const corv_node_migration *migration)
 {

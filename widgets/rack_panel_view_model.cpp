@@ -532,12 +532,14 @@ QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
         }
         if (!vm->runs())
             lines << locale::translate("RackPanel.ChildrenNeverRun");
+        if (vm->manager() && vm->manager()->is_held())
+            lines << locale::translate("RackPanel.Held");
         if (const QString idle = idle_note_for(d); !idle.isEmpty())
             lines << idle;
         return lines.join(u'\n');
     }
     case Qt::ForegroundRole:
-        if (!vm->runs() || !vm->is_loaded())
+        if (!vm->runs() || !vm->is_loaded() || (vm->manager() && vm->manager()->is_held()))
             return QGuiApplication::palette().brush(QPalette::Disabled, QPalette::Text);
         return {};
     case Qt::FontRole:

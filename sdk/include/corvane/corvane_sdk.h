@@ -67,6 +67,9 @@
  *   Optional  cplugin_migrate_load_preferences preferences were read from disk
  *   Optional  cplugin_migrate_save_preferences preferences are about to be written
  *
+ * Additions to version 1 (a plugin that calls one needs a program that has it):
+ *   corv_register_node_acts_outside  a node type acts outside the program
+ *
  * Order at start-up, for all plugins in turn: version check, handle, info;
  * then three passes: preferences read, cplugin_load, cplugin_postload. A
  * plugin whose cplugin_load fails is unloaded at once (cplugin_unload) and
@@ -456,6 +459,12 @@ CORV_API void corv_register_node(corv_registration *registration, const corv_nod
 /* Registers a migration of a retired type id; only during cplugin_load. */
 CORV_API void corv_register_node_migration(corv_registration *registration,
                                            const corv_node_migration *migration);
+/* Declares that the nodes of a type this plugin registered (corv_register_node
+ * first) act outside the program: they run programs, open files or addresses,
+ * change the clipboard. The program then delivers them no events until the
+ * user allows them for the project: the window asks once per project and
+ * machine, a headless run needs --allow-run. Only during cplugin_load. */
+CORV_API void corv_register_node_acts_outside(corv_registration *registration, const char *type_id);
 /* Frees a string that a function handed to you. Null is allowed. */
 CORV_API void corv_string_destroy(char *string);
 

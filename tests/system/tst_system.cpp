@@ -1,0 +1,468 @@
+// The system plugin loaded from a copy of its folder, as the program loads
+// it, running real programs (/bin/sh, printf, sleep) from real racks.
+
+#include "engine/children_router.h"
+#include "engine/handles.h"
+#include "engine/node_manager.h"
+#include "engine/node_registry.h"
+#include "engine/project_runtime.h"
+#include "engine/rack_manager.h"
+#include "model/project.h"
+#include "persistence/project_trust.h"
+#include "sdk/include/corvane/corvane_sdk.h"
+#include "sdk/plugin_list.h"
+#include "sdk_test_support.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QFile>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+#include <memory>
+
+#include <signal.h>
+#include <unistd.h>
+
+using namespace corv;
+using namespace corv::engine;
+
+namespace {
+
+const QString run_type = QStringLiteral("io.marrowfield.system.run");
+constexpr int kTimeoutMs = 20000;
+
+using Keys = QMap<QByteArray, QByteArray>;
+
+// The system plugin in a plugin list and registry, and a project with one
+// rack whose returned events are kept.
+struct Fixture {
+    sdk_test::PluginFolder plugins;
+    PluginList list;
+    NodeRegistry registry;
+    model::Project project;
+    std::unique_ptr<ProjectRuntime> runtime;
+    QList<EventScope> returned;
+    QUuid rack = QUuid::createUuid();
+
+    Fixture()
+    {
+        plugins.add_folder(QStringLiteral(CORV_SYSTEM_PLUGIN_DIR),
+                           QStringLiteral("io.marrowfield.system"));
+        list.scan(plugins.path());
+        list.initialize(registry);
+        auto model_rack = std::make_unique<model::Rack>();
+        model_rack->set_name(QStringLiteral("Main"));
+        project.add_rack(rack, std::move(model_rack));
+        project.profile()->insert(0, rack);
+    }
+    ~Fixture() { runtime.reset(); }
+
+    // A Run Program node at the end of the rack with its properties ("!program"...).
+    QUuid add_run(const QVariantMap &properties)
+    {
+        const QUuid id = QUuid::createUuid();
+        auto node = std::make_unique<model::Node>();
+        node->set_impl_id(run_type);
+        for (auto it = properties.cbegin(); it != properties.cend(); ++it) {
+            const QVariant &v = it.value();
+            node->properties().append_key(it.key());
+            node->properties().find_or_create(it.key())->set(
+                v.typeId() == QMetaType::Bool     ? model::Value::boolean(v.toBool())
+                : v.typeId() == QMetaType::Int    ? model::Value::integer(v.toInt())
+                : v.typeId() == QMetaType::Double ? model::Value::floating(v.toDouble())
+                                                  : model::Value::string(v.toString().toUtf8()));
+        }
+        project.add_node(id, std::move(node));
+        model::Children *children = project.find_rack(rack)->top_level();
+        children->insert(children->count(), id);
+        return id;
+    }
+
+    void open(bool allowed = true)
+    {
+        runtime = std::make_unique<ProjectRuntime>(project, registry);
+        runtime->set_outside_allowed(allowed);
+        runtime->open();
+        for (RackManager *manager : runtime->rack_managers()) {
+            QObject::connect(manager->top_router(), &ChildrenEventRouter::event_returned,
+                             [this](const EventScope &event) { returned.append(event); });
+        }
+    }
+
+    void post(const Keys &keys) const
+    {
+        corv_event *event = corv_event_create();
+        for (auto it = keys.cbegin(); it != keys.cend(); ++it)
+            corv_event_set(event, it.key().constData(), it.value().constData());
+        corv_event_post(corv_rack_sink(handles::to_handle(runtime->find_rack_manager(rack))),
+                        event);
+        corv_event_destroy(event);
+    }
+};
+
+// A process that still runs (not a zombie waiting for its parent).
+bool alive(qint64 pid)
+{
+    if (pid <= 0 || ::kill(static_cast<pid_t>(pid), 0) != 0)
+        return false;
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray line = stat.readAll();
+    const qsizetype close = line.lastIndexOf(')');
+    return close < 0 || line.mid(close + 2, 1) != "Z";
+}
+
+// The pid a shell wrote into a file, once it is there.
+qint64 read_pid(const QString &path)
+{
+    qint64 pid = 0;
+    QElapsedTimer timer;
+    timer.start();
+    while (pid == 0 && timer.elapsed() < kTimeoutMs) {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly))
+            pid = file.readAll().trimmed().toLongLong();
+        if (pid == 0)
+            QTest::qWait(5);
+    }
+    return pid;
+}
+
+qint64 resident_kib()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    const QRegularExpression rss(QStringLiteral("VmRSS:\\s+(\\d+)"));
+    return rss.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
+}
+
+const Keys kEvent = {{"a", "two words"}, {"b", "say \"hi\" 'there' \\ $HOME *"},
+                     {"c", "Grüße ✓ 日本"}};
+
+} // namespace
+
+class TstSystem : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
+
+    // What a waited program hands back, for programs given as a list of
+    // arguments and through the shell. "*" expects any non-empty value,
+    // "<absent>" no key at all.
+    void runs_programs_data()
+    {
+        QTest::addColumn<QVariantMap>("properties");
+        QTest::addColumn<Keys>("expected");
+        const auto shell = [](const QString &command, const QVariantMap &more = {}) {
+            QVariantMap properties = more;
+            properties[QStringLiteral("!program")] = command;
+            properties[QStringLiteral("!shell")] = true;
+            return properties;
+        };
+        QTest::newRow("arguments intact")
+            << QVariantMap{{"!program", "printf"}, {"!arguments", "[%s]\\n\n{a}\n{b}\n{c}\n"}}
+            << Keys{{"exitcode", "0"},
+                    {"stdout", "[two words]\n[say \"hi\" 'there' \\ $HOME *]\n[Grüße ✓ 日本]\n"},
+                    {"stderr", ""}, {"truncated", "false"}, {"error", "<absent>"}};
+        QTest::newRow("shell arguments")
+            << shell(QStringLiteral("printf '%s|' \"$1\" \"$2\" \"$3\""),
+                     {{"!arguments", "{a}\n{b}\n{c}"}})
+            << Keys{{"exitcode", "0"}, {"stdout", "two words|say \"hi\" 'there' \\ $HOME *|Grüße ✓ 日本|"}};
+        QTest::newRow("exit code and stderr")
+            << shell(QStringLiteral("printf oops >&2; exit 3"))
+            << Keys{{"exitcode", "3"}, {"stdout", ""}, {"stderr", "oops"}, {"error", "<absent>"}};
+        QTest::newRow("folder and environment")
+            << shell(QStringLiteral("printf '%s %s' \"$PWD\" \"$CORV_GREETING\""),
+                     {{"!folder", "/"}, {"!environment", "CORV_GREETING=hello {a}"}})
+            << Keys{{"stdout", "/ hello two words"}};
+        QTest::newRow("1 MB capped")
+            << shell(QStringLiteral("head -c 1048576 /dev/zero | tr '\\000' x; printf e >&2"))
+            << Keys{{"exitcode", "0"}, {"stdout", QByteArray(64 * 1024, 'x')}, {"stderr", "e"},
+                    {"truncated", "true"}};
+        QTest::newRow("cap keeps whole characters")
+            << shell(QStringLiteral("printf x; i=0; while [ $i -lt 40000 ]; do printf ✓; i=$((i+1)); done"))
+            << Keys{{"stdout", "x" + QString(21845, QChar(0x2713)).toUtf8()}, {"truncated", "true"}};
+        QTest::newRow("does not exist")
+            << QVariantMap{{"!program", "/nonexistent/corvane-no-such-program"}}
+            << Keys{{"error", "*"}, {"exitcode", "<absent>"}};
+        QTest::newRow("timeout")
+            << shell(QStringLiteral("trap '' TERM; sleep 30"), {{"!timeout", 0.3}})
+            << Keys{{"error", "timed out after 0.3 s"}, {"exitcode", ""}};
+    }
+    void runs_programs()
+    {
+        QFETCH(QVariantMap, properties);
+        QFETCH(Keys, expected);
+        Fixture f;
+        f.add_run(properties);
+        f.open();
+        if (QTest::currentDataTag() == QByteArray("does not exist"))
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("can't start")));
+        f.post(kEvent);
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        const EventScope &event = f.returned[0];
+        QCOMPARE(event.value("a"), kEvent["a"]);
+        for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
+            const QByteArray *value = event.find(it.key());
+            if (it.value() == "<absent>")
+                QVERIFY2(!value, it.key().constData());
+            else if (it.value() == "*")
+                QVERIFY2(value && !value->isEmpty(), it.key().constData());
+            else
+                QCOMPARE(value ? *value : QByteArray("<absent>"), it.value());
+        }
+    }
+
+    // A timeout ends the program's children too, and closing the project
+    // ends what its nodes started and did not wait for.
+    void ends_process_trees_data()
+    {
+        QTest::addColumn<bool>("wait");
+        QTest::addColumn<double>("timeout");
+        QTest::newRow("timeout, child ignores SIGTERM") << true << 0.3;
+        QTest::newRow("project closed, not waited for") << false << 0.0;
+    }
+    void ends_process_trees()
+    {
+        QFETCH(bool, wait);
+        QFETCH(double, timeout);
+        QTemporaryDir dir;
+        const QString pid_file = dir.filePath(QStringLiteral("child.pid"));
+        Fixture f;
+        f.add_run({{"!program", "trap '' TERM; (trap '' TERM; exec sleep 30) & echo $! > \"$1\"; wait"},
+                   {"!shell", true},
+                   {"!arguments", pid_file},
+                   {"!wait", wait},
+                   {"!timeout", timeout}});
+        f.open();
+        f.post({});
+        const qint64 child = read_pid(pid_file);
+        QVERIFY(alive(child));
+        if (wait) {
+            QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+            QVERIFY(f.returned[0].find("error"));
+        } else {
+            QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs); // passed on once started
+            f.runtime.reset();
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!alive(child), kTimeoutMs);
+    }
+
+    // A Run Program node is held until its project or the node is allowed:
+    // the event it would take is dropped and nothing starts. The digest the
+    // window remembers follows the node's settings.
+    void held_until_allowed()
+    {
+        QTemporaryDir dir;
+        const QString marker = dir.filePath(QStringLiteral("ran"));
+        Fixture f;
+        const QUuid node = f.add_run({{"!program", "touch"}, {"!arguments", marker}});
+        f.open(false);
+        QCOMPARE(f.runtime->held_nodes(), QList<QUuid>{node});
+        const QByteArray fingerprint = f.runtime->outside_fingerprint();
+        QCOMPARE(fingerprint.size(), 64);
+        f.post({});
+        sdk_test::settle();
+        QTest::qWait(100);
+        QVERIFY(f.returned.isEmpty());
+        QVERIFY(!QFile::exists(marker));
+
+        // Remembered by path and digest: another path or digest still holds.
+        const QString settings = dir.filePath(QStringLiteral("settings.ini"));
+        const QString path = dir.filePath(QStringLiteral("a.corv"));
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 1);
+        remember_project_allowed(settings, dir.filePath(QStringLiteral("b.corv")), fingerprint);
+        remember_project_allowed(settings, path, QByteArray(64, '0'));
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 1);
+        remember_project_allowed(settings, path, fingerprint);
+        QCOMPARE(allow_trusted_project(*f.runtime, settings, path, false), 0);
+        f.post({});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        QVERIFY(QFile::exists(marker));
+
+        // One node at a time (edited in its panel).
+        f.runtime->set_outside_allowed(false);
+        QCOMPARE(f.runtime->held_nodes().size(), 1);
+        f.runtime->allow_node(node);
+        QVERIFY(f.runtime->held_nodes().isEmpty());
+
+        f.runtime->find_node_manager(node)->node().properties().find(QStringLiteral("!arguments"))
+            ->set(model::Value::string("elsewhere"));
+        QVERIFY(f.runtime->outside_fingerprint() != fingerprint);
+    }
+
+    // A project from elsewhere run headless starts nothing until it is run
+    // with --allow-run: the program's own start, with its real plugins folder.
+    void headless_needs_allow_run()
+    {
+        QTemporaryDir dir;
+        const QString marker = dir.filePath(QStringLiteral("ran"));
+        const QString project = dir.filePath(QStringLiteral("project.corv"));
+        QFile file(project);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"(<?xml version="1.0"?>
+<project version="1">
+    <rack id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c01}" name="Main">
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}</node>
+    </rack>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}" component="io.marrowfield.onschedule">
+        <prop key="!mode" type="int">2</prop>
+        <prop key="!seconds" type="float">0.05</prop>
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}</node>
+    </node>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}" component="io.marrowfield.system.run">
+        <prop key="!program" type="string">touch</prop>
+        <prop key="!arguments" type="string">)" + marker.toUtf8() + R"(</prop>
+    </node>
+</project>
+)");
+        file.close();
+
+        const auto run = [&](bool allow, qint64 wait_ms, QByteArray *err) {
+            const QString home = dir.filePath(allow ? QStringLiteral("allowed") : QStringLiteral("held"));
+            QDir().mkpath(home + QStringLiteral("/run"));
+            QFile::setPermissions(home + QStringLiteral("/run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert(QStringLiteral("HOME"), home);
+            for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
+                env.insert(QString::fromLatin1(name), home + u'/' + QString::fromLatin1(name));
+            env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home + QStringLiteral("/run"));
+            env.insert(QStringLiteral("CORV_TEST_CONTROL_DIR"), home + QStringLiteral("/run"));
+            env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+            env.remove(QStringLiteral("DISPLAY"));
+            QProcess corvane;
+            corvane.setProcessEnvironment(env);
+            QStringList arguments{QStringLiteral("--headless"), project};
+            if (allow)
+                arguments.prepend(QStringLiteral("--allow-run"));
+            QElapsedTimer clock;
+            clock.start();
+            corvane.start(QStringLiteral(CORV_TEST_RUNTIME_DIR "/corvane"), arguments);
+            const QByteArray ready = allow ? "Initialization complete" : "stay held";
+            while (!err->contains(ready) && corvane.state() != QProcess::NotRunning &&
+                   clock.elapsed() < kTimeoutMs) {
+                corvane.waitForReadyRead(50);
+                *err += corvane.readAllStandardError();
+            }
+            const qint64 started = clock.elapsed();
+            QElapsedTimer waited;
+            waited.start();
+            while (!QFile::exists(marker) && waited.elapsed() < wait_ms)
+                QTest::qWait(10);
+            const qint64 took = clock.elapsed();
+            corvane.terminate();
+            corvane.waitForFinished(kTimeoutMs);
+            *err += corvane.readAllStandardError();
+            return std::max<qint64>(took - started, 0);
+        };
+        QByteArray err;
+        const qint64 took = run(true, kTimeoutMs, &err);
+        QVERIFY2(QFile::exists(marker), err.constData());
+        QVERIFY(!err.contains("stay held"));
+        QFile::remove(marker);
+
+        // Four times what the allowed run needed from its start to the program.
+        err.clear();
+        run(false, std::max<qint64>(4 * took, 300), &err);
+        QVERIFY2(err.contains("1 node(s) of " + project.toUtf8() + " act outside Corvane"),
+                 err.constData());
+        QVERIFY(!QFile::exists(marker));
+    }
+
+    // At most "limit" programs at once: the rest wait in order or are dropped.
+    void limits_data()
+    {
+        QTest::addColumn<int>("overflow");
+        QTest::addColumn<QByteArrayList>("outputs");
+        QTest::newRow("queue") << 0 << QByteArrayList{"1", "2", "3", "4"};
+        QTest::newRow("drop") << 1 << QByteArrayList{"1", "2"};
+    }
+    void limits()
+    {
+        QFETCH(int, overflow);
+        QFETCH(QByteArrayList, outputs);
+        Fixture f;
+        f.add_run({{"!program", "printf"}, {"!arguments", "{n}"}, {"!limit", 2}, {"!overflow", overflow}});
+        f.open();
+        for (int n = 1; n <= 4; ++n)
+            f.post({{"n", QByteArray::number(n)}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), outputs.size(), kTimeoutMs);
+        QByteArrayList got;
+        for (const EventScope &event : f.returned)
+            got.append(event.value("stdout"));
+        std::sort(got.begin(), got.end());
+        QCOMPARE(got, outputs);
+        QTest::qWait(50);
+        QCOMPARE(f.returned.size(), outputs.size());
+    }
+
+    // The main thread goes on while programs run: its longest stall stays a
+    // small part of the time the program took.
+    void never_waits_for_a_program()
+    {
+        Fixture f;
+        f.add_run({{"!program", "sleep"}, {"!arguments", "0.5"}, {"!limit", 8}});
+        f.open();
+        QElapsedTimer clock;
+        clock.start();
+        for (int i = 0; i < 4; ++i)
+            f.post({});
+        qint64 longest = 0;
+        qint64 last = clock.elapsed();
+        while (f.returned.size() < 4 && clock.elapsed() < kTimeoutMs) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            const qint64 now = clock.elapsed();
+            longest = std::max(longest, now - last);
+            last = now;
+        }
+        const qint64 took = clock.elapsed();
+        QCOMPARE(f.returned.size(), 4);
+        qInfo("4 waited sleeps of 0.5 s: %lld ms in all, longest stall %lld ms", took, longest);
+        QVERIFY2(longest < took / 4, qPrintable(QStringLiteral("stalled %1 ms").arg(longest)));
+    }
+
+    // Start-to-event latency of a waited `true` and memory over many runs in
+    // a row (CORV_SYSTEM_RUNS sets how many; 1000 for the README's figures).
+    void latency_and_memory()
+    {
+        const int runs = std::max(100, qEnvironmentVariableIntValue("CORV_SYSTEM_RUNS"));
+        Fixture f;
+        f.add_run({{"!program", "true"}});
+        f.open();
+        QList<qint64> latencies;
+        qint64 rss_warm = 0;
+        QElapsedTimer clock;
+        for (int i = 0; i < runs; ++i) {
+            if (i == runs / 4)
+                rss_warm = resident_kib();
+            clock.start();
+            f.post({});
+            while (f.returned.isEmpty() && clock.elapsed() < kTimeoutMs)
+                QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
+            latencies.append(clock.nsecsElapsed());
+            QCOMPARE(f.returned.size(), 1);
+            QCOMPARE(f.returned.last().value("exitcode"), QByteArray("0"));
+            f.returned.clear(); // what the test keeps would hide what the node keeps
+        }
+        const qint64 rss_end = resident_kib();
+        std::sort(latencies.begin(), latencies.end());
+        qInfo("%d waited runs of true: p50 %.2f ms, p90 %.2f ms; resident %lld KiB after %d runs, "
+              "%lld KiB after %d",
+              runs, latencies[runs / 2] / 1e6, latencies[runs * 9 / 10] / 1e6, rss_warm, runs / 4,
+              rss_end, runs);
+        // Flat: what a run leaves behind would show as growth over the last
+        // three quarters (an event and a process object are each over 1 KiB).
+        QVERIFY2(rss_end - rss_warm < 2048, qPrintable(QString::number(rss_end - rss_warm)));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstSystem)
+#include "tst_system.moc"
