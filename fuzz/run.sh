@@ -48,7 +48,7 @@ cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
     "${launcher[@]}" \
-    -DCORV_BUILD_FUZZ=ON -DCORV_BUILD_TESTS=OFF -DCORV_BUILD_BENCH=OFF -DCORV_UNITY_BUILD=ON \
+    -DCORV_BUILD_FUZZ=ON -DCORV_BUILD_TESTS=OFF -DCORV_BUILD_BENCH=OFF \
     -DCORV_FOLDERS="$folders" >"$build/configure.log" 2>&1 ||
     { cat "$build/configure.log" >&2; exit 1; }
 cmake --build "$build" --target corv_fuzzers -- -j"$jobs"

@@ -36,7 +36,7 @@ cmake --build "$host_build" --target corv_render_icons >/dev/null
 
 if [[ ! -f $build/CMakeCache.txt || ! -f $build/build.ninja ]]; then
     say "configuring $build against $qt"
-    args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DCORV_WERROR=ON -DCORV_UNITY_BUILD=ON
+    args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DCORV_WERROR=ON
           "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/mingw-w64-x86_64.cmake"
           "-DCMAKE_PREFIX_PATH=$qt" -DQT_HOST_PATH=/usr
           -DQT_HOST_PATH_CMAKE_DIR=/usr/lib/x86_64-linux-gnu/cmake

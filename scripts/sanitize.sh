@@ -17,7 +17,7 @@ folders="${CORV_SANITIZE_FOLDERS:-}"
 
 # Configured every time, so that a changed folder list takes effect.
 args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCORV_SANITIZE=ON
-      -DCORV_BUILD_BENCH=OFF -DCORV_UNITY_BUILD=ON "-DCORV_FOLDERS=$folders")
+      -DCORV_BUILD_BENCH=OFF "-DCORV_FOLDERS=$folders")
 [[ -f $build/CMakeCache.txt ]] || mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
 cmake "${args[@]}" >/dev/null
 cmake --build "$build" --parallel "$(nproc 2>/dev/null || echo 2)"

@@ -17,7 +17,7 @@ tests=(tst_event_routing tst_event_scope tst_sdk_events tst_input tst_hotkey_nod
 
 if [[ ! -f $build/CMakeCache.txt ]]; then
     args=(-S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORV_SANITIZE_THREAD=ON
-          -DCORV_BUILD_BENCH=OFF -DCORV_UNITY_BUILD=ON)
+          -DCORV_BUILD_BENCH=OFF)
     mapfile -t -O "${#args[@]}" args < <(corv_build_tool_args)
     cmake "${args[@]}" >/dev/null
 fi
