@@ -2,6 +2,8 @@
 
 // What tests of several folders need from the system they run on.
 
+#include <optional>
+
 class QProcess;
 class QString;
 
@@ -25,5 +27,12 @@ bool rename_over(const QString &from, const QString &to);
 // in a few documented behaviours (a missing import is given a stub instead
 // of failing the load); never on Unix.
 bool running_under_wine();
+
+// For a test that needs a desktop of its own: on Unix, unless it already
+// runs there (CORV_XVFB set), runs this test program again on a private
+// session bus (dbus-run-session) and a private X server (xvfb_run, the
+// tests' xvfb-run script) on the xcb platform, and gives its exit code.
+// Nothing on Windows, whose tests run on the offscreen platform.
+std::optional<int> rerun_on_private_desktop(int argc, char **argv, const char *xvfb_run);
 
 } // namespace corv::test

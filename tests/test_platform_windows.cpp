@@ -46,4 +46,9 @@ bool running_under_wine()
     return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
 
+std::optional<int> rerun_on_private_desktop(int, char **, const char *)
+{
+    return std::nullopt;
+}
+
 } // namespace corv::test

@@ -1,5 +1,6 @@
 #include "run_program.h"
 
+#include "desktop_nodes.h"
 #include "process_tree.h"
 
 #include <QFileInfo>
@@ -20,15 +21,6 @@ std::set<RunProgramNode *> &all_nodes()
 {
     static std::set<RunProgramNode *> nodes;
     return nodes;
-}
-
-// A template's result for an event.
-QString expand(const QString &text, corv_event *event)
-{
-    char *result = corv_expression(text.toUtf8().constData(), event);
-    QString value = QString::fromUtf8(result);
-    corv_string_destroy(result);
-    return value;
 }
 
 // The non-empty lines of a multi-line field.

@@ -1,6 +1,12 @@
 // The system plugin loaded from a copy of its folder, as the program loads
-// it, running real programs (/bin/sh, printf, sleep) from real racks.
+// it, running real programs (/bin/sh, printf, sleep) from real racks, opening
+// through the desktop's real opener (xdg-open, found on PATH), with the real
+// clipboard of a private X server (set and read by xclip) and a notification
+// service of the test's own on a private session bus.
 
+#include "cui/fields.h"
+#include "cui/property_surface.h"
+#include "cui/surface.h"
 #include "engine/children_router.h"
 #include "engine/handles.h"
 #include "engine/node_manager.h"
@@ -11,9 +17,12 @@
 #include "persistence/project_trust.h"
 #include "sdk/include/corvane/corvane_sdk.h"
 #include "sdk/plugin_list.h"
+#include "fake_notifications.h"
 #include "sdk_test_support.h"
+#include "tests/test_platform.h"
 
 #include <QDir>
+#include <QGuiApplication>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QFile>
@@ -34,6 +43,10 @@ using namespace corv::engine;
 namespace {
 
 const QString run_type = QStringLiteral("io.marrowfield.system.run");
+const QString open_type = QStringLiteral("io.marrowfield.system.open");
+const QString set_clipboard_type = QStringLiteral("io.marrowfield.system.setclipboard");
+const QString on_clipboard_type = QStringLiteral("io.marrowfield.system.onclipboard");
+const QString notify_type = QStringLiteral("io.marrowfield.system.notify");
 constexpr int kTimeoutMs = 20000;
 
 using Keys = QMap<QByteArray, QByteArray>;
@@ -63,11 +76,13 @@ struct Fixture {
     ~Fixture() { runtime.reset(); }
 
     // A Run Program node at the end of the rack with its properties ("!program"...).
-    QUuid add_run(const QVariantMap &properties)
+    QUuid add_run(const QVariantMap &properties) { return add_node(run_type, properties); }
+
+    QUuid add_node(const QString &type, const QVariantMap &properties)
     {
         const QUuid id = QUuid::createUuid();
         auto node = std::make_unique<model::Node>();
-        node->set_impl_id(run_type);
+        node->set_impl_id(type);
         for (auto it = properties.cbegin(); it != properties.cend(); ++it) {
             const QVariant &v = it.value();
             node->properties().append_key(it.key());
@@ -103,7 +118,61 @@ struct Fixture {
                         event);
         corv_event_destroy(event);
     }
+
+    // The texts of the labels of a node's panel, joined by new lines.
+    QString labels(const QUuid &node) const
+    {
+        QStringList texts;
+        auto *panel = dynamic_cast<cui::PropertySurface *>(runtime->find_node_manager(node)->surface());
+        if (!panel)
+            return {};
+        for (const QString &id : panel->surface()->declared_ids())
+            if (auto *label = panel->surface()->element_as<cui::LabelField>(id))
+                texts << label->text();
+        return texts.join(u'\n');
+    }
+
+    // The returned events that hold a key.
+    QList<EventScope> returned_with(const char *key) const
+    {
+        QList<EventScope> events;
+        for (const EventScope &event : returned)
+            if (event.find(key))
+                events.append(event);
+        return events;
+    }
 };
+
+// This test runs on a real window system (X11 under Xvfb), not offscreen.
+bool have_desktop()
+{
+    return QGuiApplication::platformName() != QLatin1String("offscreen");
+}
+
+// Runs xclip with the arguments and input, the event loop going on meanwhile
+// (this process may own the clipboard it asks for); what it printed.
+QByteArray xclip(const QStringList &arguments, const QByteArray &input = {})
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    if (input.isNull())
+        process.setStandardInputFile(QProcess::nullDevice());
+    else
+        process.setStandardOutputFile(QProcess::nullDevice()); // its server stays after it
+    process.start(QStringLiteral("xclip"), QStringList{QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-t"),
+                              QStringLiteral("UTF8_STRING")} + arguments);
+    if (!process.waitForStarted(kTimeoutMs))
+        return "<xclip did not start>";
+    if (!input.isNull()) {
+        process.write(input);
+        process.closeWriteChannel();
+    }
+    QElapsedTimer clock;
+    clock.start();
+    while (process.state() != QProcess::NotRunning && clock.elapsed() < kTimeoutMs)
+        QTest::qWait(5);
+    return input.isNull() ? process.readAllStandardOutput() : QByteArray();
+}
 
 // A process that still runs (not a zombie waiting for its parent).
 bool alive(qint64 pid)
@@ -151,8 +220,26 @@ class TstSystem : public QObject
 {
     Q_OBJECT
 
+    // Where the stand-in for the desktop's opener writes what it was asked
+    // to open: one argument per line.
+    QTemporaryDir m_opener;
+    QString opened_file() const { return m_opener.filePath(QStringLiteral("opened")); }
+
 private Q_SLOTS:
-    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        cui::install_default_node_surfaces(); // node panels built without widgets
+        // Qt's X11 opener runs xdg-open from PATH (and remembers which):
+        // this one keeps what it was given.
+        QFile opener(m_opener.filePath(QStringLiteral("xdg-open")));
+        QVERIFY(opener.open(QIODevice::WriteOnly));
+        opener.write("#!/bin/sh\nprintf '%s\\n' \"$@\" > '" + opened_file().toUtf8() + ".part'\nmv '" +
+                     opened_file().toUtf8() + ".part' '" + opened_file().toUtf8() + "'\n");
+        opener.close();
+        opener.setPermissions(opener.permissions() | QFile::ExeOwner);
+        qputenv("PATH", QFile::encodeName(m_opener.path()) + ':' + qgetenv("PATH"));
+    }
 
     // What a waited program hands back, for programs given as a list of
     // arguments and through the shell. "*" expects any non-empty value,
@@ -256,6 +343,176 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!alive(child), kTimeoutMs);
     }
 
+    // Open refuses what is neither an http, https, file or mailto address nor
+    // a path: the event goes on with "error", the log and the panel say why.
+    void open_refuses_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("logged");
+        QTest::addColumn<QString>("panel");
+        const QString refused = QStringLiteral("only http, https, file and mailto addresses and paths are opened");
+        QTest::newRow("javascript") << "javascript:alert(1)" << "refused \"javascript:alert\\(1\\)\""
+                                    << "Refused \"javascript:alert(1)\": " + refused;
+        QTest::newRow("ftp") << "ftp://example.com/a" << "refused \"ftp://example.com/a\""
+                             << "Refused \"ftp://example.com/a\"";
+        QTest::newRow("another program's scheme") << "ms-settings:display" << "refused" << "Refused";
+        QTest::newRow("scheme from the event") << "{scheme}://host/share" << "refused \"smb://host/share\""
+                                               << "Refused \"smb://host/share\"";
+        QTest::newRow("web address without host") << "https:///index.html" << "is not a valid address"
+                                                   << "Not a valid address: \"https:///index.html\"";
+        QTest::newRow("mail without address") << "mailto:" << "is not a valid address" << "Not a valid address";
+        QTest::newRow("nothing") << "  " << "nothing to open" << "Nothing to open";
+    }
+    void open_refuses()
+    {
+        QFETCH(QString, target);
+        QFETCH(QString, logged);
+        QFETCH(QString, panel);
+        QFile::remove(opened_file());
+        Fixture f;
+        const QUuid node = f.add_node(open_type, {{"!target", target}});
+        f.open();
+        QVERIFY(!f.labels(node).contains(panel));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Open: .*") + logged));
+        f.post({{"scheme", "smb"}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        QVERIFY(f.returned[0].value("error").startsWith("Open: "));
+        QTRY_VERIFY2_WITH_TIMEOUT(f.labels(node).contains(panel), qPrintable(f.labels(node)), kTimeoutMs);
+        QVERIFY(!QFile::exists(opened_file()));
+    }
+
+    // What Open hands to the desktop's opener: paths become file addresses.
+    // On the offscreen platform (Windows under Wine) there is no desktop to
+    // open with, and the node says so.
+    void open_opens_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QByteArray>("opened");
+        const QString path = m_opener.filePath(QStringLiteral("a b Grüße.txt"));
+        QFile(path).open(QIODevice::WriteOnly);
+        QTest::newRow("path") << "{file}" << QUrl::fromLocalFile(path).toEncoded();
+        QTest::newRow("file address") << "file://{file}" << QUrl::fromLocalFile(path).toEncoded();
+        QTest::newRow("web address") << "https://example.com/search?q={q}" << QByteArray("https://example.com/search?q=two%20words");
+        QTest::newRow("mail") << "MAILTO:someone@example.com?subject={q}"
+                              << QByteArray("mailto:someone@example.com?subject=two%20words");
+    }
+    void open_opens()
+    {
+        QFETCH(QString, target);
+        QFETCH(QByteArray, opened);
+        QFile::remove(opened_file());
+        Fixture f;
+        const QUuid node = f.add_node(open_type, {{"!target", target}});
+        f.open();
+        if (!have_desktop())
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Open: no desktop")));
+        f.post({{"file", m_opener.filePath(QStringLiteral("a b Grüße.txt")).toUtf8()}, {"q", "two words"}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        if (!have_desktop()) {
+            QVERIFY(f.returned[0].value("error").startsWith("Open: no desktop"));
+            QTRY_VERIFY_WITH_TIMEOUT(f.labels(node).contains(QStringLiteral("No desktop")), kTimeoutMs);
+            return;
+        }
+        QVERIFY2(!f.returned[0].find("error"), f.returned[0].value("error").constData());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(opened_file()), kTimeoutMs);
+        QFile file(opened_file());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), opened + '\n');
+    }
+
+    // On Clipboard Changed starts an event with the text another program put
+    // on the clipboard, when it passes the filter; Set Clipboard's text
+    // becomes the clipboard's, offered to other programs. Without a window system both say in
+    // their panel that there is no clipboard.
+    void clipboard()
+    {
+        Fixture f;
+        const QUuid source = f.add_node(on_clipboard_type, {{"!debounce", 20}, {"!filter", "^keep"}});
+        const QUuid set = f.add_node(set_clipboard_type, {{"!text", "{what}"}});
+        f.open(); // without a window system the log says so, once (headless_needs_allow_run)
+        if (!have_desktop()) {
+            for (const QUuid &node : {source, set})
+                QTRY_VERIFY_WITH_TIMEOUT(f.labels(node).contains(QStringLiteral("There is no clipboard")), kTimeoutMs);
+            f.post({{"what", "nowhere"}});
+            QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs); // passed on, logged no more
+            return;
+        }
+        // The filtered text first: its event would come before the next.
+        xclip({QStringLiteral("-i")}, "drop this");
+        const QByteArray copied = "keep: Grüße ✓ 日本\nline two";
+        xclip({QStringLiteral("-i")}, copied);
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        QCOMPARE(f.returned[0].value("text"), copied);
+
+        f.post({{"what", "keep, set by the node ✓"}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned_with("text").size(), 2, kTimeoutMs);
+        QCOMPARE(f.returned_with("text")[1].value("text"), QByteArray("keep, set by the node ✓"));
+        // Another program sees this one offer the text. (xclip -o reads no
+        // text Qt offers under Xvfb here, though it reads the offer.)
+        const QByteArray offered = xclip({QStringLiteral("-o"), QStringLiteral("-t"), QStringLiteral("TARGETS")});
+        QVERIFY2(offered.contains("UTF8_STRING\n"), offered.constData());
+        QCOMPARE(f.returned_with("what").size(), 1);
+    }
+
+    // A filter that is no regular expression lets nothing through and says why.
+    void clipboard_bad_filter()
+    {
+        Fixture f;
+        const QUuid source = f.add_node(on_clipboard_type, {{"!filter", "(unclosed"}});
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "On Clipboard Changed: the filter \"\\(unclosed\" is not a regular expression")));
+        f.open();
+        QTRY_VERIFY_WITH_TIMEOUT(f.labels(source).contains(QStringLiteral("The filter is not a regular expression (missing closing parenthesis")), kTimeoutMs);
+        if (have_desktop()) {
+            xclip({QStringLiteral("-i")}, "anything");
+            QCOMPARE(xclip({QStringLiteral("-o")}), QByteArray("anything"));
+            QTest::qWait(100);
+            QVERIFY(f.returned.isEmpty());
+        }
+    }
+
+    // Show Notification hands its title and text to the desktop's
+    // notification service; without one the panel and the log say so.
+    void notifies_data()
+    {
+        QTest::addColumn<bool>("served");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("templates") << true << "Backup {what}" << "took {secs} s" << "Backup notes|took 12 s";
+        QTest::newRow("as it stands") << true << "Grüße ✓ 日本" << "<b>{who}</b> & \"co\"\nline two"
+                                      << "Grüße ✓ 日本|<b>me</b> & \"co\"\nline two";
+        QTest::newRow("no service") << false << "t" << "x" << "";
+    }
+    void notifies()
+    {
+        QFETCH(bool, served);
+        QFETCH(QString, title);
+        QFETCH(QString, text);
+        QFETCH(QString, shown);
+        std::unique_ptr<FakeNotifications> server;
+        if (served) {
+            server = std::make_unique<FakeNotifications>();
+            if (!server->problem().isEmpty())
+                QSKIP(qPrintable(server->problem()));
+        } else if (!FakeNotifications().problem().isEmpty()) {
+            QSKIP("no notification service to miss");
+        }
+        Fixture f;
+        const QUuid node = f.add_node(notify_type, {{"!title", title}, {"!text", text}});
+        f.open();
+        if (!served)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Show Notification: not shown: .+")));
+        f.post({{"what", "notes"}, {"secs", "12"}, {"who", "me"}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+        if (!served) {
+            QTRY_VERIFY_WITH_TIMEOUT(f.labels(node).contains(QStringLiteral("Not shown: ")), kTimeoutMs);
+            return;
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(server->received().size(), 1, kTimeoutMs);
+        QCOMPARE(server->received()[0].first + u'|' + server->received()[0].second, shown);
+    }
+
     // A Run Program node is held until its project or the node is allowed:
     // the event it would take is dropped and nothing starts. The digest the
     // window remembers follows the node's settings.
@@ -301,6 +558,8 @@ private Q_SLOTS:
 
     // A project from elsewhere run headless starts nothing until it is run
     // with --allow-run: the program's own start, with its real plugins folder.
+    // Without a window, notifications are printed too, and the clipboard
+    // nodes find no clipboard and say so once.
     void headless_needs_allow_run()
     {
         QTemporaryDir dir;
@@ -312,21 +571,30 @@ private Q_SLOTS:
 <project version="1">
     <rack id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c01}" name="Main">
         <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}</node>
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c06}</node>
     </rack>
     <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c02}" component="io.marrowfield.onschedule">
         <prop key="!mode" type="int">2</prop>
         <prop key="!seconds" type="float">0.05</prop>
         <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}</node>
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c04}</node>
+        <node>{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c05}</node>
     </node>
     <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}" component="io.marrowfield.system.run">
         <prop key="!program" type="string">touch</prop>
         <prop key="!arguments" type="string">)" + marker.toUtf8() + R"(</prop>
     </node>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c04}" component="io.marrowfield.system.notify">
+        <prop key="!title" type="string">Backup</prop>
+        <prop key="!text" type="string">done: {exitcode}</prop>
+    </node>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c05}" component="io.marrowfield.system.setclipboard"/>
+    <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c06}" component="io.marrowfield.system.onclipboard"/>
 </project>
 )");
         file.close();
 
-        const auto run = [&](bool allow, qint64 wait_ms, QByteArray *err) {
+        const auto run = [&](bool allow, qint64 wait_ms, QByteArray *err, QByteArray *out) {
             const QString home = dir.filePath(allow ? QStringLiteral("allowed") : QStringLiteral("held"));
             QDir().mkpath(home + QStringLiteral("/run"));
             QFile::setPermissions(home + QStringLiteral("/run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -355,24 +623,32 @@ private Q_SLOTS:
             const qint64 started = clock.elapsed();
             QElapsedTimer waited;
             waited.start();
-            while (!QFile::exists(marker) && waited.elapsed() < wait_ms)
+            out->clear();
+            const QByteArray notified = "notification: Backup: done: 0\n";
+            while (!(QFile::exists(marker) && (!allow || out->contains(notified))) && waited.elapsed() < wait_ms) {
                 QTest::qWait(10);
+                *out += corvane.readAllStandardOutput();
+            }
             const qint64 took = clock.elapsed();
             corvane.terminate();
             corvane.waitForFinished(kTimeoutMs);
             *err += corvane.readAllStandardError();
+            *out += corvane.readAllStandardOutput();
             return std::max<qint64>(took - started, 0);
         };
         QByteArray err;
-        const qint64 took = run(true, kTimeoutMs, &err);
+        QByteArray out;
+        const qint64 took = run(true, kTimeoutMs, &err, &out);
         QVERIFY2(QFile::exists(marker), err.constData());
         QVERIFY(!err.contains("stay held"));
+        QVERIFY2(out.contains("notification: Backup: done: 0\n"), out.constData());
+        QCOMPARE(err.count("There is no clipboard without a window system"), 1);
         QFile::remove(marker);
 
         // Four times what the allowed run needed from its start to the program.
         err.clear();
-        run(false, std::max<qint64>(4 * took, 300), &err);
-        QVERIFY2(err.contains("1 node(s) of " + project.toUtf8() + " act outside Corvane"),
+        run(false, std::max<qint64>(4 * took, 300), &err, &out);
+        QVERIFY2(err.contains("2 node(s) of " + project.toUtf8() + " act outside Corvane"),
                  err.constData());
         QVERIFY(!QFile::exists(marker));
     }
@@ -468,5 +744,13 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TstSystem)
+int main(int argc, char **argv)
+{
+    if (const std::optional<int> code = corv::test::rerun_on_private_desktop(argc, argv, CORV_XVFB_RUN))
+        return *code;
+    QGuiApplication app(argc, argv);
+    TstSystem test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_system.moc"
