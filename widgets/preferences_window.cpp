@@ -117,7 +117,8 @@ void PreferencesWindow::show_row(int row)
     m_subtitle->setText(m_model->page_subtitle(page));
     m_subtitle->setVisible(!m_subtitle->text().isEmpty());
     QWidget *view = surface->surface()->create_view();
-    view->setContentsMargins(6, 6, 6, 6);
+    // The right side has its margins already: the fields get every pixel across.
+    view->setContentsMargins(0, 6, 0, 6);
     // The window is narrow: long labels go above their fields and wrap, in
     // any language; what still does not fit scrolls.
     for (QFormLayout *form : view->findChildren<QFormLayout *>())

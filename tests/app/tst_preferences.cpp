@@ -27,6 +27,7 @@
 #include <QFile>
 #include <QListWidget>
 #include <QLoggingCategory>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -224,6 +225,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, language);
         QVERIFY(locale::apply_language_preference(locale::locale_list().index_of(language)));
+        const auto english = qScopeGuard([] { locale::apply_language_preference(locale::default_language_position()); });
         QSettings(settings_file(), QSettings::IniFormat).remove(QStringLiteral("PreferencesWindow"));
         auto window = std::make_unique<widgets::PreferencesWindow>(new widgets::PreferencesWindowViewModel(*m_plugins));
         window->show();
@@ -263,7 +265,6 @@ private Q_SLOTS:
         window = std::make_unique<widgets::PreferencesWindow>(new widgets::PreferencesWindowViewModel(*m_plugins));
         QCOMPARE(window->size(), QSize(700, 520));
         window->reject();
-        QVERIFY(locale::apply_language_preference(locale::default_language_position()));
     }
 
     // A confirmed language applies at once: the window's texts and the pages.
