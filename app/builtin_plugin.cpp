@@ -13,16 +13,24 @@
 #include "sdk/plugin_list.h"
 #include "sdk/plugin_preferences.h"
 #include "cui/property_surface.h"
+#include "widgets/node_type_text.h"
 #include "widgets/preferences_window_view_model.h"
 
 #include <QGuiApplication>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QLoggingCategory>
+#include <QTranslator>
 #include <QSystemTrayIcon>
 
+#include <memory>
 #include <vector>
 
 namespace corv {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcBuiltin, "corv.app")
 
 BuiltinNodeRegistrar g_registrar = nullptr;
 engine::ConfigManager *g_config = nullptr;
@@ -54,18 +62,61 @@ corv_store *preferences_store()
     return plugin ? corv_plugin_preferences_store(plugin->handle()) : nullptr;
 }
 
+// Qt's own texts (the standard buttons of dialogs, the menus of text fields)
+// in the locale's language: "qtbase_<language>.qm" from "translations" beside
+// the program or from Qt's own translations folder. English needs none.
+void apply_qt_translation(const QByteArray &locale_id)
+{
+    static QTranslator *installed = nullptr;
+    if (!QCoreApplication::instance())
+        return;
+    if (installed) {
+        QCoreApplication::removeTranslator(installed);
+        delete installed;
+        installed = nullptr;
+    }
+    const QLocale language(QString::fromLatin1(locale_id).replace(u'-', u'_'));
+    if (language.language() == QLocale::English || language.language() == QLocale::C)
+        return;
+    auto translator = std::make_unique<QTranslator>();
+    const QString folders[] = {QCoreApplication::applicationDirPath() + QStringLiteral("/translations"),
+                               QLibraryInfo::path(QLibraryInfo::TranslationsPath)};
+    for (const QString &folder : folders) {
+        if (translator->load(language, QStringLiteral("qtbase"), QStringLiteral("_"), folder)) {
+            installed = translator.release();
+            QCoreApplication::installTranslator(installed);
+            return;
+        }
+    }
+    qCInfo(lcBuiltin, "No translation of Qt's own texts for %s", locale_id.constData());
+}
+
 // The "language" preference, when one is stored: a position in the locale
-// list, applied to the application's translator and every plugin's.
+// list, applied to the application's translator and every plugin's. A
+// position outside the list is ignored: the language stays as it is, and the
+// stored value becomes the default's position, so that the language field
+// shows the language in use instead of standing in its first row for it.
 void apply_language(corv_store *store)
 {
     if (!store || !corv_store_has_int(store, "language"))
         return;
     const int position = corv_store_get_int(store, "language");
+    const qsizetype count = locale::locale_list().size();
+    if (position < 0 || position >= count) {
+        qCWarning(lcBuiltin, "Ignoring the stored language %d: the locale list has %lld languages",
+                  position, qlonglong(count));
+        corv_store_set_int(store, "language", std::int32_t(locale::default_language_position()));
+        return;
+    }
     engine::Plugin *plugin = engine::builtin_plugin();
+    const QByteArray before = locale::application_translator()->locale();
     if (plugin && plugin->list())
         plugin->list()->apply_language_preference(position);
     else
         locale::apply_language_preference(position);
+    const QByteArray now = locale::application_translator()->locale();
+    if (now != before)
+        apply_qt_translation(now);
 }
 
 void builtin_get_info(corv_plugin_info *info)
@@ -79,6 +130,10 @@ void builtin_get_info(corv_plugin_info *info)
 
 int builtin_load(corv_registration *registration)
 {
+    // The built-in plugin loads first: with the stored language applied here,
+    // every node type (this node set's and each plugin's) registers its name
+    // and category in it.
+    apply_language(preferences_store());
     if (g_registrar)
         g_registrar(registration);
     return 0;
@@ -90,7 +145,6 @@ void builtin_postload()
     // of every field that the file did not hold into the preferences.
     if (engine::Plugin *plugin = engine::builtin_plugin())
         widgets::make_preferences_surface(*plugin);
-    apply_language(preferences_store());
     read_config();
 }
 
@@ -125,7 +179,11 @@ void build_application_preferences(cui_generate_context *context)
                std::uint32_t(items.size()), std::int32_t(locale::default_language_position()));
     cui_checkbox(context, "updatecheck", utf8(locale::translate("PreferencesWindow.CheckForUpdatesField")).constData(), true);
     cui_checkbox(context, "minimizetotray", utf8(locale::translate("PreferencesWindow.MinimizeToTray")).constData(), true);
-    cui_set_enabled(context, system_tray_available());
+    const bool tray = system_tray_available();
+    cui_set_enabled(context, tray);
+    // Greyed out, the option says why.
+    if (!tray)
+        cui_label(context, "", utf8(locale::translate("PreferencesWindow.NoSystemTray")).constData());
     cui_int(context, "saveversions", utf8(locale::translate("PreferencesWindow.SaveVersions")).constData(), 3, 1, 1000);
 
     cui_start_group(context, utf8(locale::translate("PreferencesWindow.AutoSave")).constData());
@@ -156,6 +214,12 @@ void install_builtin_nodes()
         if (!nodes::needs_global_input(type_id.toUtf8().constData()) || input::global_input_available())
             return QString();
         return locale::translate("RackPanel.NoGlobalInput");
+    });
+    // The views show the built-in types' texts from their keys, in the language of the moment.
+    widgets::set_node_type_keys_lookup([](QStringView type_id) {
+        const nodes::BuiltinNodeRow *row = nodes::find_builtin_node_row(type_id);
+        return row ? widgets::NodeTypeKeys{row->name_key, row->category_key, row->description_key}
+                   : widgets::NodeTypeKeys{};
     });
     set_builtin_node_registrar([](corv_registration *registration) {
         engine::Plugin *plugin = engine::builtin_plugin();

@@ -2,6 +2,8 @@
 
 #include "sdk/include/corvane/corvane_sdk.h"
 
+#include <QStringView>
+
 #include <cstdint>
 #include <span>
 
@@ -14,6 +16,7 @@ struct BuiltinNodeRow {
     const char *id;
     const char *name_key;     // translated into the type's name
     const char *category_key; // translated into its category
+    const char *description_key; // one line for the node chooser
     const char *icon;         // Qt resource path of a PNG
     corv_node_get_decoration_fn decoration; // used when the callbacks bring none
     const corv_node_type *callbacks;        // null: a type that is not built yet
@@ -21,6 +24,9 @@ struct BuiltinNodeRow {
 
 // Every built-in type in registration order.
 std::span<const BuiltinNodeRow> builtin_node_table();
+// The row of a built-in type id (the table's and the types registered after
+// it), or null.
+const BuiltinNodeRow *find_builtin_node_row(QStringView id);
 
 // The built-in plugin's load: registers the table's types (rows without
 // callbacks are skipped) and the migrations of the retired types

@@ -25,7 +25,12 @@ AddNodeWidget::AddNodeWidget(AddNodeWidgetViewModel *view_model, QWidget *parent
     m_search->setPlaceholderText(locale::translate("AddNodeWidget.Search"));
     m_search->setClearButtonEnabled(true);
     m_search->installEventFilter(this);
+    // The name, and a line on what the type does (built-in types have one).
+    m_list->setColumnCount(2);
     m_list->setHeaderHidden(true);
+    m_list->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
+    m_list->header()->setStretchLastSection(true);
+    m_list->setTextElideMode(Qt::ElideRight);
     m_list->setRootIsDecorated(false);
     m_list->setUniformRowHeights(true);
     layout->addWidget(m_search);
@@ -54,13 +59,17 @@ void AddNodeWidget::rebuild()
     for (const AddNodeWidgetViewModel::Category &category : m_view_model->categories()) {
         auto *header = new QTreeWidgetItem(m_list, {category.name});
         header->setFlags(Qt::ItemIsEnabled);
+        header->setFirstColumnSpanned(true);
         QFont font = header->font(0);
         font.setBold(true);
         header->setFont(0, font);
         for (const engine::NodeDefinition *d : category.types) {
-            auto *item = new QTreeWidgetItem(header, {d->name});
+            const QString description = AddNodeWidgetViewModel::description_of(d);
+            auto *item = new QTreeWidgetItem(header, {AddNodeWidgetViewModel::name_of(d), description});
             item->setData(0, kIdRole, d->id);
-            item->setToolTip(0, d->id);
+            item->setToolTip(0, description.isEmpty() ? d->id : description + u'\n' + d->id);
+            item->setToolTip(1, description);
+            item->setForeground(1, palette().brush(QPalette::Disabled, QPalette::Text));
             if (!d->icon.isNull())
                 item->setIcon(0, QPixmap::fromImage(d->icon.scaled(16, 16, Qt::KeepAspectRatio, Qt::SmoothTransformation)));
             if (!first)
@@ -80,6 +89,15 @@ void AddNodeWidget::choose(QTreeWidgetItem *item)
     const QString id = item ? item->data(0, kIdRole).toString() : QString();
     if (!id.isEmpty())
         Q_EMIT node_chosen(id);
+}
+
+void AddNodeWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        m_search->setPlaceholderText(locale::translate("AddNodeWidget.Search"));
+        m_view_model->retranslate();
+    }
+    QWidget::changeEvent(event);
 }
 
 bool AddNodeWidget::eventFilter(QObject *watched, QEvent *event)

@@ -32,6 +32,7 @@ Q_SIGNALS:
     void cancelled();
 
 protected:
+    void changeEvent(QEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:

@@ -3,6 +3,7 @@
 #include "cui/surface.h"
 #include "widgets/node_panel_view_model.h"
 
+#include <QEvent>
 #include <QLabel>
 #include <QScrollArea>
 #include <QVBoxLayout>
@@ -52,6 +53,16 @@ void NodePanel::show_surface()
     m_message->setText(not_loaded ? m_view_model->title() + u'\n' + m_view_model->not_loaded_text() : QString());
     m_message->setVisible(not_loaded);
     m_scroll->setVisible(!not_loaded);
+}
+
+void NodePanel::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        m_view_model->retranslate();
+        if (m_message->isVisible())
+            m_message->setText(m_view_model->title() + u'\n' + m_view_model->not_loaded_text());
+    }
+    QWidget::changeEvent(event);
 }
 
 } // namespace corv::widgets

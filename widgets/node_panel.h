@@ -28,6 +28,10 @@ public:
 Q_SIGNALS:
     void title_changed(const QString &title);
 
+protected:
+    // A change of language: every text of the panel again.
+    void changeEvent(QEvent *event) override;
+
 private:
     void show_surface();
 

@@ -1,6 +1,10 @@
 #include "widgets/node_panel_view_model.h"
 
+#include "widgets/node_type_text.h"
+
+#include "cui/invalidate.h"
 #include "cui/property_surface.h"
+#include "engine/property_surface.h"
 #include "engine/node_instance.h"
 #include "engine/node_manager.h"
 #include "engine/node_registry.h"
@@ -91,9 +95,18 @@ QString NodePanelViewModel::title() const
         manager ? manager->definition() : m_context.registry->find(node->impl_id());
     const engine::NodeInstance *instance = manager ? manager->instance() : nullptr;
     const QString name = instance ? instance->instance_name() : QString();
-    if (name.isEmpty() || name == definition->name)
-        return locale::translate("NodePanel.Title.%1", definition->name);
-    return locale::translate("NodePanel.Title.%1.%2", name, definition->name);
+    const QString type_name = node_type_name(*definition);
+    if (name.isEmpty() || name == definition->name || name == type_name)
+        return locale::translate("NodePanel.Title.%1", type_name);
+    return locale::translate("NodePanel.Title.%1.%2", name, type_name);
+}
+
+void NodePanelViewModel::retranslate()
+{
+    engine::NodeManager *manager = m_context.runtime && is_loaded() ? m_context.runtime->find_node_manager(m_node) : nullptr;
+    if (engine::PropertySurface *surface = manager ? manager->surface() : nullptr)
+        surface->invalidate(cui::Immediate);
+    Q_EMIT title_changed(title());
 }
 
 QString NodePanelViewModel::not_loaded_text() const

@@ -33,6 +33,8 @@ public:
     // the type's name, when they differ), "NodePanel.Title.NotLoaded.%1" (the
     // type id) or "NodePanel.Title.None".
     QString title() const;
+    // After a change of language: the title again and the surface rebuilt.
+    void retranslate();
     // The body of a node whose type is not loaded: "ComponentNotLoaded.%1".
     QString not_loaded_text() const;
     // The node's property surface; null with no node, for a node whose type

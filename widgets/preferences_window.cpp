@@ -61,7 +61,6 @@ PreferencesWindow::PreferencesWindow(PreferencesWindowViewModel *model, QWidget 
     m_page = new QScrollArea;
     m_page->setWidgetResizable(true);
     m_page->setFrameShape(QFrame::NoFrame);
-    m_page->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     right_layout->addWidget(m_subtitle);
     right_layout->addWidget(m_page, 1);
 
@@ -118,12 +117,16 @@ void PreferencesWindow::show_row(int row)
     m_subtitle->setText(m_model->page_subtitle(page));
     m_subtitle->setVisible(!m_subtitle->text().isEmpty());
     QWidget *view = surface->surface()->create_view();
-    view->setContentsMargins(6, 6, 6, 6);
-    // The window is narrow: long labels go above their fields.
+    // The right side has its margins already: the fields get every pixel across.
+    view->setContentsMargins(0, 6, 0, 6);
+    // The window is narrow: long labels go above their fields and wrap, in
+    // any language; what still does not fit scrolls.
     for (QFormLayout *form : view->findChildren<QFormLayout *>())
         form->setRowWrapPolicy(QFormLayout::WrapLongRows);
     if (auto *form = qobject_cast<QFormLayout *>(view->layout()))
         form->setRowWrapPolicy(QFormLayout::WrapLongRows);
+    for (QLabel *label : view->findChildren<QLabel *>())
+        label->setWordWrap(true);
     m_page->setWidget(view);
 }
 

@@ -7,6 +7,7 @@
 #include "widgets/add_node_widget_view_model.h"
 #include "widgets/rack_panel_view_model.h"
 
+#include <QEvent>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -110,7 +111,7 @@ RackPanel::RackPanel(RackPanelViewModel *view_model, QWidget *parent)
     auto *popup_layout = new QVBoxLayout(m_popup);
     popup_layout->setContentsMargins(0, 0, 0, 0);
     popup_layout->addWidget(m_add_widget);
-    m_popup->resize(280, 360);
+    m_popup->resize(480, 360);
     connect(m_add_widget, &AddNodeWidget::node_chosen, this, &RackPanel::chosen);
     connect(m_add_widget, &AddNodeWidget::cancelled, m_popup, &QWidget::hide);
 
@@ -320,6 +321,21 @@ void RackPanel::remove_selected()
 void RackPanel::select_all()
 {
     m_tree->selectAll();
+}
+
+void RackPanel::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        const std::pair<QAction *, const char *> actions[] = {
+            {m_edit, CORV_TR_KEY("Action.Edit")},       {m_add_inside, CORV_TR_KEY("Action.AddInside")},
+            {m_replace, CORV_TR_KEY("Action.Replace")}, {m_cut, CORV_TR_KEY("Action.Cut")},
+            {m_copy, CORV_TR_KEY("Action.Copy")},       {m_paste, CORV_TR_KEY("Action.Paste")},
+            {m_delete, CORV_TR_KEY("Action.Delete")}};
+        for (const auto &[action, key] : actions)
+            action->setText(locale::translate(key));
+        m_view_model->retranslate();
+    }
+    QWidget::changeEvent(event);
 }
 
 } // namespace corv::widgets

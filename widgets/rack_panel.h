@@ -73,6 +73,10 @@ Q_SIGNALS:
 public:
     static constexpr int kExpandLimit = 300;
 
+protected:
+    // A change of language: every text of the panel again.
+    void changeEvent(QEvent *event) override;
+
 private:
     void open_chooser(bool replace);
     void chosen(const QString &impl_id);

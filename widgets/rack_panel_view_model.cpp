@@ -1,5 +1,7 @@
 #include "widgets/rack_panel_view_model.h"
 
+#include "widgets/node_type_text.h"
+
 #include "engine/node_instance.h"
 #include "engine/node_manager.h"
 #include "engine/node_registry.h"
@@ -145,7 +147,7 @@ QString RackPanelNodeViewModel::name() const
             return instance->instance_name();
     }
     if (const engine::NodeDefinition *d = definition())
-        return d->name;
+        return node_type_name(*d);
     const model::Project *project = m_owner->m_context.project;
     const model::Node *node = project ? project->find_node(m_id) : nullptr;
     return locale::translate("ComponentNotLoaded.%1", node ? node->impl_id() : QString());
@@ -368,6 +370,20 @@ QString RackPanelViewModel::title() const
     return locale::translate("RackPanel.Title.%1", m_rack_object->name());
 }
 
+void RackPanelViewModel::retranslate()
+{
+    if (m_context.project && m_context.runtime) {
+        for (auto it = m_context.project->nodes().cbegin(); it != m_context.project->nodes().cend(); ++it) {
+            engine::NodeManager *manager = m_context.runtime->find_node_manager(it.key());
+            if (engine::NodeInstance *instance = manager ? manager->instance() : nullptr)
+                instance->refresh_instance_name();
+        }
+    }
+    Q_EMIT layoutAboutToBeChanged();
+    Q_EMIT layoutChanged();
+    Q_EMIT title_changed(title());
+}
+
 RackPanelNodeViewModel *RackPanelViewModel::node_view_model(const QModelIndex &index) const
 {
     if (!index.isValid())
@@ -516,7 +532,7 @@ QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
     case Qt::ToolTipRole: {
         const engine::NodeDefinition *d = vm->definition();
         QStringList lines;
-        lines << (d ? d->name : vm->name());
+        lines << (d ? node_type_name(*d) : vm->name());
         const quint32 mask = vm->decoration();
         if (d && d->get_decoration) {
             if (!(mask & 2))

@@ -126,6 +126,9 @@ public:
     const QUuid &rack() const { return m_rack; }
     // "RackPanel.Title.%1", "RackPanel.DisabledTitle.%1" or "RackPanel.Title.None".
     QString title() const;
+    // After a change of language: every node of the project fetches its name
+    // again, and the rows and the title are shown anew.
+    void retranslate();
 
     RackPanelNodeViewModel *node_view_model(const QModelIndex &index) const;
     QUuid node_id(const QModelIndex &index) const;

@@ -3,6 +3,7 @@
 #include "locale/translate.h"
 #include "widgets/racks_panel_view_model.h"
 
+#include <QEvent>
 #include <QAction>
 #include <QClipboard>
 #include <QGuiApplication>
@@ -233,6 +234,25 @@ void RacksPanel::remove_selected()
 void RacksPanel::select_all()
 {
     m_list->selectAll();
+}
+
+void RacksPanel::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        setWindowTitle(locale::translate("RacksPanel.Title"));
+        m_search->setPlaceholderText(locale::translate("RacksPanel.Search"));
+        m_empty_label->setText(locale::translate("RacksPanel.EmptyHint"));
+        m_empty_button->setText(locale::translate("Action.Add"));
+        const std::pair<QAction *, const char *> actions[] = {
+            {m_add, CORV_TR_KEY("Action.Add")},       {m_rename, CORV_TR_KEY("Action.Rename")},
+            {m_enabled, CORV_TR_KEY("Action.Enabled")}, {m_cut, CORV_TR_KEY("Action.Cut")},
+            {m_copy, CORV_TR_KEY("Action.Copy")},     {m_paste, CORV_TR_KEY("Action.Paste")},
+            {m_delete, CORV_TR_KEY("Action.Delete")}};
+        for (const auto &[action, key] : actions)
+            action->setText(locale::translate(key));
+        m_view_model->refresh_status();
+    }
+    QWidget::changeEvent(event);
 }
 
 } // namespace corv::widgets

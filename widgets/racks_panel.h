@@ -59,6 +59,10 @@ public Q_SLOTS:
 Q_SIGNALS:
     void selected_rack_changed(const QUuid &rack);
 
+protected:
+    // A change of language: every text of the panel again.
+    void changeEvent(QEvent *event) override;
+
 private:
     void update_actions();
     void update_empty_hint();

@@ -30,6 +30,7 @@ public:
     void open();
 
     corv::widgets::PanelContext context();
+    corv::engine::PluginList &plugins() { return m_plugins; }
     // The rack's tree as the short type names ("fork[delay stop] custom").
     QString tree(const QUuid &rack) const;
     // The racks in order, a disabled one marked with "-" ("A,B-,C").

@@ -4,6 +4,12 @@
 
 #include "panel_rig.h"
 
+#include "locale/locale_list.h"
+#include "locale/translate.h"
+#include "persistence/project_manager.h"
+#include "sdk/plugin.h"
+#include "sdk/plugin_preferences.h"
+
 #include "engine/activity_tap.h"
 #include "engine/event.h"
 #include "engine/rack_manager.h"
@@ -13,6 +19,7 @@
 #include "widgets/activity_view_model.h"
 #include "widgets/add_node_widget.h"
 #include "widgets/add_node_widget_view_model.h"
+#include "widgets/main_window.h"
 #include "widgets/node_panel.h"
 #include "widgets/node_panel_view_model.h"
 #include "widgets/rack_panel.h"
@@ -21,6 +28,15 @@
 
 #include <QAbstractItemModelTester>
 #include <QAction>
+#include <QDialogButtonBox>
+#include <QDockWidget>
+#include <QLibraryInfo>
+#include <QMenu>
+#include <QPushButton>
+#include <QScopeGuard>
+#include <QTabWidget>
+#include <QTranslator>
+#include <QTreeWidget>
 #include <QSpinBox>
 #include <QApplication>
 #include <QClipboard>
@@ -124,6 +140,9 @@ private Q_SLOTS:
     void node_panel();
     void add_node_search_data();
     void add_node_search();
+    void language_from_start_data();
+    void language_from_start();
+    void live_language_switch();
 };
 
 void tst_Panels::racks_edits_data()
@@ -735,6 +754,10 @@ void tst_Panels::add_node_search_data()
     QTest::newRow("by category") << "sources" << "io.marrowfield.custom" << "Sources";
     QTest::newRow("every word must match") << "rate keep" << "io.marrowfield.ratelimitearliest" << "Queues";
     QTest::newRow("nothing") << "zzz" << "" << "";
+    // Names before descriptions; among equal matches sources before actions.
+    QTest::newRow("sources first") << "hotkey" << "io.marrowfield.onhotkey" << "Sources,Actions";
+    QTest::newRow("name before description") << "file" << "io.marrowfield.onfilechanged" << "Sources,Operators,Actions";
+    QTest::newRow("description only") << "mailbox" << "io.marrowfield.receive" << "Sources,Actions";
 }
 
 void tst_Panels::add_node_search()
@@ -762,6 +785,187 @@ void tst_Panels::add_node_search()
     auto *list = widget.findChild<QTreeWidget *>();
     QCOMPARE(list->topLevelItemCount() == 1 && list->topLevelItem(0)->text(0) == u"No node type matches",
              first.isEmpty());
+}
+
+namespace {
+
+// The texts of the English locale that the German one says otherwise.
+QSet<QString> english_only_texts()
+{
+    locale::Table english;
+    locale::Table german;
+    const QString folder = locale::application_dir() + QStringLiteral("/locale/");
+    if (!locale::read_locale_file(folder + QStringLiteral("en-US.ini"), english) ||
+        !locale::read_locale_file(folder + QStringLiteral("de-DE.ini"), german))
+        return {};
+    QSet<QString> texts;
+    for (const auto &[key, text] : english) {
+        const auto it = german.find(key);
+        if (it != german.end() && it->second != text && !text.contains('%'))
+            texts.insert(QString::fromUtf8(text));
+    }
+    return texts;
+}
+
+// The stored "language" of the built-in plugin's preferences, written to its file.
+void store_language(int position)
+{
+    engine::Plugin *builtin = engine::builtin_plugin();
+    corv_store_set_int(corv_plugin_preferences_store(builtin->handle()), "language", position);
+    builtin->preferences()->write();
+}
+
+// Every text the chooser shows: categories, names and descriptions.
+QStringList chooser_texts(const widgets::AddNodeWidget &widget)
+{
+    QStringList texts;
+    QTreeWidget *list = widget.list();
+    for (int c = 0; c < list->topLevelItemCount(); ++c) {
+        QTreeWidgetItem *category = list->topLevelItem(c);
+        texts << category->text(0);
+        for (int t = 0; t < category->childCount(); ++t)
+            texts << category->child(t)->text(0) << category->child(t)->text(1);
+    }
+    return texts;
+}
+
+} // namespace
+
+void tst_Panels::language_from_start_data()
+{
+    QTest::addColumn<int>("stored");
+    QTest::addColumn<QByteArray>("language");
+    PanelRig rig; // reads the locale list from the test's folder
+    QTest::newRow("German") << int(locale::locale_list().index_of("de-DE")) << QByteArray("de-DE");
+    QTest::newRow("past the end") << int(locale::locale_list().size()) << QByteArray("en-US");
+    QTest::newRow("negative") << -1 << QByteArray("en-US");
+}
+
+// The stored language applies before the node types register: a start in
+// German registers and shows them in German. A position outside the list
+// keeps English, says so once and is stored as English's, never read as
+// the first row of the list.
+void tst_Panels::language_from_start()
+{
+    QFETCH(int, stored);
+    QFETCH(QByteArray, language);
+    {
+        PanelRig rig;
+        store_language(stored);
+    }
+    const int english = int(locale::default_language_position());
+    QVERIFY(locale::apply_language_preference(english));
+    const bool ignored = language == "en-US";
+    if (ignored)
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Ignoring the stored language %1: ").arg(stored)));
+    PanelRig rig;
+    auto restore = qScopeGuard([english] {
+        store_language(english);
+        locale::apply_language_preference(english);
+    });
+    QCOMPARE(locale::application_translator()->locale(), language);
+    QCOMPARE(corv_store_get_int(corv_plugin_preferences_store(engine::builtin_plugin()->handle()), "language"),
+             ignored ? english : stored);
+    const engine::NodeDefinition *hotkey = rig.registry.find(QStringLiteral("io.marrowfield.onhotkey"));
+    QCOMPARE(hotkey->name, ignored ? QStringLiteral("On Hotkey") : QStringLiteral("Bei Tastenkombination"));
+    QCOMPARE(hotkey->category, ignored ? QStringLiteral("Sources") : QStringLiteral("Quellen"));
+
+    widgets::AddNodeWidgetViewModel vm;
+    vm.set_registry(&rig.registry);
+    widgets::AddNodeWidget widget(&vm);
+    const QStringList texts = chooser_texts(widget);
+    QCOMPARE(texts.count(QString()), 0); // every built-in type has a description
+    const QSet<QString> english_only = english_only_texts();
+    QVERIFY(!english_only.isEmpty());
+    QStringList english_left;
+    for (const QString &text : texts) {
+        if (english_only.contains(text))
+            english_left << text;
+    }
+    QCOMPARE(english_left.isEmpty(), !ignored);
+    if (!ignored)
+        QCOMPARE(widget.search_field()->placeholderText(), QStringLiteral("Knotentypen suchen"));
+}
+
+// A language confirmed in the preferences reaches every text of the main
+// window at once: menus, panels and their context actions, search fields,
+// the activity dock, the chooser (the built-in types from their keys, with
+// the registry as it was) and Qt's own buttons where Qt ships German.
+void tst_Panels::live_language_switch()
+{
+    PanelRig rig;
+    engine::ProjectManager projects(rig.registry);
+    widgets::MainWindowContext context;
+    context.projects = &projects;
+    context.watch_log = [](widgets::MainWindowContext::LogWatch) { return QList<std::pair<QtMsgType, QString>>(); };
+    widgets::MainWindow window(context);
+    window.open_initial_project();
+    projects.commands()->execute(std::make_unique<engine::AddRackCommand>(projects.project(), 0, QStringLiteral("A")));
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    window.activity_dock()->show();
+    window.rack_panel()->add_inside_action()->trigger();
+    QTRY_VERIFY(window.rack_panel()->add_node_popup()->isVisible());
+
+    const int english = int(locale::default_language_position());
+    auto restore = qScopeGuard([&rig, english] {
+        store_language(english);
+        rig.plugins().confirm_preferences();
+    });
+    store_language(int(locale::locale_list().index_of("de-DE")));
+    rig.plugins().confirm_preferences();
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        QEvent change(QEvent::LanguageChange);
+        QCoreApplication::sendEvent(widget, &change);
+    }
+    QCoreApplication::processEvents();
+    QCOMPARE(rig.registry.find(QStringLiteral("io.marrowfield.onhotkey"))->name, QStringLiteral("On Hotkey"));
+
+    QStringList texts;
+    for (QAction *action : window.findChildren<QAction *>())
+        texts << action->text();
+    for (QMenu *menu : window.findChildren<QMenu *>())
+        texts << menu->title();
+    for (QLabel *label : window.findChildren<QLabel *>())
+        texts << label->text();
+    for (QAbstractButton *button : window.findChildren<QAbstractButton *>())
+        texts << button->text();
+    for (QLineEdit *field : window.findChildren<QLineEdit *>())
+        texts << field->placeholderText();
+    for (QTabWidget *tabs : window.findChildren<QTabWidget *>()) {
+        for (int i = 0; i < tabs->count(); ++i)
+            texts << tabs->tabText(i);
+    }
+    for (QDockWidget *dock : window.findChildren<QDockWidget *>())
+        texts << dock->windowTitle();
+    for (QAbstractItemView *view : window.findChildren<QAbstractItemView *>()) {
+        const QAbstractItemModel *model = view->model();
+        for (int column = 0; model && column < model->columnCount(); ++column)
+            texts << model->headerData(column, Qt::Horizontal).toString();
+        for (int row = 0; model && row < model->rowCount(); ++row)
+            texts << model->index(row, 0).data().toString();
+    }
+    texts << chooser_texts(*window.rack_panel()->add_node_widget());
+    texts << window.windowTitle();
+
+    const QSet<QString> english_only = english_only_texts();
+    QStringList english_left;
+    for (const QString &text : std::as_const(texts)) {
+        if (english_only.contains(text) || english_only.contains(QString(text).remove(u'&')))
+            english_left << text;
+    }
+    QVERIFY2(english_left.isEmpty(), qPrintable(english_left.join(u'|')));
+    QVERIFY(texts.contains(QStringLiteral("Bei Tastenkombination")));
+    QVERIFY(texts.contains(QStringLiteral("Knotentypen suchen")));
+
+    // Qt's standard buttons, where Qt's German is there to be found.
+    QTranslator probe;
+    if (probe.load(QLocale(QLocale::German), QStringLiteral("qtbase"), QStringLiteral("_"),
+                   QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        QDialogButtonBox buttons(QDialogButtonBox::Cancel);
+        QCOMPARE(buttons.button(QDialogButtonBox::Cancel)->text(), probe.translate("QPlatformTheme", "Cancel"));
+    }
+    window.rack_panel()->add_node_popup()->hide();
 }
 
 int main(int argc, char **argv)
