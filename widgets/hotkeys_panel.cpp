@@ -27,6 +27,8 @@ HotkeysPanel::HotkeysPanel(HotkeysViewModel *view_model, QWidget *parent)
     m_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_view->setWordWrap(false);
     m_view->verticalHeader()->hide();
+    m_view->verticalHeader()->setDefaultSectionSize(m_view->fontMetrics().height() + 6);
+    m_view->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_view->horizontalHeader()->setStretchLastSection(true);
     m_view->setSortingEnabled(true);
     m_view->sortByColumn(HotkeysViewModel::HotkeyColumn, Qt::AscendingOrder);

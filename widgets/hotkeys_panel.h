@@ -23,6 +23,8 @@ public:
     QTableView *view() const { return m_view; }
 
     void retranslate();
+    // Wide enough for the four columns of a usual row.
+    QSize sizeHint() const override { return {480, 300}; }
 
 Q_SIGNALS:
     void node_activated(const QUuid &rack, const QUuid &node);
