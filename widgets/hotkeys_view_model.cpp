@@ -15,9 +15,12 @@
 #include <QHash>
 #include <QPalette>
 #include <QPixmap>
+#include <QSet>
 #include <QStyle>
 
 #include <functional>
+#include <optional>
+#include <string_view>
 
 namespace corv::widgets {
 
