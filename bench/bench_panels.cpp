@@ -11,17 +11,27 @@
 //                          events a second reach the nodes of the visible
 //                          1,000-node rack (each lights its row), with the
 //                          99th percentile and the events delivered
+//   activity_stall_max_ms  the same gap while the events run through a rack
+//                          of three nodes with "trace all" on and the
+//                          activity panel shown (three rows an event), for
+//                          --activity-seconds (10)
+//   activity_rss_mb        resident memory when the panel's ring first holds
+//                          its 10,000 rows, the most after that, and at the end
 //
 //   bench_panels [--rounds N] [--seconds S] [--rate EVENTS_PER_SECOND]
-//                [--shot PATH]
+//                [--activity-seconds S] [--shot PATH]
 //
 // --shot saves a picture of the expanded tree with some rows lit to PATH.
 
 #include "../tests/widgets/panel_rig.h"
 
+#include "bench/bench_platform.h"
+#include "engine/activity_tap.h"
 #include "engine/event.h"
 #include "engine/node_manager.h"
 #include "engine/rack_manager.h"
+#include "widgets/activity_panel.h"
+#include "widgets/activity_view_model.h"
 #include "widgets/rack_panel.h"
 #include "widgets/rack_panel_view_model.h"
 #include "widgets/racks_panel.h"
@@ -33,8 +43,11 @@
 #include <QTimer>
 #include <QTreeView>
 
+#include <QEventLoop>
+
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 using namespace corv;
 
@@ -65,6 +78,89 @@ int argument(const QStringList &args, const char *name, int fallback)
 {
     const qsizetype at = args.indexOf(QString::fromLatin1(name));
     return at >= 0 && at + 1 < args.size() ? args.at(at + 1).toInt() : fallback;
+}
+
+// Posts to one of `sinks` at `rate` events a second while the event loop
+// runs for `seconds`, and keeps the gaps of a 1 ms timer meanwhile (sorted).
+// `sample` runs every 100 ms.
+QList<double> run_load(const QList<engine::EventSink *> &sinks, int rate, int seconds, qint64 &posted,
+                       const std::function<void()> &sample = {})
+{
+    QElapsedTimer clock;
+    posted = 0;
+    QTimer feeder;
+    feeder.setTimerType(Qt::PreciseTimer);
+    feeder.setInterval(1);
+    QObject::connect(&feeder, &QTimer::timeout, [&] {
+        const qint64 due = clock.nsecsElapsed() * rate / 1000000000;
+        for (; posted < due; ++posted)
+            engine::EventSink::post(sinks.at(QRandomGenerator::global()->bounded(int(sinks.size()))), engine::EventScope());
+    });
+    QList<double> gaps;
+    qint64 last = 0;
+    QTimer watch;
+    watch.setTimerType(Qt::PreciseTimer);
+    watch.setInterval(1);
+    QObject::connect(&watch, &QTimer::timeout, [&] {
+        const qint64 now = clock.nsecsElapsed();
+        gaps << double(now - last) / 1e6;
+        last = now;
+    });
+    QTimer sampler;
+    sampler.setInterval(100);
+    if (sample)
+        QObject::connect(&sampler, &QTimer::timeout, sample);
+    QEventLoop loop;
+    clock.start();
+    feeder.start();
+    watch.start();
+    sampler.start();
+    QTimer::singleShot(seconds * 1000, &loop, &QEventLoop::quit);
+    loop.exec();
+    std::sort(gaps.begin(), gaps.end());
+    return gaps;
+}
+
+// 10,000 events a second through a traced rack of three nodes with the
+// activity panel shown: the longest stall, and the memory once the ring is
+// full against the memory after.
+void run_activity(int rate, int seconds)
+{
+    PanelRig rig;
+    const QUuid rack = rig.add_rack(QStringLiteral("Traced"));
+    rig.add_node(rack, QStringLiteral("io.marrowfield.evaluate"), QStringLiteral("First"));
+    rig.add_node(rack, QStringLiteral("io.marrowfield.fork"), QStringLiteral("Second"));
+    rig.add_node(rack, QStringLiteral("io.marrowfield.display"), QStringLiteral("Shown"));
+    rig.open();
+    widgets::ActivityViewModel model;
+    widgets::ActivityPanel panel(&model);
+    panel.resize(900, 400);
+    panel.show();
+    model.set_listening(true);
+    engine::ActivityTap::set_trace_all(true);
+    QCoreApplication::processEvents();
+
+    double at_full = -1;
+    double most_after = 0;
+    qint64 posted = 0;
+    const QList<double> gaps =
+        run_load({rig.runtime->find_rack_manager(rack)->sink()}, rate, seconds, posted, [&] {
+            const double rss = bench::resident_mb();
+            if (at_full < 0 && model.rowCount() >= widgets::ActivityViewModel::kCapacity)
+                at_full = rss;
+            else if (at_full >= 0)
+                most_after = std::max(most_after, rss);
+        });
+    const double at_end = bench::resident_mb();
+    engine::ActivityTap::set_trace_all(false);
+    model.set_listening(false);
+    std::printf("activity_stall_max_ms: %.2f (p99 %.2f; goal < 50) with %lld events posted, %llu rows fell off, "
+                "%d shown\n",
+                gaps.isEmpty() ? 0 : gaps.last(), gaps.isEmpty() ? 0 : gaps.at(gaps.size() * 99 / 100),
+                static_cast<long long>(posted), static_cast<unsigned long long>(model.fallen_off()), model.rowCount());
+    std::printf("activity_rss_mb: %.1f when the ring was full, %.1f at most after, %.1f at the end "
+                "(goal: flat after full)\n",
+                at_full, most_after, at_end);
 }
 
 } // namespace
@@ -170,34 +266,14 @@ int main(int argc, char **argv)
         QObject::connect(rig.runtime->find_node_manager(id), &engine::NodeManager::triggered, [&triggers] { ++triggers; });
 
     QElapsedTimer clock;
-    qint64 posted = 0;
-    QTimer feeder;
-    feeder.setTimerType(Qt::PreciseTimer);
-    feeder.setInterval(1);
-    QObject::connect(&feeder, &QTimer::timeout, [&] {
-        const qint64 due = clock.nsecsElapsed() * rate / 1000000000;
-        for (; posted < due; ++posted)
-            engine::EventSink::post(sinks.at(QRandomGenerator::global()->bounded(int(sinks.size()))), engine::EventScope());
-    });
-    QList<double> gaps;
-    qint64 last = 0;
-    QTimer watch;
-    watch.setTimerType(Qt::PreciseTimer);
-    watch.setInterval(1);
-    QObject::connect(&watch, &QTimer::timeout, [&] {
-        const qint64 now = clock.nsecsElapsed();
-        gaps << double(now - last) / 1e6;
-        last = now;
-    });
     clock.start();
-    feeder.start();
-    watch.start();
-    QTimer::singleShot(seconds * 1000, &app, &QCoreApplication::quit);
-    app.exec();
-    std::sort(gaps.begin(), gaps.end());
+    qint64 posted = 0;
+    const QList<double> gaps = run_load(sinks, rate, seconds, posted);
     std::printf("stall_max_ms: %.2f (p99 %.2f; goal < 50) with %lld events posted, %lld rows lit, %.0f events/s\n",
                 gaps.isEmpty() ? 0 : gaps.last(), gaps.isEmpty() ? 0 : gaps.at(gaps.size() * 99 / 100),
                 static_cast<long long>(posted), static_cast<long long>(triggers),
                 double(triggers) / (double(clock.nsecsElapsed()) / 1e9));
+
+    run_activity(rate, argument(args, "--activity-seconds", 10));
     return 0;
 }

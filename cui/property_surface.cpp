@@ -4,6 +4,7 @@
 #include "cui/store_editor.h"
 #include "cui/surface.h"
 #include "cui/surface_p.h"
+#include "locale/keys.h"
 #include "persistence/property_commands.h"
 #include "engine/node_instance.h"
 #include "engine/node_manager.h"
@@ -141,7 +142,7 @@ PropertySurface *make_node_surface(engine::ProjectRuntime &runtime, engine::Node
             owner->allow_node(*id);
             return std::make_unique<engine::SetNodePropertyCommand>(&owner->project(), *id, key,
                                                                     value);
-        }));
+        }, CORV_TR_KEY("Edit.ChangeNode")));
     surface->surface()->set_rack_source(&runtime);
     return surface;
 }

@@ -2,6 +2,7 @@
 
 #include "persistence/command_manager.h"
 
+#include <QByteArray>
 #include <QPointer>
 #include <QString>
 #include <QUuid>
@@ -33,7 +34,8 @@ public:
 
     // Writes straight into the collection, with no undo.
     StoreEditor() = default;
-    StoreEditor(engine::CommandManager *commands, CommandMaker make_command);
+    // `name` names the edits in the history ("Edit.ChangeNode").
+    StoreEditor(engine::CommandManager *commands, CommandMaker make_command, QByteArray name = {});
 
     // Edits of a project node's properties, through the project's commands.
     // `node` must outlive the editor (a node manager's id): the editor keeps
@@ -56,6 +58,7 @@ public:
 private:
     QPointer<engine::CommandManager> m_commands;
     CommandMaker m_make;
+    QByteArray m_name;
 };
 
 } // namespace corv::cui

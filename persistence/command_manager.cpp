@@ -32,7 +32,7 @@ CommandPtr CommandManager::run(Command &command)
     return std::make_unique<CompositeCommand>(std::move(recording));
 }
 
-void CommandManager::execute(CommandPtr command)
+void CommandManager::execute(CommandPtr command, const QByteArray &name)
 {
     if (!command)
         return;
@@ -53,12 +53,12 @@ void CommandManager::execute(CommandPtr command)
     if (!inverse)
         return;
     m_history.erase(m_history.begin() + std::ptrdiff_t(m_index), m_history.end());
-    m_history.push_back(std::move(inverse));
+    m_history.push_back({std::move(inverse), name});
     ++m_index;
     Q_EMIT changed();
 }
 
-void CommandManager::execute_merged(std::unique_ptr<SetPropertyCommand> command)
+void CommandManager::execute_merged(std::unique_ptr<SetPropertyCommand> command, const QByteArray &name)
 {
     if (!command)
         return;
@@ -79,7 +79,7 @@ void CommandManager::execute_merged(std::unique_ptr<SetPropertyCommand> command)
     commit_pending();
     std::unique_ptr<SetPropertyCommand> follow = command->with_value(command->value());
     const std::size_t before = m_index;
-    execute(std::move(command));
+    execute(std::move(command), name);
     if (m_index > before)
         m_pending = std::move(follow);
 }
@@ -97,7 +97,7 @@ void CommandManager::undo()
     if (m_index == 0 || m_recording)
         return;
     commit_pending();
-    CommandPtr &entry = m_history[m_index - 1];
+    CommandPtr &entry = m_history[m_index - 1].command;
     CommandPtr redo = run(*entry);
     entry = redo ? std::move(redo) : std::make_unique<NoopCommand>();
     --m_index;
@@ -109,7 +109,7 @@ void CommandManager::redo()
     if (m_index == m_history.size() || m_recording)
         return;
     commit_pending();
-    CommandPtr &entry = m_history[m_index];
+    CommandPtr &entry = m_history[m_index].command;
     CommandPtr undo = run(*entry);
     entry = undo ? std::move(undo) : std::make_unique<NoopCommand>();
     ++m_index;
@@ -134,13 +134,14 @@ PropertyCollectionCommandManager::PropertyCollectionCommandManager(model::Proper
 
 PropertyCollectionCommandManager::~PropertyCollectionCommandManager() = default;
 
-void PropertyCollectionCommandManager::set_value(const QString &full_key, const model::Value &value, bool merge)
+void PropertyCollectionCommandManager::set_value(const QString &full_key, const model::Value &value, bool merge,
+                                                  const QByteArray &name)
 {
     auto command = std::make_unique<SetCollectionPropertyCommand>(m_collection, full_key, value);
     if (merge)
-        execute_merged(std::move(command));
+        execute_merged(std::move(command), name);
     else
-        execute(std::move(command));
+        execute(std::move(command), name);
 }
 
 } // namespace corv::engine

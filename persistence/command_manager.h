@@ -2,6 +2,7 @@
 
 #include "persistence/command.h"
 
+#include <QByteArray>
 #include <QObject>
 #include <QString>
 
@@ -21,7 +22,9 @@ class SetPropertyCommand;
 // Runs every edit and keeps the history for undo and redo. The entries before
 // index() undo the edits made so far; those from index() on redo undone ones.
 // A command that executes other commands while it is being applied is
-// recorded with them as one step.
+// recorded with them as one step. Each entry keeps the name its edit was
+// given (a translation key such as "Edit.RenameRack"), which stays with it
+// through undo and redo.
 class CommandManager : public QObject
 {
     Q_OBJECT
@@ -32,15 +35,16 @@ public:
     // Runs a new edit. At the top level it drops the redo tail and records the
     // inverse as one history entry; a command that changed nothing leaves
     // the history, redo tail included, alone and emits nothing. Inside
-    // another command's apply it is recorded with that command.
-    void execute(CommandPtr command);
+    // another command's apply it is recorded with that command, and its name
+    // is the outer command's.
+    void execute(CommandPtr command, const QByteArray &name = {});
 
     // Runs a property write as part of an editing run (typing into a text
     // field, dragging a slider): the first write of a run is executed as a new
     // edit; later writes to the same property change the value without a new
     // entry, so the whole run is undone in one step. The run ends with
     // commit_pending(), with any other edit, and before any undo or redo.
-    void execute_merged(std::unique_ptr<SetPropertyCommand> command);
+    void execute_merged(std::unique_ptr<SetPropertyCommand> command, const QByteArray &name = {});
 
     // Ends the current editing run, if any.
     void commit_pending();
@@ -50,6 +54,10 @@ public:
     void redo();
     bool can_undo() const { return m_index > 0; }
     bool can_redo() const { return m_index < m_history.size(); }
+    // The names of the edit undo() and redo() would take back or make again;
+    // empty when there is none, or it was given no name.
+    QByteArray undo_name() const { return m_index > 0 ? m_history[m_index - 1].name : QByteArray(); }
+    QByteArray redo_name() const { return can_redo() ? m_history[m_index].name : QByteArray(); }
 
     std::size_t index() const { return m_index; }
     std::size_t history_size() const { return m_history.size(); }
@@ -68,7 +76,11 @@ private:
     // of everything it did, nested edits included; null when nothing changed.
     CommandPtr run(Command &command);
 
-    std::vector<CommandPtr> m_history;
+    struct Entry {
+        CommandPtr command;
+        QByteArray name;
+    };
+    std::vector<Entry> m_history;
     std::size_t m_index = 0;
     std::vector<CommandPtr> *m_recording = nullptr;
     CommandPtr m_pending;
@@ -88,7 +100,8 @@ public:
 
     // Writes value under full_key as an undoable edit; with merge, a run of
     // writes to the same key is one undo step (see execute_merged()).
-    void set_value(const QString &full_key, const model::Value &value, bool merge = false);
+    void set_value(const QString &full_key, const model::Value &value, bool merge = false,
+                   const QByteArray &name = {});
 
 private:
     model::PropertyCollection *m_collection;

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Takes the screenshots shown in README.md: the main window on the demo
-# project (an event posted from the command line on its display node) and
-# the preferences window. Runs Corvane on a private X server (Xvfb) with
+# project (an event posted from the command line on its display node), the
+# preferences window, the activity panel with the events of a few posts,
+# and the Hotkeys view of a small project with a hotkey used twice. Runs Corvane on a private X server (Xvfb) with
 # private settings, so the user's own are never touched.
 #
 #   ./scripts/screenshots.sh [output folder, default docs/]
@@ -63,7 +64,42 @@ import -window "$preferences" "$out/preferences-window.png"
 xdotool key Escape
 sleep 0.3
 
+# View > Activity (Ctrl+Shift+A) while a few events arrive.
+xdotool windowfocus --sync "$window" key ctrl+shift+a
+sleep 0.5
+for n in 1 2 3; do
+    "$corvane" --post news headline="Event $n of 3" from=screenshots >/dev/null
+    sleep 0.3
+done
+sleep 0.5
+import -window "$window" "$out/activity-panel.png"
+
+# A project with hotkeys, handed to the running window, and View > Hotkeys
+# (Ctrl+Shift+H) in place of the activity panel.
+hotkeys="$home/hotkeys.corv"
+node() { printf '<node id="%s" component="io.marrowfield.onhotkey"><prop key="!hotkey" type="string">%s</prop></node>\n' "$1" "$2"; }
+{
+    echo '<?xml version="1.0" encoding="UTF-8"?>'
+    echo '<project version="1">'
+    echo '<rack id="11111111-0000-4000-8000-000000000001" name="Media"><node>a1a1a1a1-0000-4000-8000-000000000001</node><node>a1a1a1a1-0000-4000-8000-000000000002</node></rack>'
+    echo '<rack id="11111111-0000-4000-8000-000000000002" name="Notes"><node>a1a1a1a1-0000-4000-8000-000000000003</node><node>a1a1a1a1-0000-4000-8000-000000000004</node></rack>'
+    echo '<rack id="11111111-0000-4000-8000-000000000003" name="Backup" disabled="disabled"><node>a1a1a1a1-0000-4000-8000-000000000005</node></rack>'
+    node a1a1a1a1-0000-4000-8000-000000000001 Ctrl+Alt+M
+    node a1a1a1a1-0000-4000-8000-000000000002 Ctrl+Alt+P
+    node a1a1a1a1-0000-4000-8000-000000000003 Ctrl+Alt+N
+    node a1a1a1a1-0000-4000-8000-000000000004 Ctrl+Alt+M
+    node a1a1a1a1-0000-4000-8000-000000000005 Ctrl+Alt+B
+    echo '</project>'
+} > "$hotkeys"
+"$corvane" "$hotkeys" >/dev/null
+timeout 10 xdotool search --all --sync --onlyvisible --pid "$pid" --name '^hotkeys' >/dev/null
+xdotool windowfocus --sync "$window" key ctrl+shift+a
+sleep 0.3
+xdotool key ctrl+shift+h
+sleep 0.7
+import -window "$window" "$out/hotkeys-view.png"
+
 xdotool windowfocus --sync "$window" key ctrl+q
 wait "$pid" || true
 pid=
-echo "Wrote $out/main-window.png and $out/preferences-window.png"
+echo "Wrote main-window.png, preferences-window.png, activity-panel.png and hotkeys-view.png in $out"

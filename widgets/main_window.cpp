@@ -6,6 +6,8 @@
 #include "widgets/about_window.h"
 #include "widgets/activity_panel.h"
 #include "widgets/activity_view_model.h"
+#include "widgets/hotkeys_panel.h"
+#include "widgets/hotkeys_view_model.h"
 #include "widgets/install_plugin_window.h"
 #include "widgets/log_view_model.h"
 #include "widgets/main_window_view_model.h"
@@ -175,6 +177,7 @@ MainWindow::MainWindow(const MainWindowContext &context, QWidget *parent)
     create_menus();
     create_panels();
     create_activity_dock();
+    create_hotkeys_dock();
     create_panel_menus();
     setWindowTitle(m_model->title());
     refresh_undo_redo();
@@ -490,6 +493,31 @@ void MainWindow::create_activity_dock()
             [this](const QUuid &rack, const QUuid &node) { restore_selection(rack, node); });
 }
 
+void MainWindow::create_hotkeys_dock()
+{
+    m_hotkeys_model = new HotkeysViewModel(this);
+    m_hotkeys_panel = new HotkeysPanel(m_hotkeys_model);
+    m_hotkeys_dock = new QDockWidget(locale::translate("HotkeysPanel.Title"), this);
+    m_hotkeys_dock->setObjectName(QStringLiteral("HotkeysDock"));
+    m_hotkeys_dock->setWidget(m_hotkeys_panel);
+    addDockWidget(Qt::RightDockWidgetArea, m_hotkeys_dock);
+    m_hotkeys_dock->hide();
+
+    QAction *toggle = m_hotkeys_dock->toggleViewAction();
+    toggle->setObjectName(QStringLiteral("Menu.View.Hotkeys"));
+    toggle->setText(locale::translate("Menu.View.Hotkeys"));
+    toggle->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H));
+    m_actions.insert(Action::Hotkeys, toggle);
+    m_view_menu->addAction(toggle);
+    // The table follows the project only while it is shown.
+    connect(toggle, &QAction::toggled, m_hotkeys_model, &HotkeysViewModel::set_listening);
+    connect(m_model, &MainWindowViewModel::before_project_replaced, m_hotkeys_model,
+            [this] { m_hotkeys_model->set_context({}); });
+    connect(m_hotkeys_panel, &HotkeysPanel::node_activated, this,
+            [this](const QUuid &rack, const QUuid &node) { restore_selection(rack, node); });
+    m_hotkeys_model->set_context(m_rack_model->context());
+}
+
 void MainWindow::bind_panels()
 {
     engine::ProjectManager &projects = m_model->project_manager();
@@ -503,6 +531,8 @@ void MainWindow::bind_panels()
     m_racks_model->set_context(context);
     m_rack_model->set_context(context);
     m_node_model->set_context(context);
+    if (m_hotkeys_model)
+        m_hotkeys_model->set_context(context);
     // The first rack is open from the start.
     if (context.project && m_racks_model->rowCount() > 0)
         m_racks_model->set_selected_rack(m_racks_model->rack_at(0));
@@ -575,6 +605,8 @@ void MainWindow::refresh_undo_redo()
 {
     m_actions[Action::Undo]->setEnabled(m_model->can_undo());
     m_actions[Action::Redo]->setEnabled(m_model->can_redo());
+    m_actions[Action::Undo]->setText(m_model->undo_text());
+    m_actions[Action::Redo]->setText(m_model->redo_text());
 }
 
 void MainWindow::refresh_pause()
@@ -722,6 +754,9 @@ void MainWindow::retranslate()
     if (m_log_view)
         m_activity_tabs->setTabText(1, locale::translate("ActivityPanel.Log"));
     m_activity_panel->retranslate();
+    m_hotkeys_dock->setWindowTitle(locale::translate("HotkeysPanel.Title"));
+    m_hotkeys_panel->retranslate();
+    refresh_undo_redo();
     setWindowTitle(m_model->title());
     if (m_tray_menu) {
         m_tray_menu->setTitle(

@@ -30,6 +30,8 @@ namespace corv::widgets {
 class AboutWindow;
 class ActivityPanel;
 class ActivityViewModel;
+class HotkeysPanel;
+class HotkeysViewModel;
 class LogViewModel;
 class MainWindowViewModel;
 class NodePanel;
@@ -93,6 +95,7 @@ public:
         CheckForUpdates,
         About,
         Activity, // View menu: shows or hides the activity dock
+        Hotkeys,  // View menu: shows or hides the hotkeys dock
     };
 
     explicit MainWindow(const MainWindowContext &context, QWidget *parent = nullptr);
@@ -109,6 +112,8 @@ public:
     NodePanel *node_panel() const { return m_node_panel; }
     QDockWidget *activity_dock() const { return m_activity_dock; }
     ActivityPanel *activity_panel() const { return m_activity_panel; }
+    QDockWidget *hotkeys_dock() const { return m_hotkeys_dock; }
+    HotkeysPanel *hotkeys_panel() const { return m_hotkeys_panel; }
     // The log tab's view and model; null without MainWindowContext::watch_log.
     QListView *log_view() const { return m_log_view; }
 
@@ -147,6 +152,7 @@ private:
     void create_menus();
     void create_panels();
     void create_activity_dock();
+    void create_hotkeys_dock();
     void create_panel_menus();
     void bind_panels();
     void restore_settings();
@@ -184,6 +190,9 @@ private:
     QTabWidget *m_activity_tabs = nullptr;
     ActivityViewModel *m_activity_model = nullptr;
     ActivityPanel *m_activity_panel = nullptr;
+    QDockWidget *m_hotkeys_dock = nullptr;
+    HotkeysViewModel *m_hotkeys_model = nullptr;
+    HotkeysPanel *m_hotkeys_panel = nullptr;
     LogViewModel *m_log_model = nullptr;
     QListView *m_log_view = nullptr;
     bool m_log_follows = true;

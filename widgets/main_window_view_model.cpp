@@ -173,6 +173,37 @@ bool MainWindowViewModel::can_redo() const
     return m_history && m_history->can_redo();
 }
 
+namespace {
+
+QString history_text(const char *plain, const char *named, const QByteArray &name)
+{
+    return name.isEmpty() ? locale::translate(plain) : locale::translate(named, locale::translate(name.constData()));
+}
+
+} // namespace
+
+QString undo_text(const engine::CommandManager *history)
+{
+    return history_text(CORV_TR_KEY("Menu.Edit.Undo"), CORV_TR_KEY("Menu.Edit.Undo.%1"),
+                        history ? history->undo_name() : QByteArray());
+}
+
+QString redo_text(const engine::CommandManager *history)
+{
+    return history_text(CORV_TR_KEY("Menu.Edit.Redo"), CORV_TR_KEY("Menu.Edit.Redo.%1"),
+                        history ? history->redo_name() : QByteArray());
+}
+
+QString MainWindowViewModel::undo_text() const
+{
+    return widgets::undo_text(m_history);
+}
+
+QString MainWindowViewModel::redo_text() const
+{
+    return widgets::redo_text(m_history);
+}
+
 void MainWindowViewModel::undo()
 {
     if (m_history)

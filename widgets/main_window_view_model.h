@@ -13,6 +13,12 @@ class ProjectManager;
 
 namespace corv::widgets {
 
+// The Undo item's text: "Menu.Edit.Undo.%1" with the name of the edit that
+// undo would take back ("Undo Rename Rack"), the plain "Menu.Edit.Undo" when
+// there is none or it has no name. The Redo item's likewise.
+QString undo_text(const engine::CommandManager *history);
+QString redo_text(const engine::CommandManager *history);
+
 // The main window's state without any widget: the project operations with
 // the unsaved-changes question in front of them, the window title, undo and
 // redo, and the pause of all racks. The questions it has to ask (unsaved
@@ -69,6 +75,9 @@ public:
 
     bool can_undo() const;
     bool can_redo() const;
+    // The Undo and Redo items' texts for the project's history (see below).
+    QString undo_text() const;
+    QString redo_text() const;
     void undo();
     void redo();
 

@@ -287,7 +287,7 @@ void RackPanel::cut()
     const QList<QUuid> selected = selected_nodes();
     if (QMimeData *data = m_view_model->copy_nodes(selected)) {
         QGuiApplication::clipboard()->setMimeData(data);
-        m_view_model->remove_nodes(selected);
+        m_view_model->remove_nodes(selected, CORV_TR_KEY("Edit.CutNode"));
     }
 }
 

@@ -681,7 +681,7 @@ QUuid RackPanelViewModel::add_node(const QString &impl_id, const QUuid &parent, 
     auto command = std::make_unique<engine::AddNodeCommand>(m_context.project, engine::NodePlace{m_rack, parent, index},
                                                             impl_id);
     const QUuid id = command->node_id();
-    m_context.commands->execute(std::move(command));
+    m_context.commands->execute(std::move(command), CORV_TR_KEY("Edit.AddNode"));
     return m_context.project->find_node(id) ? id : QUuid();
 }
 
@@ -707,11 +707,11 @@ QUuid RackPanelViewModel::replace_node(const QUuid &node, const QString &impl_id
         composite->append(std::make_unique<engine::MoveNodesCommand>(m_context.project, std::move(moves)));
     composite->append(std::make_unique<engine::RemoveNodeCommand>(m_context.project,
                                                                   engine::NodePlace{m_rack, parent, index + 1}));
-    m_context.commands->execute(std::move(composite));
+    m_context.commands->execute(std::move(composite), CORV_TR_KEY("Edit.ReplaceNode"));
     return m_context.project->find_node(id) ? id : QUuid();
 }
 
-bool RackPanelViewModel::remove_nodes(const QList<QUuid> &nodes)
+bool RackPanelViewModel::remove_nodes(const QList<QUuid> &nodes, const char *name)
 {
     if (!m_rack_object || !m_context.commands)
         return false;
@@ -727,7 +727,7 @@ bool RackPanelViewModel::remove_nodes(const QList<QUuid> &nodes)
     }
     if (composite->empty())
         return false;
-    m_context.commands->execute(std::move(composite));
+    m_context.commands->execute(std::move(composite), name);
     return true;
 }
 
@@ -772,7 +772,8 @@ bool RackPanelViewModel::move_nodes(const QList<QUuid> &nodes, const QUuid &pare
     }
     if (moves.empty())
         return false;
-    m_context.commands->execute(std::make_unique<engine::MoveNodesCommand>(m_context.project, std::move(moves)));
+    m_context.commands->execute(std::make_unique<engine::MoveNodesCommand>(m_context.project, std::move(moves)),
+                                CORV_TR_KEY("Edit.MoveNode"));
     return true;
 }
 
@@ -794,7 +795,7 @@ bool RackPanelViewModel::can_paste(const QMimeData *data)
     return data && data->hasFormat(QString::fromLatin1(kNodeListXmlMime));
 }
 
-QList<QUuid> RackPanelViewModel::paste_nodes(const QMimeData *data, const QUuid &parent, int row)
+QList<QUuid> RackPanelViewModel::paste_nodes(const QMimeData *data, const QUuid &parent, int row, const char *name)
 {
     if (!m_rack_object || !m_context.commands || !can_paste(data))
         return {};
@@ -807,7 +808,7 @@ QList<QUuid> RackPanelViewModel::paste_nodes(const QMimeData *data, const QUuid 
     if (!command)
         return {};
     const std::size_t before = list->count();
-    m_context.commands->execute(std::move(command));
+    m_context.commands->execute(std::move(command), name);
     QList<QUuid> pasted;
     for (std::size_t i = index; i < index + (list->count() - before); ++i)
         pasted.append(list->at(i));
@@ -893,7 +894,7 @@ bool RackPanelViewModel::dropMimeData(const QMimeData *data, Qt::DropAction acti
             return true;
         }
     }
-    const QList<QUuid> pasted = paste_nodes(data, parent_node, row);
+    const QList<QUuid> pasted = paste_nodes(data, parent_node, row, CORV_TR_KEY("Edit.CopyNode"));
     if (!pasted.isEmpty())
         Q_EMIT nodes_dropped(pasted);
     return !pasted.isEmpty();

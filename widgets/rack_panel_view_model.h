@@ -143,8 +143,9 @@ public:
     QUuid add_node(const QString &impl_id, const QUuid &parent = QUuid(), int row = -1);
     // Puts a new node of impl_id in place of node, taking over its children.
     QUuid replace_node(const QUuid &node, const QString &impl_id);
-    // Removes the nodes with their subtrees, as one undo step.
-    bool remove_nodes(const QList<QUuid> &nodes);
+    // Removes the nodes with their subtrees, as one undo step named `name`
+    // (a cut names it "Edit.CutNode").
+    bool remove_nodes(const QList<QUuid> &nodes, const char *name = CORV_TR_KEY("Edit.DeleteNode"));
     // Moves the nodes (top nodes of the selection, in tree order) under
     // parent at row, as one undo step. Moves into a node's own subtree are
     // left out.
@@ -152,8 +153,10 @@ public:
     // The node list document of the nodes and their subtrees.
     QMimeData *copy_nodes(const QList<QUuid> &nodes) const;
     // Pastes a node list document under parent at row; returns the pasted
-    // top nodes' ids (fresh where the project already uses theirs).
-    QList<QUuid> paste_nodes(const QMimeData *data, const QUuid &parent = QUuid(), int row = -1);
+    // top nodes' ids (fresh where the project already uses theirs). `name`
+    // names the undo step (a copy by dragging is "Edit.CopyNode").
+    QList<QUuid> paste_nodes(const QMimeData *data, const QUuid &parent = QUuid(), int row = -1,
+                             const char *name = CORV_TR_KEY("Edit.PasteNode"));
     static bool can_paste(const QMimeData *data);
 
     // Drops the nodes whose ancestor is in the list too, and orders the rest

@@ -131,6 +131,8 @@ RacksPanel::RacksPanel(RacksPanelViewModel *view_model, QWidget *parent)
         Q_EMIT selected_rack_changed(rack);
     });
     connect(m_view_model, &QAbstractItemModel::dataChanged, this, &RacksPanel::update_actions);
+    // A project taken up (a new one has no rack to select) enables Add.
+    connect(m_view_model, &QAbstractItemModel::modelReset, this, &RacksPanel::update_actions);
     update_actions();
     update_empty_hint();
 }
@@ -213,7 +215,7 @@ void RacksPanel::cut()
     const QList<QUuid> selected = selected_racks();
     if (QMimeData *data = m_view_model->copy_racks(selected)) {
         QGuiApplication::clipboard()->setMimeData(data);
-        m_view_model->remove_racks(selected);
+        m_view_model->remove_racks(selected, CORV_TR_KEY("Edit.CutRack"));
     }
 }
 

@@ -189,7 +189,7 @@ QUuid RacksPanelViewModel::add_rack(int row)
     auto command =
         std::make_unique<engine::AddRackCommand>(m_context.project, index, m_context.project->new_rack_name());
     const QUuid id = command->rack_id();
-    m_context.commands->execute(std::move(command));
+    m_context.commands->execute(std::move(command), CORV_TR_KEY("Edit.AddRack"));
     return m_context.project->find_rack(id) ? id : QUuid();
 }
 
@@ -198,7 +198,8 @@ bool RacksPanelViewModel::rename_rack(const QUuid &rack, const QString &name)
     model::Rack *r = m_context.project ? m_context.project->find_rack(rack) : nullptr;
     if (!r || !m_context.commands || r->name() == name)
         return false;
-    m_context.commands->execute(std::make_unique<engine::RenameRackCommand>(m_context.project, rack, name));
+    m_context.commands->execute(std::make_unique<engine::RenameRackCommand>(m_context.project, rack, name),
+                                CORV_TR_KEY("Edit.RenameRack"));
     return true;
 }
 
@@ -207,7 +208,8 @@ bool RacksPanelViewModel::set_rack_enabled(const QUuid &rack, bool enabled)
     model::Rack *r = m_context.project ? m_context.project->find_rack(rack) : nullptr;
     if (!r || !m_context.commands || r->is_enabled() == enabled)
         return false;
-    m_context.commands->execute(std::make_unique<engine::SetRackEnabledCommand>(m_context.project, rack, enabled));
+    m_context.commands->execute(std::make_unique<engine::SetRackEnabledCommand>(m_context.project, rack, enabled),
+                                enabled ? CORV_TR_KEY("Edit.EnableRack") : CORV_TR_KEY("Edit.DisableRack"));
     return true;
 }
 
@@ -223,11 +225,12 @@ bool RacksPanelViewModel::set_racks_enabled(const QList<QUuid> &racks, bool enab
     }
     if (composite->empty())
         return false;
-    m_context.commands->execute(std::move(composite));
+    m_context.commands->execute(std::move(composite),
+                                enabled ? CORV_TR_KEY("Edit.EnableRack") : CORV_TR_KEY("Edit.DisableRack"));
     return true;
 }
 
-bool RacksPanelViewModel::remove_racks(const QList<QUuid> &racks)
+bool RacksPanelViewModel::remove_racks(const QList<QUuid> &racks, const char *name)
 {
     if (!m_context.project || !m_context.commands)
         return false;
@@ -238,7 +241,7 @@ bool RacksPanelViewModel::remove_racks(const QList<QUuid> &racks)
     }
     if (composite->empty())
         return false;
-    m_context.commands->execute(std::move(composite));
+    m_context.commands->execute(std::move(composite), name);
     return true;
 }
 
@@ -260,7 +263,8 @@ bool RacksPanelViewModel::move_racks(const QList<QUuid> &racks, int dest_row)
     }
     if (moves.empty())
         return false;
-    m_context.commands->execute(std::make_unique<engine::MoveRacksCommand>(m_context.project, std::move(moves)));
+    m_context.commands->execute(std::make_unique<engine::MoveRacksCommand>(m_context.project, std::move(moves)),
+                                CORV_TR_KEY("Edit.MoveRack"));
     return true;
 }
 
@@ -294,7 +298,8 @@ bool RacksPanelViewModel::move_nodes_to_rack(const QList<QUuid> &nodes, const QU
     }
     if (moves.empty())
         return false;
-    m_context.commands->execute(std::make_unique<engine::MoveNodesCommand>(project, std::move(moves)));
+    m_context.commands->execute(std::make_unique<engine::MoveNodesCommand>(project, std::move(moves)),
+                                CORV_TR_KEY("Edit.MoveNode"));
     return true;
 }
 
@@ -322,7 +327,7 @@ bool RacksPanelViewModel::can_paste(const QMimeData *data)
     return data && data->hasFormat(QString::fromLatin1(kRackListXmlMime));
 }
 
-QList<QUuid> RacksPanelViewModel::paste_racks(const QMimeData *data, int row)
+QList<QUuid> RacksPanelViewModel::paste_racks(const QMimeData *data, int row, const char *name)
 {
     if (!m_context.project || !m_context.commands || !can_paste(data))
         return {};
@@ -333,7 +338,7 @@ QList<QUuid> RacksPanelViewModel::paste_racks(const QMimeData *data, int row)
     if (!command)
         return {};
     const QList<QUuid> before = m_context.project->profile()->ids();
-    m_context.commands->execute(std::move(command));
+    m_context.commands->execute(std::move(command), name);
     QList<QUuid> pasted;
     for (const QUuid &id : m_context.project->profile()->ids()) {
         if (!before.contains(id))
@@ -479,7 +484,7 @@ bool RacksPanelViewModel::dropMimeData(const QMimeData *data, Qt::DropAction act
     if (row < 0 && parent.isValid())
         row = parent.row();
     if (action == Qt::CopyAction)
-        return !paste_racks(data, row).isEmpty();
+        return !paste_racks(data, row, CORV_TR_KEY("Edit.CopyRack")).isEmpty();
     QDataStream stream(data->data(QString::fromLatin1(kModelRowsMime)));
     int count = 0;
     stream >> count;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "locale/keys.h"
+
 #include <QAbstractListModel>
 #include <QTimer>
 #include <QList>
@@ -86,8 +88,9 @@ public:
     bool set_rack_enabled(const QUuid &rack, bool enabled);
     // The same for several racks, as one undo step.
     bool set_racks_enabled(const QList<QUuid> &racks, bool enabled);
-    // Removes the racks with all their nodes, as one undo step.
-    bool remove_racks(const QList<QUuid> &racks);
+    // Removes the racks with all their nodes, as one undo step named `name`
+    // (a cut names it "Edit.CutRack").
+    bool remove_racks(const QList<QUuid> &racks, const char *name = CORV_TR_KEY("Edit.DeleteRack"));
     // Moves the racks (any order given) to stand together at dest_row.
     bool move_racks(const QList<QUuid> &racks, int dest_row);
 
@@ -100,7 +103,9 @@ public:
     QMimeData *copy_racks(const QList<QUuid> &racks) const;
     // Pastes a rack list document at row (-1: the end); the pasted racks get
     // fresh ids where the project already uses theirs. Returns their ids.
-    QList<QUuid> paste_racks(const QMimeData *data, int row = -1);
+    // `name` names the undo step (a copy by dragging is "Edit.CopyRack").
+    QList<QUuid> paste_racks(const QMimeData *data, int row = -1,
+                             const char *name = CORV_TR_KEY("Edit.PasteRack"));
     static bool can_paste(const QMimeData *data);
 
     // Looks at every rack's status and tells the views of those that changed.

@@ -168,7 +168,7 @@ private Q_SLOTS:
     void init() { fail_on_warnings(); }
 
     // A new edit drops the redo tail; undo and redo at the ends do nothing
-    // and announce nothing.
+    // and announce nothing. Each entry keeps its edit's name both ways.
     void history()
     {
         QStringList state, trace;
@@ -177,17 +177,24 @@ private Q_SLOTS:
         manager.undo();
         manager.redo();
         QCOMPARE(changed.count(), 0);
-        manager.execute(std::make_unique<Word>(state, trace, "first"));
+        manager.execute(std::make_unique<Word>(state, trace, "first"), "One");
         manager.redo();
         QCOMPARE(changed.count(), 1);
-        manager.execute(std::make_unique<Word>(state, trace, "second"));
+        manager.execute(std::make_unique<Word>(state, trace, "second"), "Two");
         manager.undo();
         QVERIFY(manager.can_redo());
+        QCOMPARE(manager.undo_name(), QByteArray("One"));
+        QCOMPARE(manager.redo_name(), QByteArray("Two"));
+        manager.execute(std::make_unique<Batch>([] {}), "Nothing"); // changes nothing
+        QCOMPARE(manager.redo_name(), QByteArray("Two"));
         manager.execute(std::make_unique<Word>(state, trace, "third"));
         QCOMPARE(manager.history_size(), std::size_t(2));
         QVERIFY(!manager.can_redo());
+        QCOMPARE(manager.undo_name(), QByteArray());
+        QCOMPARE(manager.redo_name(), QByteArray());
         for (int i = 0; i < 3; ++i)
             manager.undo();
+        QCOMPARE(manager.redo_name(), QByteArray("One"));
         QVERIFY(state.isEmpty());
         QCOMPARE(manager.index(), std::size_t(0));
         QCOMPARE(changed.count(), 6);
@@ -205,12 +212,13 @@ private Q_SLOTS:
         engine::CommandManager manager;
         manager.execute(std::make_unique<Word>(state, trace, "outer", [&] {
             QVERIFY(manager.is_recording());
-            manager.execute(std::make_unique<Word>(state, trace, "inner1"));
+            manager.execute(std::make_unique<Word>(state, trace, "inner1"), "Inner");
             manager.execute(std::make_unique<Batch>([] {})); // changes nothing
             manager.execute(std::make_unique<Word>(state, trace, "inner2"));
-        }));
+        }), "Outer");
         QVERIFY(!manager.is_recording());
         QCOMPARE(manager.history_size(), std::size_t(1));
+        QCOMPARE(manager.undo_name(), QByteArray("Outer"));
         manager.undo();
         QVERIFY(state.isEmpty());
         manager.redo();
@@ -235,8 +243,9 @@ private Q_SLOTS:
         QVERIFY(!manager.has_pending());
         QSignalSpy changed(&manager, &engine::CommandManager::changed);
         for (int v : {1, 2, 3})
-            write("a", v);
+            manager.set_value("a", model::Value::integer(v), true, v == 1 ? "Run" : "Later");
         QCOMPARE(manager.history_size(), std::size_t(1));
+        QCOMPARE(manager.undo_name(), QByteArray("Run"));
         QVERIFY(manager.has_pending());
         QCOMPARE(changed.count(), 3);
         manager.commit_pending();

@@ -3,6 +3,7 @@
 #include "app/builtin_plugin.h"
 #include "cui/property_surface.h"
 #include "locale/locale_list.h"
+#include "locale/translate.h"
 #include "model/property.h"
 
 #include <QLoggingCategory>
@@ -19,6 +20,8 @@ PanelRig::PanelRig()
     install_builtin_nodes();
     m_plugins.add_builtin(builtin_plugin_entry_points(), QStringLiteral(CORV_TEST_RUNTIME_DIR));
     m_plugins.initialize(registry);
+    // The panels speak English here, whatever language a stored preference names.
+    locale::apply_language_preference(locale::default_language_position());
 }
 
 PanelRig::~PanelRig()

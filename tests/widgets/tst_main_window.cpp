@@ -224,6 +224,7 @@ private Q_SLOTS:
                                     "Action.Edit",
                                     "&View",
                                     "Menu.View.Activity",
+                                    "Menu.View.Hotkeys",
                                     "&Help",
                                     "Menu.Help.CurrentLogFile",
                                     "Menu.Help.OpenLogDirectory",
@@ -446,21 +447,37 @@ private Q_SLOTS:
         QVERIFY(m_projects->is_modified());
     }
 
-    // Undo and Redo follow the history and act on it.
+    // Undo and Redo follow the history and act on it, and say what they
+    // undo and redo, in the language of the moment.
     void undo_redo()
     {
         QAction *undo = m_window->action(Action::Undo);
         QAction *redo = m_window->action(Action::Redo);
         QVERIFY(!undo->isEnabled());
         QVERIFY(!redo->isEnabled());
-        add_rack(QStringLiteral("A"));
+        QCOMPARE(undo->text(), QStringLiteral("Undo"));
+        QVERIFY(m_window->racks_panel()->add_action()->isEnabled());
+        m_window->racks_panel()->add_action()->trigger();
+        QCOMPARE(rack_count(), 1u);
         QVERIFY(undo->isEnabled());
+        QCOMPARE(undo->text(), QStringLiteral("Undo Add Rack"));
         undo->trigger();
         QCOMPARE(rack_count(), 0);
         QVERIFY(!undo->isEnabled());
         QVERIFY(redo->isEnabled());
+        QCOMPARE(undo->text(), QStringLiteral("Undo"));
+        QCOMPARE(redo->text(), QStringLiteral("Redo Add Rack"));
+        QVERIFY(locale::apply_language_preference(locale::locale_list().index_of("de-DE")));
+        QEvent change(QEvent::LanguageChange);
+        QCoreApplication::sendEvent(m_window.get(), &change);
+        QCOMPARE(redo->text(), QStringLiteral("Wiederholen: Rack hinzufügen"));
+        QVERIFY(locale::apply_language_preference(locale::default_language_position()));
+        QCoreApplication::sendEvent(m_window.get(), &change);
         redo->trigger();
         QCOMPARE(rack_count(), 1);
+        // An edit given no name says only "Undo".
+        add_rack(QStringLiteral("A"));
+        QCOMPARE(undo->text(), QStringLiteral("Undo"));
         // A new project brings a new, empty history.
         BoxAnswerer box(QMessageBox::Discard);
         m_window->action(Action::New)->trigger();

@@ -1,8 +1,9 @@
 // The main window on a private X server (run under Xvfb) with real mouse and
 // keyboard input from xdotool: a rack and a node chosen by clicking, the
-// on-custom node's trigger button pressed, the display node showing the
-// event, Ctrl+S writing the file; then the built corvane started on the
-// project, saved with Ctrl+S and quit with Ctrl+Q.
+// on-custom node's trigger button pressed, the event's row in the activity
+// panel (opened with its shortcut) naming its rack and node, the display
+// node showing the event, Ctrl+S writing the file; then the built corvane
+// started on the project, saved with Ctrl+S and quit with Ctrl+Q.
 
 #include "app/builtin_plugin.h"
 #include "cui/property_surface.h"
@@ -10,6 +11,8 @@
 #include "engine/node_registry.h"
 #include "persistence/project_manager.h"
 #include "sdk/plugin_list.h"
+#include "widgets/activity_panel.h"
+#include "widgets/activity_view_model.h"
 #include "widgets/main_window.h"
 #include "widgets/node_panel.h"
 #include "widgets/rack_panel.h"
@@ -18,6 +21,8 @@
 #include "widgets/racks_panel_view_model.h"
 
 #include <QAbstractItemView>
+#include <QDockWidget>
+#include <QTableView>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -169,6 +174,13 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QTest::qWait(200);
 
+        // The activity panel from the keyboard, before anything happens.
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+a")}));
+        QTRY_VERIFY(window.activity_dock()->isVisible());
+        QTest::qWait(100);
+
         // The rack by mouse: its node tree opens.
         widgets::RacksPanel *racks = window.racks_panel();
         click(&window, row_point(racks->list(), racks->list()->model()->index(1, 0)));
@@ -184,6 +196,23 @@ private Q_SLOTS:
         QTRY_VERIFY((trigger = window.node_panel()->surface_view()->findChild<QPushButton *>()));
         QTRY_VERIFY(trigger->isVisible());
         click(&window, trigger->mapToGlobal(trigger->rect().center()));
+
+        // The activity panel lists the event where it arrived: the display
+        // node of "Buttons", with its keys.
+        const QAbstractItemModel *activity = window.activity_panel()->view()->model();
+        const auto activity_rows = [activity] {
+            QStringList rows;
+            for (int row = 0; row < activity->rowCount(); ++row) {
+                QStringList cells;
+                for (int column = widgets::ActivityViewModel::RackColumn;
+                     column < widgets::ActivityViewModel::ColumnCount; ++column)
+                    cells << activity->index(row, column).data().toString();
+                rows << cells.join(u'|');
+            }
+            return rows;
+        };
+        QTRY_COMPARE(activity_rows(), QStringList{QStringLiteral("Buttons|Display|greeting: hello")});
+        QCOMPARE(activity->index(0, 0).data(widgets::ActivityViewModel::NodeIdRole).toUuid(), QUuid(kDisplay));
 
         // The display node shows what the trigger sent.
         click(&window, row_point(rack->tree(), rack->view_model()->index_of(QUuid(kDisplay))));
@@ -254,6 +283,12 @@ private Q_SLOTS:
             else if (line.startsWith("Y="))
                 origin.setY(line.mid(2).toInt());
         }
+        // The activity dock open as in the first test, so that the panels
+        // stand where they stood there.
+        QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"),
+                         QString::fromLatin1(window)}));
+        QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+a")}));
+        QTest::qWait(300);
         for (const QPoint &offset : std::as_const(m_clicks)) {
             click_at(origin + offset);
             QTest::qWait(150);

@@ -4,22 +4,28 @@
 
 #include "panel_rig.h"
 
-#include "locale/locale_list.h"
-#include "locale/translate.h"
-#include "persistence/project_manager.h"
-#include "sdk/plugin.h"
-#include "sdk/plugin_preferences.h"
-
+#include "cui/property_surface.h"
 #include "engine/activity_tap.h"
+#include "engine/config_manager.h"
 #include "engine/event.h"
 #include "engine/rack_manager.h"
+#include "input/fake_backend.h"
+#include "input/platform.h"
+#include "locale/locale_list.h"
+#include "locale/translate.h"
 #include "persistence/model_commands.h"
+#include "persistence/project_manager.h"
 #include "persistence/property_commands.h"
+#include "sdk/plugin.h"
+#include "sdk/plugin_preferences.h"
 #include "widgets/activity_panel.h"
 #include "widgets/activity_view_model.h"
 #include "widgets/add_node_widget.h"
 #include "widgets/add_node_widget_view_model.h"
+#include "widgets/hotkeys_panel.h"
+#include "widgets/hotkeys_view_model.h"
 #include "widgets/main_window.h"
+#include "widgets/main_window_view_model.h"
 #include "widgets/node_panel.h"
 #include "widgets/node_panel_view_model.h"
 #include "widgets/rack_panel.h"
@@ -40,6 +46,7 @@
 #include <QSpinBox>
 #include <QApplication>
 #include <QClipboard>
+#include <QDockWidget>
 #include <QFrame>
 #include <QGuiApplication>
 #include <QLabel>
@@ -61,13 +68,20 @@ using widgets::RackPanelViewModel;
 
 namespace {
 
-// Undoes `steps` edits and checks the state, then redoes them.
+// Undoes `steps` edits and checks the state, then redoes them. The Edit
+// menu's items name the last edit ("Undo Rename Rack", then "Redo ...").
 void check_undo_redo(engine::CommandManager &commands, int steps, const std::function<QString()> &state,
-                     const QString &before, const QString &after)
+                     const QString &before, const QString &after, const QString &named)
 {
-    for (int i = 0; i < steps; ++i)
+    QCOMPARE(widgets::undo_text(&commands), QStringLiteral("Undo ") + named);
+    for (int i = 0; i < steps; ++i) {
         commands.undo();
+        if (i == 0)
+            QCOMPARE(widgets::redo_text(&commands), QStringLiteral("Redo ") + named);
+    }
     QCOMPARE(state(), before);
+    if (!commands.can_undo())
+        QCOMPARE(widgets::undo_text(&commands), QStringLiteral("Undo"));
     for (int i = 0; i < steps; ++i)
         commands.redo();
     QCOMPARE(state(), after);
@@ -112,6 +126,10 @@ QStringList shown_rows(const QAbstractItemModel &model)
     return rows;
 }
 
+// The hotkeys view's rows for hotkeys_view()'s project as it is built.
+const QStringList kHotkeysOpened{"Ctrl+K|A|On Ctrl+K|on|Also used by On Ctrl+K in B", "J|A|On J|on|",
+                                 "Ctrl+K|B|On Ctrl+K|on|Also used by On Ctrl+K in A", "F5|C|On F5|off|"};
+
 } // namespace
 
 class tst_Panels : public QObject
@@ -143,32 +161,41 @@ private Q_SLOTS:
     void language_from_start_data();
     void language_from_start();
     void live_language_switch();
+    void hotkeys_view_data();
+    void hotkeys_view();
 };
 
 void tst_Panels::racks_edits_data()
 {
     QTest::addColumn<QString>("edit");
     QTest::addColumn<QString>("after");
+    QTest::addColumn<QString>("named");
     // The racks, then the tree of the first rack A.
-    QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C|fork";
-    QTest::newRow("rename in place") << "rename" << "A,Z,C|fork";
-    QTest::newRow("disable") << "disable" << "A,B-,C|fork";
-    QTest::newRow("disable two at once") << "disable two" << "A,B-,C-|fork";
-    QTest::newRow("drag to the end") << "drag" << "B,C,A|fork";
-    QTest::newRow("delete") << "delete" << "A,C|fork";
-    QTest::newRow("copy and paste") << "paste" << "A,A,B,C|fork";
-    QTest::newRow("nodes dragged onto a rack") << "drop nodes" << "A,B,C|";
+    QTest::newRow("add after the selection") << "add" << "A,Rack 1,B,C|fork" << "Add Rack";
+    QTest::newRow("rename in place") << "rename" << "A,Z,C|fork" << "Rename Rack";
+    QTest::newRow("disable") << "disable" << "A,B-,C|fork" << "Disable Rack";
+    QTest::newRow("enable") << "enable" << "A,B,C|fork" << "Enable Rack";
+    QTest::newRow("disable two at once") << "disable two" << "A,B-,C-|fork" << "Disable Rack";
+    QTest::newRow("drag to the end") << "drag" << "B,C,A|fork" << "Move Rack";
+    QTest::newRow("drag with Ctrl copies") << "drag copy" << "A,B,C,A|fork" << "Copy Rack";
+    QTest::newRow("delete") << "delete" << "A,C|fork" << "Delete Rack";
+    QTest::newRow("cut") << "cut" << "A,C|fork" << "Cut Rack";
+    QTest::newRow("copy and paste") << "paste" << "A,A,B,C|fork" << "Paste Rack";
+    QTest::newRow("nodes dragged onto a rack") << "drop nodes" << "A,B,C|" << "Move Node";
 }
 
 void tst_Panels::racks_edits()
 {
     QFETCH(QString, edit);
     QFETCH(QString, after);
+    QFETCH(QString, named);
     PanelRig rig;
     const QUuid a = rig.add_rack(QStringLiteral("A"));
     const QUuid a_node = rig.add_node(a, QStringLiteral("io.marrowfield.fork"));
-    rig.add_rack(QStringLiteral("B"));
+    const QUuid b = rig.add_rack(QStringLiteral("B"));
     rig.add_rack(QStringLiteral("C"));
+    if (edit == u"enable")
+        rig.project.find_rack(b)->set_enabled(false);
     rig.open();
     widgets::RacksPanelViewModel vm;
     vm.set_context(rig.context());
@@ -176,6 +203,8 @@ void tst_Panels::racks_edits()
     widgets::RacksPanel panel(&vm);
     QAbstractItemModel *shown = panel.list()->model();
     QSignalSpy changed(&rig.commands, &engine::CommandManager::changed);
+    const auto state = [&] { return rig.racks() + u'|' + rig.tree(a); };
+    const QString before = state();
 
     const int row = edit == u"add" || edit == u"paste" ? 0 : 1;
     panel.list()->setCurrentIndex(shown->index(row, 0));
@@ -183,8 +212,8 @@ void tst_Panels::racks_edits()
         panel.add_action()->trigger();
     } else if (edit == u"rename") {
         QVERIFY(shown->setData(shown->index(1, 0), QStringLiteral("Z")));
-    } else if (edit == u"disable") {
-        QVERIFY(panel.enabled_action()->isChecked());
+    } else if (edit == u"disable" || edit == u"enable") {
+        QCOMPARE(panel.enabled_action()->isChecked(), edit == u"disable");
         panel.enabled_action()->trigger();
     } else if (edit == u"disable two") {
         panel.list()->selectionModel()->select(shown->index(2, 0), QItemSelectionModel::Select);
@@ -193,8 +222,13 @@ void tst_Panels::racks_edits()
         std::unique_ptr<QMimeData> data(shown->mimeData({shown->index(0, 0)}));
         QVERIFY(data->hasFormat(QString::fromLatin1(widgets::kModelRowsMime)));
         QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, 3, 0, {}));
+    } else if (edit == u"drag copy") {
+        std::unique_ptr<QMimeData> data(shown->mimeData({shown->index(0, 0)}));
+        QVERIFY(shown->dropMimeData(data.get(), Qt::CopyAction, 3, 0, {}));
     } else if (edit == u"delete") {
         panel.delete_action()->trigger();
+    } else if (edit == u"cut") {
+        panel.cut_action()->trigger();
     } else if (edit == u"drop nodes") {
         RackPanelViewModel rack_vm;
         rack_vm.set_context(rig.context());
@@ -216,10 +250,9 @@ void tst_Panels::racks_edits()
         QCOMPARE(nodes.size(), 1);
         QVERIFY(nodes.first() != a_node);
     }
-    const auto state = [&] { return rig.racks() + u'|' + rig.tree(a); };
     QCOMPARE(state(), after);
     QCOMPARE(changed.count(), 1);
-    check_undo_redo(rig.commands, 1, state, QStringLiteral("A,B,C|fork"), after);
+    check_undo_redo(rig.commands, 1, state, before, after, named);
 }
 
 // Each rack's status: running, and when it last took an event in; a rack
@@ -288,19 +321,27 @@ void tst_Panels::rack_edits_data()
     QTest::addColumn<QString>("edit");
     QTest::addColumn<int>("steps");
     QTest::addColumn<QString>("after");
+    QTest::addColumn<QString>("named");
     // Both racks: "fork[delay stop] custom | delay".
-    QTest::newRow("add inside the current node") << "add inside" << 1 << "fork[delay stop stop] custom | delay";
-    QTest::newRow("add inside a childless node") << "add into custom" << 1 << "fork[delay stop] custom[stop] | delay";
-    QTest::newRow("add at the top level") << "add top" << 1 << "fork[delay stop] custom stop | delay";
-    QTest::newRow("replace keeps the children") << "replace" << 1 << "delay[delay stop] custom | delay";
-    QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay";
-    QTest::newRow("copy and paste") << "paste" << 1 << "fork[delay stop] fork[delay stop] custom | delay";
-    QTest::newRow("drag within the top level") << "drag first" << 1 << "custom fork[delay stop] | delay";
-    QTest::newRow("drag with Ctrl copies") << "drag copy" << 1 << "custom fork[delay stop] custom | delay";
-    QTest::newRow("drag onto a node") << "drag into" << 1 << "fork[delay stop custom] | delay";
-    QTest::newRow("drag a child out") << "drag out" << 1 << "fork[stop] custom delay | delay";
+    QTest::newRow("add inside the current node")
+        << "add inside" << 1 << "fork[delay stop stop] custom | delay" << "Add Node";
+    QTest::newRow("add inside a childless node")
+        << "add into custom" << 1 << "fork[delay stop] custom[stop] | delay" << "Add Node";
+    QTest::newRow("add at the top level") << "add top" << 1 << "fork[delay stop] custom stop | delay" << "Add Node";
+    QTest::newRow("replace keeps the children")
+        << "replace" << 1 << "delay[delay stop] custom | delay" << "Replace Node";
+    QTest::newRow("delete a child and a node") << "delete" << 1 << "fork[stop] | delay" << "Delete Node";
+    QTest::newRow("cut") << "cut" << 1 << "custom | delay" << "Cut Node";
+    QTest::newRow("copy and paste")
+        << "paste" << 1 << "fork[delay stop] fork[delay stop] custom | delay" << "Paste Node";
+    QTest::newRow("drag within the top level")
+        << "drag first" << 1 << "custom fork[delay stop] | delay" << "Move Node";
+    QTest::newRow("drag with Ctrl copies")
+        << "drag copy" << 1 << "custom fork[delay stop] custom | delay" << "Copy Node";
+    QTest::newRow("drag onto a node") << "drag into" << 1 << "fork[delay stop custom] | delay" << "Move Node";
+    QTest::newRow("drag a child out") << "drag out" << 1 << "fork[stop] custom delay | delay" << "Move Node";
     QTest::newRow("cut, then paste twice in another rack")
-        << "cut across" << 3 << "custom | delay fork[delay stop] fork[delay stop]";
+        << "cut across" << 3 << "custom | delay fork[delay stop] fork[delay stop]" << "Paste Node";
 }
 
 void tst_Panels::rack_edits()
@@ -308,6 +349,7 @@ void tst_Panels::rack_edits()
     QFETCH(QString, edit);
     QFETCH(int, steps);
     QFETCH(QString, after);
+    QFETCH(QString, named);
     PanelRig rig;
     const QUuid r1 = rig.add_rack(QStringLiteral("One"));
     const QUuid fork = rig.add_node(r1, QStringLiteral("io.marrowfield.fork"));
@@ -371,6 +413,9 @@ void tst_Panels::rack_edits()
         panel.select_node(delay);
         panel.tree()->selectionModel()->select(vm.index_of(custom), QItemSelectionModel::Select);
         panel.delete_action()->trigger();
+    } else if (edit == u"cut") {
+        panel.select_node(fork);
+        panel.cut_action()->trigger();
     } else if (edit == u"paste") {
         panel.select_node(fork);
         panel.copy_action()->trigger();
@@ -407,7 +452,7 @@ void tst_Panels::rack_edits()
     }
     QCOMPARE(state(), after);
     QCOMPARE(changed.count(), steps);
-    check_undo_redo(rig.commands, steps, state, before, after);
+    check_undo_redo(rig.commands, steps, state, before, after, named);
     // The rows follow the model through all of it.
     if (vm.rack() == r1)
         QCOMPARE(model->rowCount(), int(rig.project.find_rack(r1)->top_level()->count()));
@@ -732,6 +777,7 @@ void tst_Panels::node_panel()
         QVERIFY(!boxes.isEmpty());
         boxes.first()->setValue(2);
         QVERIFY(QTest::qWaitFor([&] { return rig.commands.can_undo(); }, 1000));
+        QCOMPARE(widgets::undo_text(&rig.commands), QStringLiteral("Undo Change Node"));
         // The type names the node by its delay now: name and type in the title.
         QVERIFY(QTest::qWaitFor([&] { return panel.windowTitle().contains(u" h "); }, 2000));
         QVERIFY(panel.windowTitle().endsWith(u"(Delay)"));
@@ -966,6 +1012,143 @@ void tst_Panels::live_language_switch()
         QCOMPARE(buttons.button(QDialogButtonBox::Cancel)->text(), probe.translate("QPlatformTheme", "Cancel"));
     }
     window.rack_panel()->add_node_popup()->hide();
+}
+
+void tst_Panels::hotkeys_view_data()
+{
+    QTest::addColumn<QString>("edit");
+    QTest::addColumn<QStringList>("after");
+    const QStringList &opened = kHotkeysOpened;
+    QTest::newRow("as opened") << "" << opened;
+    QTest::newRow("rack renamed, not through the history")
+        << "rename" << QStringList{"Ctrl+K|A|On Ctrl+K|on|Also used by On Ctrl+K in Z", "J|A|On J|on|",
+                                   "Ctrl+K|Z|On Ctrl+K|on|Also used by On Ctrl+K in A", "F5|C|On F5|off|"};
+    QTest::newRow("rack enabled") << "enable" << QStringList{opened[0], opened[1], opened[2], "F5|C|On F5|on|"};
+    QTest::newRow("hotkey changed")
+        << "change" << QStringList{"Ctrl+K|A|On Ctrl+K|on|", "J|A|On J|on|", "Ctrl+L|B|On Ctrl+L|on|", opened[3]};
+    QTest::newRow("node added") << "add" << (QStringList(opened) << "(none)|C|On Hotkey|off|");
+    QTest::newRow("node deleted") << "delete" << QStringList{"J|A|On J|on|", "Ctrl+K|B|On Ctrl+K|on|", opened[3]};
+    QTest::newRow("deleted and undone") << "undo" << opened;
+}
+
+// The hotkeys dock of the main window over a project with several racks:
+// one row per On Hotkey node, a hotkey used twice marked on both, the rows
+// following the project, and a double-click selecting the node.
+void tst_Panels::hotkeys_view()
+{
+    QFETCH(QString, edit);
+    QFETCH(QStringList, after);
+    auto keyboard = std::make_shared<input::FakeKeyboard>();
+    input::set_backend_factory([keyboard] { return keyboard->make_backend(); });
+    PanelRig rig; // the built-in node set
+    engine::ProjectManager projects(rig.registry);
+    projects.set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
+        cui::install_node_surfaces(runtime, &commands);
+    });
+    projects.new_project();
+    model::Project *project = projects.project();
+    engine::CommandManager *commands = projects.commands();
+    const auto rack = [&](const char *name, std::size_t index) {
+        auto add = std::make_unique<engine::AddRackCommand>(project, index, QString::fromLatin1(name));
+        const QUuid id = add->rack_id();
+        commands->execute(std::move(add));
+        return id;
+    };
+    const auto hotkey = [&](const QUuid &in, const QUuid &parent, const char *text) {
+        auto add = std::make_unique<engine::AddNodeCommand>(
+            project, engine::NodePlace{in, parent, project->children_of(in, parent)->count()},
+            QStringLiteral("io.marrowfield.onhotkey"));
+        const QUuid id = add->node_id();
+        commands->execute(std::move(add));
+        if (text)
+            commands->execute(std::make_unique<engine::SetNodePropertyCommand>(
+                project, id, QStringLiteral("!hotkey"), model::Value::string(text)));
+        return id;
+    };
+    const QUuid a = rack("A", 0);
+    const QUuid a_k = hotkey(a, {}, "Ctrl+K");
+    auto fork = std::make_unique<engine::AddNodeCommand>(project, engine::NodePlace{a, {}, 1},
+                                                         QStringLiteral("io.marrowfield.fork"));
+    const QUuid a_fork = fork->node_id();
+    commands->execute(std::move(fork));
+    const QUuid a_j = hotkey(a, a_fork, "J");
+    const QUuid b = rack("B", 1);
+    const QUuid b_k = hotkey(b, {}, "Ctrl+K");
+    const QUuid c = rack("C", 2);
+    hotkey(c, {}, "F5");
+    commands->execute(std::make_unique<engine::SetRackEnabledCommand>(project, c, false));
+
+    widgets::MainWindowContext context;
+    context.projects = &projects;
+    widgets::MainWindow window(context);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QAction *toggle = window.action(widgets::MainWindow::Action::Hotkeys);
+    QCOMPARE(toggle->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+H")));
+    toggle->trigger();
+    QVERIFY(window.hotkeys_dock()->isVisible());
+    widgets::HotkeysViewModel *model = window.hotkeys_panel()->view_model();
+    QVERIFY(model->is_listening());
+    QAbstractItemModelTester tester(model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    // "hotkey|rack|node|on or off|tooltip", the tooltip of a hotkey used twice naming the others.
+    const auto rows = [model] {
+        QStringList shown;
+        for (int row = 0; row < model->rowCount(); ++row) {
+            const auto cell = [&](int column, int role = Qt::DisplayRole) {
+                return model->index(row, column).data(role);
+            };
+            const bool on = cell(widgets::HotkeysViewModel::EnabledColumn, Qt::CheckStateRole).value<Qt::CheckState>() ==
+                            Qt::Checked;
+            const QString tip = cell(0, Qt::ToolTipRole).toString();
+            const bool marked = cell(0, widgets::HotkeysViewModel::DuplicateRole).toBool() &&
+                                !cell(0, Qt::DecorationRole).value<QIcon>().isNull();
+            shown << QStringList{cell(0).toString(), cell(1).toString(), cell(2).toString(),
+                                 on ? QStringLiteral("on") : QStringLiteral("off"),
+                                 marked == !tip.isEmpty() ? tip : QStringLiteral("mark without tooltip")}
+                         .join(u'|');
+        }
+        return shown.join(u'\n');
+    };
+    QTRY_COMPARE(rows(), kHotkeysOpened.join(u'\n'));
+    if (edit == u"rename") {
+        project->find_rack(b)->set_name(QStringLiteral("Z"));
+    } else if (edit == u"enable") {
+        QVERIFY(window.racks_panel()->view_model()->set_rack_enabled(c, true));
+    } else if (edit == u"change") {
+        commands->execute(std::make_unique<engine::SetNodePropertyCommand>(project, b_k, QStringLiteral("!hotkey"),
+                                                                           model::Value::string("Ctrl+L")));
+    } else if (edit == u"add") {
+        hotkey(c, {}, nullptr);
+    } else if (edit == u"delete" || edit == u"undo") {
+        window.racks_panel()->view_model()->set_selected_rack(a);
+        QVERIFY(window.rack_panel()->view_model()->remove_nodes({a_k}));
+        if (edit == u"undo") {
+            QTRY_COMPARE(model->rowCount(), 3);
+            window.action(widgets::MainWindow::Action::Undo)->trigger();
+        }
+    }
+    QTRY_COMPARE(rows(), after.join(u'\n'));
+
+    // A double-click goes to the node: its rack and it are selected.
+    QTableView *view = window.hotkeys_panel()->view();
+    QModelIndex j;
+    for (int row = 0; row < view->model()->rowCount(); ++row) {
+        if (view->model()->index(row, 0).data(widgets::HotkeysViewModel::NodeIdRole).toUuid() == a_j)
+            j = view->model()->index(row, widgets::HotkeysViewModel::NodeColumn);
+    }
+    QVERIFY(j.isValid());
+    window.racks_panel()->view_model()->set_selected_rack(c);
+    view->scrollTo(j);
+    // The press before the double-click, as a mouse gives it.
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(j).center());
+    QCOMPARE(window.racks_panel()->view_model()->selected_rack(), c);
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(j).center());
+    QCOMPARE(window.racks_panel()->view_model()->selected_rack(), a);
+    QCOMPARE(window.rack_panel()->current_node(), a_j);
+    // Closed, the table no longer follows the project.
+    toggle->trigger();
+    QVERIFY(!model->is_listening());
+    input::set_backend_factory({});
 }
 
 int main(int argc, char **argv)
