@@ -7,12 +7,21 @@
 #include "model/node.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace corv::engine {
 
 namespace {
 // Lists longer than this find their records through a hash.
 constexpr std::size_t kIndexFrom = 16;
+
+// QUuid's own == compares its last eight bytes one at a time; a hop asks
+// twice, so compare the sixteen bytes at once.
+inline bool same_id(const QUuid &a, const QUuid &b)
+{
+    static_assert(sizeof(QUuid) == 16);
+    return std::memcmp(&a, &b, sizeof(QUuid)) == 0;
+}
 } // namespace
 
 struct ChildrenEventRouter::Child {
@@ -156,7 +165,7 @@ ChildrenEventRouter::Child *ChildrenEventRouter::child_at(qsizetype index, const
 {
     if (index < m_at.size()) {
         Child *cached = m_at.at(index);
-        if (cached && cached->id == id)
+        if (cached && same_id(cached->id, id))
             return cached;
     }
     Child *child = find(id);
@@ -175,12 +184,12 @@ qsizetype ChildrenEventRouter::index_of(Child &child) const
     const QList<QUuid> &ids = m_children->ids();
     const qsizetype n = ids.size();
     const qsizetype hint = child.hint;
-    if (hint < n && ids.at(hint) == child.id)
+    if (hint < n && same_id(ids.at(hint), child.id))
         return hint;
     // One insertion or removal ahead of the child moves it by one.
-    if (hint + 1 < n && ids.at(hint + 1) == child.id)
+    if (hint + 1 < n && same_id(ids.at(hint + 1), child.id))
         return child.hint = hint + 1;
-    if (hint > 0 && hint - 1 < n && ids.at(hint - 1) == child.id)
+    if (hint > 0 && hint - 1 < n && same_id(ids.at(hint - 1), child.id))
         return child.hint = hint - 1;
     const qsizetype found = ids.indexOf(child.id);
     if (found < 0)

@@ -1,6 +1,7 @@
 #include "engine/event.h"
 
 #include <QCoreApplication>
+#include <QMetaMethod>
 
 #if defined(__SANITIZE_THREAD__)
 #define CORV_THREAD_SANITIZER 1
@@ -41,23 +42,28 @@ void taking_over(const QEvent *event)
 
 } // namespace
 
+namespace {
+// Neither keys nor values are ever null: a null byte array stands for "".
+const QByteArray &not_null(const QByteArray &bytes)
+{
+    static const QByteArray empty("");
+    return bytes.isNull() ? empty : bytes;
+}
+} // namespace
+
 void EventData::set(const QByteArray &key, const QByteArray &value)
 {
-    // Neither keys nor values are ever null: a null byte array becomes "".
-    const QByteArray stored_key = key.isNull() ? QByteArray("") : key;
-    const QByteArray stored_value = value.isNull() ? QByteArray("") : value;
-    auto it = m_values.find(stored_key);
-    if (it != m_values.end()) {
-        it.value() = stored_value;
-        return;
-    }
-    m_values.insert(stored_key, stored_value);
-    m_keys.append(stored_key);
+    const QByteArray &stored_key = not_null(key);
+    // One lookup finds or makes the slot; a new slot is the only null value.
+    QByteArray &slot = m_values[stored_key];
+    if (slot.isNull())
+        m_keys.append(stored_key);
+    slot = not_null(value);
 }
 
 const QByteArray *EventData::find(const QByteArray &key) const
 {
-    auto it = m_values.constFind(key.isNull() ? QByteArray("") : key);
+    auto it = m_values.constFind(not_null(key));
     return it == m_values.cend() ? nullptr : &it.value();
 }
 
@@ -111,6 +117,13 @@ EventSink::EventSink(QObject *parent) : QObject(parent)
 
 EventSink::~EventSink() = default;
 
+void EventSink::connectNotify(const QMetaMethod &signal)
+{
+    if (signal == QMetaMethod::fromSignal(&EventSink::event_received))
+        m_received_wired.store(true, std::memory_order_relaxed);
+    QObject::connectNotify(signal);
+}
+
 void EventSink::post(EventSink *sink, const EventScope &event)
 {
     if (!sink)
@@ -125,7 +138,8 @@ bool EventSink::event(QEvent *event)
     taking_over(event); // before anything of it is read
     if (event->type() == SinkEvent::event_type) {
         EventScope &scope = static_cast<SinkEvent *>(event)->event();
-        Q_EMIT event_received(scope);
+        if (m_received_wired.load(std::memory_order_relaxed))
+            Q_EMIT event_received(scope);
         if (m_receiver)
             m_receiver->sink_received(this, scope);
         return true;

@@ -10,6 +10,8 @@
 #include <QMetaType>
 #include <QObject>
 
+#include <atomic>
+
 namespace corv::engine {
 
 // One event: string keys to string values (UTF-8 bytes, any content), keys in
@@ -178,8 +180,14 @@ public:
 Q_SIGNALS:
     void event_received(const corv::engine::EventScope &event);
 
+protected:
+    void connectNotify(const QMetaMethod &signal) override;
+
 private:
     Receiver *m_receiver = nullptr;
+    // Set once anything connects to event_received: until then a delivery
+    // skips the signal.
+    std::atomic<bool> m_received_wired{false};
 };
 
 // Registers EventScope with Qt's meta-type system (also under the plain name

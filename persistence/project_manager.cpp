@@ -301,11 +301,14 @@ bool ProjectManager::open(const QString &path)
         Q_EMIT error_occurred(title, body);
         return false;
     }
-    const QByteArray document = file.readAll();
-    file.close();
-
     auto next = std::make_unique<OpenProject>();
-    const ReadResult result = read_project(document, *next->project);
+    // The file's bytes are dropped before the runtime is built, so the two
+    // never share the peak.
+    const ReadResult result = [&file, &next] {
+        const QByteArray document = file.readAll();
+        file.close();
+        return read_project(document, *next->project);
+    }();
     if (result != ReadResult::Ok) {
         const QString body = read_failure_body(result);
         qCWarning(lc_persistence, "%s: %s", qUtf8Printable(title), qUtf8Printable(body));
