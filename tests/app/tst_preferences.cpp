@@ -106,6 +106,45 @@ private Q_SLOTS:
         QCOMPARE(stored(application(), "minimizetotray").to_bool(), true);
     }
 
+    // The general page: each setting with its label, in its group under the
+    // group's heading.
+    void general_page_fields_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("group"); // heading; empty: at the top
+        QTest::newRow("language") << "language" << "PreferencesWindow.LanguageField" << "";
+        QTest::newRow("update check") << "updatecheck" << "PreferencesWindow.CheckForUpdatesField" << "";
+        QTest::newRow("tray") << "minimizetotray" << "PreferencesWindow.MinimizeToTray" << "";
+        QTest::newRow("versions") << "saveversions" << "PreferencesWindow.SaveVersions" << "";
+        QTest::newRow("autosave") << "autosave" << "PreferencesWindow.AutoSaveEnabled" << "PreferencesWindow.AutoSave";
+        QTest::newRow("autosave minutes") << "autosaveminutes" << "PreferencesWindow.AutoSaveMinutes"
+                                          << "PreferencesWindow.AutoSave";
+        QTest::newRow("poll rate") << "inputpollms" << "PreferencesWindow.InputPollRate" << "PreferencesWindow.Advanced";
+        QTest::newRow("input gap") << "inputgapms" << "PreferencesWindow.InputGap" << "PreferencesWindow.Advanced";
+    }
+
+    void general_page_fields()
+    {
+        QFETCH(QString, key);
+        QFETCH(QString, label);
+        QFETCH(QString, group);
+        widgets::PreferencesWindowViewModel model(*m_plugins);
+        const cui::Surface *page = model.page_surface(0)->surface();
+        cui::Field *field = page->field(key);
+        QVERIFY(field);
+        QCOMPARE(field->label(), locale::translate(label.toLatin1().constData()));
+        QString heading;
+        for (const QString &id : page->declared_ids() + page->anonymous_ids()) {
+            if (const auto *box = page->element_as<cui::GroupContainer>(id)) {
+                if (box->children().contains(field))
+                    heading = box->title();
+                QVERIFY2(!box->title().isEmpty(), qPrintable(id));
+            }
+        }
+        QCOMPARE(heading, group.isEmpty() ? QString() : locale::translate(group.toLatin1().constData()));
+    }
+
     // Values of another type are not taken; a signal only for a change.
     void config_reads_exact_types()
     {

@@ -513,32 +513,53 @@ private Q_SLOTS:
         QCOMPARE(f.surface->pending(), 0);
     }
 
+    // The writes of one run are one undo step in the fields whose edits come
+    // in runs, one step each in the others; a write of its own ends the run
+    // and never joins the step before it.
+    void undo_merges_runs_data()
+    {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QList<Value>>("values"); // each unlike the one before
+        QTest::addColumn<bool>("merges");
+        QTest::newRow("file path") << "!path" << QList<Value>{Value::string("a"), Value::string("ab"), Value::string("abc")} << true;
+        QTest::newRow("slider") << "!level" << QList<Value>{Value::integer(1), Value::integer(2), Value::integer(3)} << true;
+        QTest::newRow("float") << "!ratio" << QList<Value>{Value::floating(1.5), Value::floating(2.5), Value::floating(3.5)} << true;
+        QTest::newRow("hotkey") << "!hotkey" << QList<Value>{Value::string("Ctrl+A"), Value::string("Ctrl+B"), Value::string("Ctrl+C")} << true;
+        QTest::newRow("select") << "test.mode" << QList<Value>{Value::integer(10), Value::integer(30), Value::integer(20)} << false;
+        QTest::newRow("checkbox") << "!extra_on" << QList<Value>{Value::boolean(true), Value::boolean(false), Value::boolean(true)} << false;
+        QTest::newRow("line text") << "!name" << QList<Value>{Value::string("x"), Value::string("y"), Value::string("z")} << false;
+    }
+
     void undo_merges_runs()
     {
+        QFETCH(QString, id);
+        QFETCH(QList<Value>, values);
+        QFETCH(bool, merges);
         PanelFixture f;
         f.surface->rebuild();
-        auto *name = f.field<cui::FilePickerField>(QStringLiteral("!path"));
-        for (const char *text : {"a", "ab", "abc"})
-            name->write(Value::string(text));
-        QCOMPARE(f.commands.history_size(), std::size_t(1));
-        name->end_run();
-        name->write(Value::string("next run"));
-        QCOMPARE(f.commands.history_size(), std::size_t(2));
-        // Fields without runs make a step per write.
-        auto *mode = f.field<cui::SelectField>(QStringLiteral("test.mode"));
-        mode->choose_row(0);
-        mode->choose_row(2);
-        QCOMPARE(f.commands.history_size(), std::size_t(4));
+        // An earlier edit of another field: a run never joins it.
+        f.field<cui::SelectField>(QStringLiteral("test.mode"))->choose_row(id == "test.mode" ? 1 : 2);
+        f.field<cui::Field>(id == "!level" ? QStringLiteral("!ratio") : QStringLiteral("!level"))
+            ->write(Value::integer(9));
+        cui::Field *field = f.field<cui::Field>(id);
+        QVERIFY(field);
+        const Value original = f.stored(id);
+        const std::size_t before = f.commands.history_size();
+        field->write(values.at(0));
+        field->write(values.at(1));
+        QCOMPARE(field->is_merging(), merges);
+        QCOMPARE(f.commands.history_size(), before + (merges ? 1 : 2));
+        field->write_once(values.at(2));
+        QVERIFY(!field->is_merging());
+        field->write(values.at(1)); // a new run
+        QCOMPARE(f.commands.history_size(), before + (merges ? 3 : 4));
+        QCOMPARE(f.stored(id), values.at(1));
         f.commands.undo();
+        QCOMPARE(f.stored(id), values.at(2));
         f.commands.undo();
-        QCOMPARE(f.stored(QStringLiteral("test.mode")), Value::integer(20));
+        QCOMPARE(f.stored(id), values.at(1));
         f.commands.undo();
-        QCOMPARE(f.stored(QStringLiteral("!path")), Value::string("abc"));
-        f.commands.undo();
-        QCOMPARE(f.stored(QStringLiteral("!path")), Value::string(""));
-        QVERIFY(f.settle());
-        QCOMPARE(QByteArray(f.panel.path), QByteArray(""));
-        QCOMPARE(mode->current_row(), 1);
+        QCOMPARE(f.stored(id), merges ? original : values.at(0));
     }
 
     void file_choice_is_its_own_step()

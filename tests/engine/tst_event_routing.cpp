@@ -2,12 +2,15 @@
 // nodes see events, returns to parents, transparent nodes, disabled racks,
 // copy-on-write between clones, and edits while events are in flight.
 
+#include "engine/activity_trace.h"
 #include "engine/children_router.h"
 #include "engine/node_manager.h"
 #include "engine/rack_manager.h"
 #include "test_nodes.h"
 
 #include <QCoreApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMap>
 #include <QSignalSpy>
 #include <QThread>
@@ -413,6 +416,49 @@ private Q_SLOTS:
         settle();
         QCOMPARE(trace.triggered, QStringList{"A"});
         QCOMPARE(trace.returned.size(), 1);
+    }
+
+    // A trace line is one JSON object that reads back to the same texts:
+    // quotes, backslashes and every control character escaped.
+    void trace_lines_read_back_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("plain") << QByteArray("door open");
+        QTest::newRow("quote and backslash") << QByteArray("say \"hi\" C:\\dir\\");
+        QTest::newRow("line breaks and tab") << QByteArray("a\nb\r\nc\td");
+        QByteArray controls;
+        for (char c = 1; c < 0x20; ++c)
+            controls += c;
+        QTest::newRow("every control character") << controls;
+        QTest::newRow("delete and beyond ASCII") << QByteArray("\x7f caf\xc3\xa9 \xe2\x82\xac");
+        QTest::newRow("empty") << QByteArray();
+    }
+
+    void trace_lines_read_back()
+    {
+        QFETCH(QByteArray, text);
+        Fixture f;
+        const QUuid rack = f.add_rack(QString::fromUtf8(text));
+        const QUuid node = f.add_node(rack, mark_type, QStringLiteral("N"));
+        f.open();
+        EventScope event;
+        event.set("first", text);
+        event.set(text + "key", "v");
+        const ActivityHop hop{1732451234567, f.runtime->find_rack_manager(rack), f.runtime->find_node_manager(node),
+                              &event};
+        std::string line;
+        ActivityTrace::format(hop, line);
+        QVERIFY(line.size() > 0 && line.back() == '\n');
+        QCOMPARE(std::count(line.begin(), line.end(), '\n'), std::ptrdiff_t(1));
+        QJsonParseError error;
+        const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(line), &error).object();
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        QCOMPARE(object.value(QStringLiteral("time")).toInteger(), qint64(1732451234567));
+        QCOMPARE(object.value(QStringLiteral("rack")).toString(), QString::fromUtf8(text));
+        const QJsonObject data = object.value(QStringLiteral("event")).toObject();
+        QCOMPARE(data.keys().size(), qsizetype(2));
+        QCOMPARE(data.value(QStringLiteral("first")).toString(), QString::fromUtf8(text));
+        QCOMPARE(data.value(QString::fromUtf8(text + "key")).toString(), QStringLiteral("v"));
     }
 };
 

@@ -287,6 +287,50 @@ private Q_SLOTS:
         QCOMPARE(seen_build_data, nullptr);
     }
 
+    // A type with a panel gets its surface when created; one without gets it
+    // the first time it is asked for, wired to the instance, and only once.
+    void property_surface_made_once_data()
+    {
+        QTest::addColumn<bool>("has_build");
+        QTest::addColumn<bool>("factory_gives_one");
+        QTest::newRow("type with a panel") << true << true;
+        QTest::newRow("type without a panel") << false << true;
+        QTest::newRow("factory without a surface") << false << false;
+    }
+
+    void property_surface_made_once()
+    {
+        QFETCH(bool, has_build);
+        QFETCH(bool, factory_gives_one);
+        Fixture f;
+        int made = 0;
+        RecordingSurface *surface = nullptr;
+        f.runtime = std::make_unique<ProjectRuntime>(f.project, f.registry);
+        f.runtime->set_surface_factory([&](NodeManager &) -> PropertySurface * {
+            ++made;
+            return factory_gives_one ? surface = new RecordingSurface : nullptr;
+        });
+        NodeRegistration registration(f.registry, f.plugin);
+        corv_node_type type{};
+        type.id = "test.panel";
+        type.create = [](corv_node *node) -> void * { return node; };
+        if (has_build)
+            type.build = [](void *, cui_generate_context *) {};
+        registration.register_node(&type);
+        registration.commit();
+        const QUuid a = f.add_node(f.add_rack(QStringLiteral("R")), "test.panel", QStringLiteral("A"));
+        f.runtime->open();
+        NodeManager *manager = f.runtime->find_node_manager(a);
+        QCOMPARE(made, has_build ? 1 : 0);
+        for (int ask = 0; ask < 2; ++ask) {
+            PropertySurface *asked = manager->surface();
+            QCOMPARE(asked, static_cast<PropertySurface *>(surface));
+            QCOMPARE(made, 1);
+        }
+        if (surface)
+            QCOMPARE(surface->owners, QList<NodeInstance *>{manager->instance()});
+    }
+
     void rack_manager_follows_its_rack()
     {
         Fixture f;

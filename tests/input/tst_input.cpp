@@ -70,6 +70,26 @@ QString records_text(const std::vector<KeyRecord> &records)
     return parts.join(u' ');
 }
 
+// A German-like layout: Y and Z swapped, an umlaut key, '"' on Shift+2,
+// and no key for ';' (the key table answers for it).
+class LayoutBackend : public KeyboardBackend
+{
+public:
+    bool snapshot(KeySet &, const KeySet &, std::vector<KeyRecord> *) override { return false; }
+    bool send(const KeyRecord *, std::size_t) override { return false; }
+    std::int32_t scan_char(char32_t ch) override
+    {
+        switch (ch) {
+        case U'z': return 'Y';
+        case U'y': return 'Z';
+        case U'\u00e4': return 0xDE;
+        case U'"': return 0x100 | '2';
+        case U'k': return 'K';
+        default: return -1;
+        }
+    }
+};
+
 } // namespace
 
 class TstInput : public QObject
@@ -446,6 +466,39 @@ private Q_SLOTS:
         QVERIFY(injector.wait_idle(1000));
         QCOMPARE(records_text(g_keyboard->sent()), QStringLiteral("v112 v113 ^113 ^112"));
         injector.set_queue_limit(KeyInjector::kDefaultQueueLimit);
+    }
+
+    // Characters are read through the layout of the desktop, asked once;
+    // named keys and characters it has no key for through the key table.
+    void hotkey_text_through_the_layout_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<Hotkey>("hotkey");
+        QTest::newRow("swapped letter") << "Ctrl+Z" << Hotkey{'Y', kCtrlBit};
+        QTest::newRow("lower case letter") << "Ctrl+y" << Hotkey{'Z', kCtrlBit};
+        QTest::newRow("letter of the layout only") << "Alt+\u00e4" << Hotkey{0xDE, kAltBit};
+        QTest::newRow("shifted in the layout") << "\"" << Hotkey{'2', kShiftBit};
+        QTest::newRow("same in both") << "Ctrl+K" << Hotkey{'K', kCtrlBit};
+        QTest::newRow("named key") << "Shift+F5" << Hotkey{0x74, kShiftBit};
+        QTest::newRow("no key in the layout") << "Ctrl+;" << Hotkey{0xBA, kCtrlBit};
+        QTest::newRow("nowhere") << "Ctrl+\u20ac" << Hotkey{0xffff, 0xffff};
+    }
+    void hotkey_text_through_the_layout()
+    {
+        QFETCH(QString, text);
+        QFETCH(Hotkey, hotkey);
+        int made = 0;
+        set_backend_factory([&made] {
+            ++made;
+            return std::unique_ptr<KeyboardBackend>(new LayoutBackend);
+        });
+        const QByteArray utf8 = text.toUtf8();
+        const Hotkey first = parse(utf8.constData());
+        const Hotkey again = parse(utf8.constData());
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        QCOMPARE(first, hotkey);
+        QCOMPARE(again, hotkey);
+        QCOMPARE(made, 1);
     }
 
     // Without any X11 display (a Wayland session without XWayland) there is

@@ -13,6 +13,8 @@
 
 using namespace fixtures;
 using engine::NodePlace;
+using MakeCommand = std::function<engine::CommandPtr(model::Project *)>;
+Q_DECLARE_METATYPE(MakeCommand)
 
 namespace {
 
@@ -363,6 +365,104 @@ private Q_SLOTS:
         QCOMPARE(snapshot(project), before);
         QVERIFY(manager.can_redo() && manager.index() == 0);
         QCOMPARE(changed.count(), 0);
+    }
+
+    // An edit that changes nothing records nothing, announces nothing and
+    // keeps an undone step redoable; its changing twin is one undoable step.
+    void edits_that_change_nothing_record_nothing_data()
+    {
+        QTest::addColumn<MakeCommand>("make");
+        QTest::addColumn<bool>("changes");
+        using namespace engine;
+        const auto node_key = [](model::Project *p) { return p->find_node(make_id(10))->properties().keys().first(); };
+        const auto row = [](const char *name, bool changes, MakeCommand make) {
+            QTest::newRow(name) << make << changes;
+        };
+        row("enable an enabled rack", false,
+            [](model::Project *p) { return std::make_unique<SetRackEnabledCommand>(p, make_id(1), true); });
+        row("disable an enabled rack", true,
+            [](model::Project *p) { return std::make_unique<SetRackEnabledCommand>(p, make_id(1), false); });
+        row("disable a disabled rack", false, [](model::Project *p) {
+            p->find_rack(make_id(1))->set_enabled(false);
+            return std::make_unique<SetRackEnabledCommand>(p, make_id(1), false);
+        });
+        row("enable a disabled rack", true, [](model::Project *p) {
+            p->find_rack(make_id(1))->set_enabled(false);
+            return std::make_unique<SetRackEnabledCommand>(p, make_id(1), true);
+        });
+        row("enable a missing rack", false,
+            [](model::Project *p) { return std::make_unique<SetRackEnabledCommand>(p, make_id(99), false); });
+        row("rename to its own name", false,
+            [](model::Project *p) { return std::make_unique<RenameRackCommand>(p, make_id(1), "A"); });
+        row("rename", true, [](model::Project *p) { return std::make_unique<RenameRackCommand>(p, make_id(1), "a"); });
+        row("property to its own value", false, [=](model::Project *p) {
+            return std::make_unique<SetNodePropertyCommand>(p, make_id(10), node_key(p), model::Value::integer(10));
+        });
+        row("property to another value", true, [=](model::Project *p) {
+            return std::make_unique<SetNodePropertyCommand>(p, make_id(10), node_key(p), model::Value::integer(11));
+        });
+        row("none to a missing key", false, [](model::Project *p) {
+            return std::make_unique<SetNodePropertyCommand>(p, make_id(10), "t.missing", model::Value());
+        });
+        row("property of a missing node", false, [](model::Project *p) {
+            return std::make_unique<SetNodePropertyCommand>(p, make_id(99), "t.x", model::Value::integer(1));
+        });
+        row("remove a missing rack", false,
+            [](model::Project *p) { return std::make_unique<RemoveRackCommand>(p, make_id(99)); });
+        row("add a rack past the end", false,
+            [](model::Project *p) { return std::make_unique<AddRackCommand>(p, 4, "D"); });
+        row("add a rack at the end", true,
+            [](model::Project *p) { return std::make_unique<AddRackCommand>(p, 3, "D"); });
+        row("remove a node past the end", false, [](model::Project *p) {
+            return std::make_unique<RemoveNodeCommand>(p, NodePlace{make_id(1), QUuid(), 2});
+        });
+        row("remove the last node", true, [](model::Project *p) {
+            return std::make_unique<RemoveNodeCommand>(p, NodePlace{make_id(1), QUuid(), 1});
+        });
+        row("add a node past the end", false, [](model::Project *p) {
+            return std::make_unique<AddNodeCommand>(p, NodePlace{make_id(1), QUuid(), 3}, "t");
+        });
+        row("add a node at the end", true, [](model::Project *p) {
+            return std::make_unique<AddNodeCommand>(p, NodePlace{make_id(1), QUuid(), 2}, "t");
+        });
+        row("add a node into a missing rack", false, [](model::Project *p) {
+            return std::make_unique<AddNodeCommand>(p, NodePlace{make_id(99), QUuid(), 0}, "t");
+        });
+        row("racks moved out of range", false, [](model::Project *p) {
+            return std::make_unique<MoveRacksCommand>(p, std::vector<Move>{{3, 0}, {0, 4}});
+        });
+        row("a rack moved to the end", true, [](model::Project *p) {
+            return std::make_unique<MoveRacksCommand>(p, std::vector<Move>{{0, 3}});
+        });
+        row("a node into its own subtree", false, [](model::Project *p) {
+            return std::make_unique<MoveNodesCommand>(
+                p, std::vector<NodeMove>{{{make_id(1), QUuid(), 0}, {make_id(1), make_id(12), 0}}});
+        });
+        row("a node moved past the end", false, [](model::Project *p) {
+            return std::make_unique<MoveNodesCommand>(
+                p, std::vector<NodeMove>{{{make_id(1), QUuid(), 2}, {make_id(2), QUuid(), 0}}});
+        });
+    }
+
+    void edits_that_change_nothing_record_nothing()
+    {
+        QFETCH(MakeCommand, make);
+        QFETCH(bool, changes);
+        model::Project project;
+        fill(project);
+        engine::CommandManager manager;
+        manager.execute(std::make_unique<engine::RenameRackCommand>(&project, make_id(3), "undone"));
+        manager.undo();
+        engine::CommandPtr command = make(&project);
+        const Snapshot before = snapshot(project);
+        QSignalSpy changed(&manager, &engine::CommandManager::changed);
+        manager.execute(std::move(command));
+        QCOMPARE(changed.count(), changes ? 1 : 0);
+        QCOMPARE(manager.can_redo(), !changes);
+        QCOMPARE(manager.can_undo(), changes);
+        QCOMPARE(snapshot(project) == before, !changes);
+        manager.undo();
+        QCOMPARE(snapshot(project), before);
     }
 
     // Random edits, undos and redos; after each step the state equals the one

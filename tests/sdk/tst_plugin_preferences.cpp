@@ -18,6 +18,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 
 using namespace corv;
 using namespace corv::engine;
@@ -169,8 +170,18 @@ private Q_SLOTS:
         QCOMPARE(corv_store_get_int(saved.store_handle(), "count"), 7);
     }
 
+    // From the main thread or a plugin's worker: many calls, one rebuild on
+    // a later turn of the loop; a later call schedules the next one.
+    void invalidations_merge_into_one_rebuild_data()
+    {
+        QTest::addColumn<bool>("from_worker");
+        QTest::newRow("main thread") << false;
+        QTest::newRow("worker thread") << true;
+    }
+
     void invalidations_merge_into_one_rebuild()
     {
+        QFETCH(bool, from_worker);
         PluginFolder plugins;
         PluginList list;
         Plugin *plugin = list.load_folder(plugins.add(test_plugin(good), good));
@@ -178,20 +189,27 @@ private Q_SLOTS:
         PluginPreferences *preferences = plugin->preferences();
         QSignalSpy rebuilds(preferences, &PluginPreferences::rebuild_requested);
         QSignalSpy list_rebuilds(&list, &PluginList::preferences_rebuild_requested);
+        const auto invalidate = [&](int times) {
+            const auto calls = [&] {
+                for (int i = 0; i < times; ++i)
+                    corv_plugin_invalidate_preferences(plugin->handle());
+            };
+            if (!from_worker)
+                return calls();
+            std::unique_ptr<QThread> worker(QThread::create(calls));
+            worker->start();
+            QVERIFY(worker->wait());
+        };
 
-        for (int i = 0; i < 3; ++i)
-            corv_plugin_invalidate_preferences(plugin->handle());
-        QVERIFY(preferences->is_rebuild_requested());
-        QVERIFY(preferences->is_rebuild_scheduled());
+        invalidate(3);
+        QCOMPARE(preferences->is_rebuild_scheduled(), !from_worker); // a worker's call waits for the loop
         QCOMPARE(rebuilds.count(), 0); // not before the next turn of the loop
-
         QTRY_COMPARE(rebuilds.count(), 1);
         QVERIFY(!preferences->is_rebuild_scheduled());
         QCOMPARE(list_rebuilds.count(), 1);
         QCOMPARE(list_rebuilds.first().first().value<Plugin *>(), plugin);
 
-        // A later call schedules the next one.
-        corv_plugin_invalidate_preferences(plugin->handle());
+        invalidate(1);
         QTRY_COMPARE(rebuilds.count(), 2);
         QTest::qWait(20);
         QCOMPARE(rebuilds.count(), 2);

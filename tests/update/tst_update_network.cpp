@@ -777,15 +777,86 @@ private slots:
                                QStringLiteral(" to .*/corvupdate\\.\\w+/") +
                                QRegularExpression::escape(platform::update_host_file_name()) +
                                QStringLiteral(": ")));
+        // What an earlier start left to clean up stays listed before it.
+        const QString earlier = folder.filePath(QStringLiteral("earlier"));
+        QVERIFY(QDir().mkpath(earlier));
+        settings.setValue(QStringLiteral("Updates/CleanupFiles"), QStringList{earlier});
         QVERIFY(!hand_off(request, settings));
         const QStringList left =
             settings.value(QStringLiteral("Updates/CleanupFiles")).toStringList();
-        QCOMPARE(left.size(), 1);
-        QVERIFY(QFileInfo(left[0]).isDir());
-        QTest::ignoreMessage(QtInfoMsg,
-                             qUtf8Printable(QStringLiteral("updater: cleaned up ") + left[0]));
+        QCOMPARE(left.size(), 2);
+        QCOMPARE(left[0], earlier);
+        QVERIFY(QFileInfo(left[1]).isDir());
         clean_up_after_update(settings);
-        QVERIFY(!QFileInfo::exists(left[0]));
+        QVERIFY(!QFileInfo::exists(left[0]) && !QFileInfo::exists(left[1]));
+    }
+
+    // What an update left behind goes at the next start: a folder with all
+    // in it, a file, a link (never what it points to); the log of a failed
+    // update is kept first, and without a place to keep it its folder stays
+    // listed for the next start.
+    void clean_up_leftovers_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("logs_folder");
+        QTest::addColumn<bool>("stays"); // still there and listed afterwards
+        QTest::newRow("finished folder") << "folder" << true << false;
+        QTest::newRow("file") << "file" << false << false;
+        QTest::newRow("gone already") << "missing" << false << false;
+        QTest::newRow("link to a folder") << "link" << false << false;
+        QTest::newRow("link to a failed update's folder") << "failed link" << true << false;
+        QTest::newRow("failed update, log kept") << "failed" << true << false;
+        QTest::newRow("failed update, nowhere to keep the log") << "failed" << false << true;
+    }
+
+    void clean_up_leftovers()
+    {
+        QFETCH(QString, kind);
+        QFETCH(bool, logs_folder);
+        QFETCH(bool, stays);
+        QTemporaryDir dir;
+        QDir root(dir.path());
+        QVERIFY(root.mkpath(QStringLiteral("target/sub")));
+        write_file(root.filePath(QStringLiteral("target/sub/f.txt")), "data");
+        const bool failed = kind.startsWith(QStringLiteral("failed"));
+        if (failed) {
+            write_file(root.filePath(QStringLiteral("target/updatehost.log")), "the log");
+            write_file(root.filePath(QString::fromLatin1(kUpdateFailedMarker).prepend("target/")), "");
+        }
+        const QString target = root.filePath(QStringLiteral("target"));
+        QString path = target;
+        if (kind == QLatin1StringView("file"))
+            path = root.filePath(QStringLiteral("target/sub/f.txt"));
+        else if (kind == QLatin1StringView("missing"))
+            path = root.filePath(QStringLiteral("nothing"));
+        else if (kind.endsWith(QStringLiteral("link"))) {
+#ifdef Q_OS_WIN
+            QSKIP("symbolic links need privileges on Windows");
+#endif
+            path = root.filePath(QStringLiteral("link"));
+            QVERIFY(QFile::link(target, path));
+        }
+        QSettings settings(root.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
+        settings.setValue(QStringLiteral("Updates/CleanupFiles"), QStringList{path});
+        const QString logs = logs_folder ? root.filePath(QStringLiteral("logs")) : QString();
+        const QRegularExpression not_installed(QStringLiteral("^updater: the last update was not installed; see "));
+        for (int call = kind == QLatin1StringView("failed") ? (stays ? 0 : 1) : 2; call < 2; ++call)
+            QTest::ignoreMessage(QtWarningMsg, not_installed);
+        const QString kept = clean_up_after_update(settings, logs);
+
+        QCOMPARE(QFileInfo::exists(path) || QFileInfo(path).isSymLink(), stays);
+        QCOMPARE(settings.value(QStringLiteral("Updates/CleanupFiles")).toStringList(),
+                 stays ? QStringList{path} : QStringList());
+        const bool through_link = kind.endsWith(QStringLiteral("link"));
+        QCOMPARE(QFileInfo::exists(root.filePath(QStringLiteral("target/sub/f.txt"))),
+                 through_link || stays || kind == QLatin1StringView("missing"));
+        QCOMPARE(kept.isEmpty(), kind != QLatin1StringView("failed"));
+        if (!kept.isEmpty()) {
+            QCOMPARE(read_file(kept), QByteArray("the log"));
+            QCOMPARE(QFileInfo(kept).absolutePath(), stays ? target : logs);
+        }
+        // Nothing listed: nothing to do, and nothing said.
+        QCOMPARE(clean_up_after_update(settings, logs).isEmpty(), !stays);
     }
 };
 

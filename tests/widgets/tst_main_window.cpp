@@ -17,6 +17,7 @@
 #include "widgets/about_window.h"
 #include "widgets/activity_panel.h"
 #include "widgets/activity_view_model.h"
+#include "widgets/log_view_model.h"
 #include "widgets/main_window.h"
 #include "widgets/main_window_view_model.h"
 #include "widgets/rack_panel.h"
@@ -26,6 +27,7 @@
 
 #include <QAbstractButton>
 #include <QAction>
+#include <QBrush>
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
@@ -706,6 +708,65 @@ private Q_SLOTS:
         QCOMPARE(m_window->racks_panel()->view_model()->selected_rack(), second);
         QCOMPARE(m_window->rack_panel()->view_model()->title(), QStringLiteral("Rack: A"));
         QCOMPARE(m_window->splitter()->sizes(), sizes);
+    }
+
+    // Log lines arrive from any thread, in order; warnings and errors are
+    // marked, the rest plain.
+    void log_lines_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QColor>("foreground"); // invalid: none
+        QTest::addColumn<QColor>("background");
+        QTest::newRow("debug") << int(QtDebugMsg) << QColor() << QColor();
+        QTest::newRow("info") << int(QtInfoMsg) << QColor() << QColor();
+        QTest::newRow("warning") << int(QtWarningMsg) << QColor(0x8a, 0x50, 0x00) << QColor(0xff, 0xf4, 0xd6);
+        QTest::newRow("critical") << int(QtCriticalMsg) << QColor(0xb0, 0x00, 0x20) << QColor(0xfd, 0xe2, 0xe4);
+        QTest::newRow("fatal") << int(QtFatalMsg) << QColor(0xb0, 0x00, 0x20) << QColor(0xfd, 0xe2, 0xe4);
+    }
+
+    void log_lines()
+    {
+        QFETCH(int, type);
+        QFETCH(QColor, foreground);
+        QFETCH(QColor, background);
+        widgets::LogViewModel log;
+        std::thread writer([&] {
+            log.add(QtInfoMsg, QStringLiteral("first"));
+            log.add(QtMsgType(type), QStringLiteral("second"));
+        });
+        writer.join();
+        QCOMPARE(log.rowCount(), 0); // not before the model's thread takes them
+        QTRY_COMPARE(log.rowCount(), 2);
+        const QModelIndex row = log.index(1);
+        QCOMPARE(row.data().toString(), QStringLiteral("second"));
+        QCOMPARE(row.data(widgets::LogViewModel::TypeRole).toInt(), type);
+        const auto color = [&](int role) {
+            const QVariant brush = row.data(role);
+            return brush.isValid() ? brush.value<QBrush>().color() : QColor();
+        };
+        QCOMPARE(color(Qt::ForegroundRole), foreground);
+        QCOMPARE(color(Qt::BackgroundRole), background);
+        QVERIFY(!log.index(0).data(Qt::ForegroundRole).isValid());
+        QVERIFY(!log.index(2).data().isValid());
+    }
+
+    // Past its capacity the log lets the oldest lines go.
+    void log_keeps_the_latest_lines()
+    {
+        widgets::LogViewModel log;
+        QList<std::pair<QtMsgType, QString>> lines;
+        for (int i = 0; i < widgets::LogViewModel::kCapacity; ++i)
+            lines.append({QtInfoMsg, QString::number(i)});
+        log.append(lines);
+        log.append({});
+        QCOMPARE(log.rowCount(), widgets::LogViewModel::kCapacity);
+        QSignalSpy removed(&log, &QAbstractItemModel::rowsRemoved);
+        log.append({{QtInfoMsg, QStringLiteral("a")}, {QtWarningMsg, QStringLiteral("b")}});
+        QCOMPARE(log.rowCount(), widgets::LogViewModel::kCapacity);
+        QCOMPARE(removed.count(), 1);
+        QCOMPARE(removed.first().at(2).toInt(), 1); // rows 0 and 1 went
+        QCOMPARE(log.index(0).data().toString(), QStringLiteral("2"));
+        QCOMPARE(log.index(widgets::LogViewModel::kCapacity - 1).data().toString(), QStringLiteral("b"));
     }
 };
 

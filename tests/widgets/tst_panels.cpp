@@ -4,6 +4,7 @@
 
 #include "panel_rig.h"
 
+#include "app/builtin_plugin.h"
 #include "cui/property_surface.h"
 #include "engine/activity_tap.h"
 #include "engine/config_manager.h"
@@ -28,6 +29,8 @@
 #include "widgets/main_window_view_model.h"
 #include "widgets/node_panel.h"
 #include "widgets/node_panel_view_model.h"
+#include "widgets/preferences_window.h"
+#include "widgets/preferences_window_view_model.h"
 #include "widgets/rack_panel.h"
 #include "widgets/rack_panel_view_model.h"
 #include "widgets/racks_panel.h"
@@ -55,6 +58,8 @@
 #include <QMimeData>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QSignalSpy>
 #include <QSortFilterProxyModel>
 #include <QTableView>
@@ -67,6 +72,27 @@ using namespace corv;
 using widgets::RackPanelViewModel;
 
 namespace {
+
+// The program's preferences page and, where built, a plugin's page.
+struct PreferencesPlugins
+{
+    PreferencesPlugins()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        locale::set_application_dir(QStringLiteral(CORV_TEST_RUNTIME_DIR));
+        plugins.add_builtin(builtin_plugin_entry_points(), QStringLiteral(CORV_TEST_RUNTIME_DIR));
+#ifdef CORV_TEST_PREFS_PLUGIN
+        plugins.load_folder(QStringLiteral(CORV_TEST_PREFS_PLUGIN));
+#endif
+        plugins.initialize(registry);
+    }
+    static QString settings_file()
+    {
+        return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/settings.ini");
+    }
+    engine::NodeRegistry registry;
+    engine::PluginList plugins;
+};
 
 // Undoes `steps` edits and checks the state, then redoes them. The Edit
 // menu's items name the last edit ("Undo Rename Rack", then "Redo ...").
@@ -163,6 +189,9 @@ private Q_SLOTS:
     void live_language_switch();
     void hotkeys_view_data();
     void hotkeys_view();
+    void preferences_window_opens_the_remembered_page_data();
+    void preferences_window_opens_the_remembered_page();
+    void preferences_window_follows_the_language();
 };
 
 void tst_Panels::racks_edits_data()
@@ -570,6 +599,7 @@ void tst_Panels::rows_flash_when_triggered()
 {
     PanelRig rig;
     const QUuid rack = rig.add_rack(QStringLiteral("Flash"));
+    const QUuid other = rig.add_rack(QStringLiteral("Other"));
     const QUuid fork = rig.add_node(rack, QStringLiteral("io.marrowfield.fork"));
     const QUuid stop = rig.add_node(rack, QStringLiteral("io.marrowfield.stop"));
     const QUuid idle = rig.add_node(rack, QStringLiteral("io.marrowfield.delay"));
@@ -580,14 +610,24 @@ void tst_Panels::rows_flash_when_triggered()
     QSignalSpy changed(&vm, &QAbstractItemModel::dataChanged);
     const auto lit = [&](const QUuid &id) { return vm.index_of(id).data(RackPanelViewModel::FlashRole).toBool(); };
 
-    // Many events in one turn light each row they reach once.
-    for (int i = 0; i < 1000; ++i)
-        engine::EventSink::post(rig.runtime->find_rack_manager(rack)->sink(), engine::EventScope());
-    QVERIFY(QTest::qWaitFor([&] { return lit(fork) && lit(stop); }, 1000));
-    QVERIFY(!lit(idle));
-    QCOMPARE(changed.count(), 1);
-    QVERIFY(QTest::qWaitFor([&] { return !lit(fork) && !lit(stop); }, 1000));
-    QCOMPARE(changed.count(), 2);
+    // Many events in one turn light each row they reach once; a row that
+    // went dark lights again with the next event, also after the panel
+    // showed another rack in the middle of a flash.
+    for (int round = 0; round < 3; ++round) {
+        changed.clear();
+        for (int i = 0; i < 1000; ++i)
+            engine::EventSink::post(rig.runtime->find_rack_manager(rack)->sink(), engine::EventScope());
+        QVERIFY(QTest::qWaitFor([&] { return lit(fork) && lit(stop); }, 1000));
+        QVERIFY(!lit(idle));
+        QCOMPARE(changed.count(), 1);
+        if (round == 1) {
+            vm.set_rack(other);
+            vm.set_rack(rack);
+        }
+        QVERIFY(QTest::qWaitFor([&] { return !lit(fork) && !lit(stop); }, 1000));
+        if (round != 1)
+            QCOMPARE(changed.count(), 2);
+    }
 }
 
 void tst_Panels::activity_rows_data()
@@ -1149,6 +1189,55 @@ void tst_Panels::hotkeys_view()
     toggle->trigger();
     QVERIFY(!model->is_listening());
     input::set_backend_factory({});
+}
+
+// The page open last time opens again while it is there; the list's
+// "Plugins" heading is no page, and anything else opens the first page.
+void tst_Panels::preferences_window_opens_the_remembered_page_data()
+{
+    QTest::addColumn<QVariant>("remembered");
+    QTest::addColumn<int>("page");
+    QTest::newRow("first page") << QVariant(0) << 0;
+    QTest::newRow("plugins heading") << QVariant(1) << 0;
+    QTest::newRow("plugin page") << QVariant(2) << 1;
+    QTest::newRow("gone") << QVariant(3) << 0;
+    QTest::newRow("negative") << QVariant(-1) << 0;
+    QTest::newRow("nothing remembered") << QVariant() << 0;
+}
+
+void tst_Panels::preferences_window_opens_the_remembered_page()
+{
+    QFETCH(QVariant, remembered);
+    QFETCH(int, page);
+    PreferencesPlugins p;
+    if (page > 0 && p.plugins.count() < 2)
+        QSKIP("the plugin with a preferences page is not built");
+    {
+        QSettings settings(PreferencesPlugins::settings_file(), QSettings::IniFormat);
+        settings.setValue(QStringLiteral("PreferencesWindow/OpenPanel"), remembered);
+        if (!remembered.isValid())
+            settings.remove(QStringLiteral("PreferencesWindow/OpenPanel"));
+    }
+    widgets::PreferencesWindow window(new widgets::PreferencesWindowViewModel(p.plugins));
+    QCOMPARE(window.current_page(), qsizetype(page));
+    window.reject();
+}
+
+// A language change reaches an open window: its texts follow.
+void tst_Panels::preferences_window_follows_the_language()
+{
+    PreferencesPlugins p;
+    const qsizetype german = locale::locale_list().display_names().indexOf(QStringLiteral("Deutsch (Deutschland)"));
+    QVERIFY(german >= 0);
+    widgets::PreferencesWindow window(new widgets::PreferencesWindowViewModel(p.plugins));
+    const QString english = window.windowTitle();
+    for (qsizetype language : {german, locale::default_language_position()}) {
+        QVERIFY(locale::apply_language_preference(language));
+        QEvent change(QEvent::LanguageChange);
+        QCoreApplication::sendEvent(&window, &change);
+        QCOMPARE(window.windowTitle(), language == german ? QStringLiteral("Einstellungen") : english);
+    }
+    window.reject();
 }
 
 int main(int argc, char **argv)
