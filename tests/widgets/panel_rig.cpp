@@ -11,7 +11,7 @@
 
 using namespace corv;
 
-PanelRig::PanelRig()
+PanelRig::PanelRig(bool keep_stored_language)
 {
     QStandardPaths::setTestModeEnabled(true);
     QLoggingCategory::setFilterRules(QStringLiteral("corv.sdk.debug=false\ncorv.sdk.info=false\n"
@@ -20,8 +20,8 @@ PanelRig::PanelRig()
     install_builtin_nodes();
     m_plugins.add_builtin(builtin_plugin_entry_points(), QStringLiteral(CORV_TEST_RUNTIME_DIR));
     m_plugins.initialize(registry);
-    // The panels speak English here, whatever language a stored preference names.
-    locale::apply_language_preference(locale::default_language_position());
+    if (!keep_stored_language)
+        locale::apply_language_preference(locale::default_language_position());
 }
 
 PanelRig::~PanelRig()

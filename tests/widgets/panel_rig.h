@@ -20,7 +20,9 @@
 class PanelRig
 {
 public:
-    PanelRig();
+    // The panels speak English unless keep_stored_language: then the
+    // language a stored preference names applies, as at a program start.
+    explicit PanelRig(bool keep_stored_language = false);
     ~PanelRig();
 
     QUuid add_rack(const QString &name);

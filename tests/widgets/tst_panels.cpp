@@ -944,7 +944,7 @@ void tst_Panels::language_from_start()
     const bool ignored = language == "en-US";
     if (ignored)
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Ignoring the stored language %1: ").arg(stored)));
-    PanelRig rig;
+    PanelRig rig(true);
     auto restore = qScopeGuard([english] {
         store_language(english);
         locale::apply_language_preference(english);
