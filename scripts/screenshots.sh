@@ -2,8 +2,9 @@
 # Takes the screenshots shown in README.md: the main window on the demo
 # project (an event posted from the command line on its display node), the
 # preferences window, the activity panel with the events of a few posts,
-# and the Hotkeys view of a small project with a hotkey used twice. Runs Corvane on a private X server (Xvfb) with
-# private settings, so the user's own are never touched.
+# the Hotkeys view of a small project with a hotkey used twice, and the main
+# window in German. Runs Corvane on a private X server (Xvfb) with private
+# settings, so the user's own are never touched.
 #
 #   ./scripts/screenshots.sh [output folder, default docs/]
 set -euo pipefail
@@ -36,12 +37,15 @@ chmod 700 "$XDG_RUNTIME_DIR"
 
 # Opens on the "Listener" rack with its display node selected.
 demo="$root/examples/demo.corv"
-cat > "$XDG_DATA_HOME/Corvane/settings.ini" <<INI
+first_settings() {
+    cat > "$XDG_DATA_HOME/Corvane/settings.ini" <<INI
 [General]
 LastOpenPath=$demo
 LastOpenRack=aaf0f920-1c13-413e-a333-30f80b5504a9
 LastOpenNode=d9264ae0-c276-4a2f-80d3-97d844f6bd73
 INI
+}
+first_settings
 
 "$corvane" >"$home/corvane.log" 2>&1 &
 pid=$!
@@ -102,4 +106,28 @@ import -window "$window" "$out/hotkeys-view.png"
 xdotool windowfocus --sync "$window" key ctrl+q
 wait "$pid" || true
 pid=
-echo "Wrote main-window.png, preferences-window.png, activity-panel.png and hotkeys-view.png in $out"
+
+# The demo again in German, the language stored in the program's own
+# preferences (the language list is sorted by name: "Deutsch" comes first),
+# with the window as it first opened.
+first_settings
+prefs="$XDG_DATA_HOME/Corvane/plugins/io.marrowfield.corvane"
+mkdir -p "$prefs"
+cat > "$prefs/prefs.xml" <<XML
+<?xml version="1.0" encoding="UTF-8"?>
+<preferences version="1">
+    <prop key="language" type="int">0</prop>
+</preferences>
+XML
+"$corvane" >"$home/corvane-de.log" 2>&1 &
+pid=$!
+window="$(timeout 20 xdotool search --all --sync --onlyvisible --pid "$pid" --name 'demo' | head -n 1)"
+xdotool windowfocus --sync "$window"
+sleep 0.5
+"$corvane" --post news headline="Racks laufen, während Sie arbeiten" from=screenshots >/dev/null
+sleep 0.7
+import -window "$window" "$out/main-window-de.png"
+xdotool windowfocus --sync "$window" key ctrl+q
+wait "$pid" || true
+pid=
+echo "Wrote main-window.png, preferences-window.png, activity-panel.png, hotkeys-view.png and main-window-de.png in $out"
