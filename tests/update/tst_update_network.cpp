@@ -468,6 +468,12 @@ private slots:
             << "^refused " + QRegularExpression::escape(QString::fromLatin1(lib)) +
                    ": a file and a folder of one name$"
             << QStringList();
+        QTest::newRow("a file where a folder is")
+            << gz({library, {"share/", {}, 0755, '5'}, {"share", "x"}}) << 100
+            << "^refused share: a file and a folder of one name$" << QStringList();
+        QTest::newRow("a folder where a file is")
+            << gz({library, {"notes", "x"}, {"notes/", {}, 0755, '5'}}) << 100
+            << "^refused notes: a file and a folder of one name$" << QStringList();
         const QByteArray whole = gz({library, {"big", QByteArray(200000, 'q')}});
         QTest::newRow("truncated") << whole.left(whole.size() / 2) << 100
                                    << "^the archive ends early$" << QStringList();
