@@ -132,7 +132,7 @@ expect_lines() {
             fail "no line \"$line\""
         }
     done
-    if grep -E 'Failed to load plugin|locale: .* = \?\?|Unknown node' "$log" >&2; then
+    if grep -E 'Failed to load plugin|locale: .* = \?\?|Couldn.t find locale file|Unknown node' "$log" >&2; then
         fail "warnings above"
     fi
 }
