@@ -1,4 +1,4 @@
-# corv_add_test(tst_name LABEL folder SOURCES ... LIBS ... [XVFB] [ENV k=v ...])
+# corv_add_test(tst_name LABEL folder... SOURCES ... LIBS ... [XVFB] [ENV k=v ...])
 # Builds a QtTest executable that exports the SDK (so plugins built in the tree
 # resolve against it), registers it with CTest under the folder's label, and
 # runs it on the offscreen platform with private application-data folders
@@ -12,7 +12,7 @@ if(WIN32)
 endif()
 
 function(corv_add_test name)
-    cmake_parse_arguments(ARG "XVFB" "LABEL;TIMEOUT" "SOURCES;LIBS;ENV" ${ARGN})
+    cmake_parse_arguments(ARG "XVFB" "TIMEOUT" "LABEL;SOURCES;LIBS;ENV" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES
         ENABLE_EXPORTS ON
