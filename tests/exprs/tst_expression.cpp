@@ -174,6 +174,38 @@ private Q_SLOTS:
         QCOMPARE(evaluate_uncached(text, keys), result);
     }
 
+    // Every function with the fewest and the most arguments it takes, and
+    // refused with one fewer and one more, naming the count it was given.
+    void argument_counts()
+    {
+        const QByteArray counts = "len:1 upper:1 lower:1 trim:1 substr:2-3 replace:3 contains:2 "
+                                  "startswith:2 endswith:2 find:2 pad:2-3 repeat:2 number:1 abs:1 "
+                                  "floor:1 ceil:1 round:1-2 min:1+ max:1+ pow:2 sqrt:1 clamp:3 "
+                                  "fixed:2 if:3 has:1 default:2 key:1 text:1 now:0 time:1 unix:0";
+        for (const QByteArray &entry : counts.split(' ')) {
+            const QByteArray name = entry.left(entry.indexOf(':'));
+            const QByteArray range = entry.mid(entry.indexOf(':') + 1);
+            const int min = range.left(1).toInt();
+            const int max = range.endsWith('+') ? -1 : range.right(1).toInt();
+            const auto call = [&name](int n) {
+                QByteArray arguments;
+                for (int i = 0; i < n; ++i)
+                    arguments += i ? ", 1" : "1";
+                return "{" + name + "(" + arguments + ")}";
+            };
+            for (int n : {min, max < 0 ? min + 3 : max})
+                evaluate_uncached(call(n), no_keys()); // any warning fails the test
+            for (int n : {min - 1, max < 0 ? -1 : max + 1}) {
+                if (n < 0)
+                    continue;
+                QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("'%1' takes .*, not %2$")
+                                                                          .arg(QString::fromLatin1(name))
+                                                                          .arg(n)));
+                QCOMPARE(evaluate_uncached(call(n), no_keys()), QByteArray());
+            }
+        }
+    }
+
     void time_functions()
     {
         const qint64 before = QDateTime::currentSecsSinceEpoch();
