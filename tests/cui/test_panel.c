@@ -22,7 +22,7 @@ void test_panel_build(void *data, cui_generate_context *context)
     panel->name_invalidated = cui_did_invalidate(context);
     if (panel->debounce_name)
         cui_set_invalidate_mode(context, panel->debounce_name);
-    panel->level = cui_slider(context, "!level", "Level", 5, 0, 100, 3);
+    panel->level = cui_slider(context, "!level", panel->bare_level ? "" : "Level", 5, 0, 100, 3);
     panel->mode = cui_select(context, "mode", "Mode", modes, mode_values, 3, 20);
     panel->reset = cui_button(context, "", "Reset");
     if (panel->reset)

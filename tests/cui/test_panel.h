@@ -26,6 +26,7 @@ typedef struct test_panel {
     bool name_editing;    /* cui_is_editing on "!name" */
     bool name_invalidated; /* cui_did_invalidate on "!name" */
     uint32_t debounce_name; /* triggers to set on "!name"; 0 keeps the default */
+    bool bare_level;      /* "!level" declared without its label */
 } test_panel;
 
 /* The build callback of a node type: data is the test_panel. */

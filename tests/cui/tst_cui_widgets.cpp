@@ -250,6 +250,23 @@ private Q_SLOTS:
         QCOMPARE(extra->maximum(), 10);
         QCOMPARE(extra->value(), 7);
         QCOMPARE(form->rowCount(), 9);
+
+        // A label that goes and comes back beside the same field.
+        QWidget *level = f.cui().element(QStringLiteral("!level"))->widget();
+        QPointer<QLabel> level_label = qobject_cast<QLabel *>(form->labelForField(level));
+        QVERIFY(level_label);
+        f.panel.bare_level = true;
+        f.surface->rebuild();
+        QCOMPARE(f.cui().element(QStringLiteral("!level"))->widget(), level);
+        QVERIFY(!form->labelForField(level));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(!level_label);
+        f.panel.bare_level = false;
+        f.surface->rebuild();
+        level_label = qobject_cast<QLabel *>(form->labelForField(level));
+        QVERIFY(level_label);
+        QCOMPARE(level_label->text(), QStringLiteral("Level"));
+        QTRY_VERIFY(level_label->isVisibleTo(w.view)); // a layout shows what it takes on the next turn
     }
 
     void elements_that_disappear_are_destroyed()
