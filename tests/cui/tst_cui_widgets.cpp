@@ -478,8 +478,12 @@ private Q_SLOTS:
         surface.rebuild();
         QCOMPARE(view->currentIndex(), QModelIndex(current));
         labels[0] = QStringLiteral("A");
+        QSignalSpy changed(view->model(), &QAbstractItemModel::dataChanged); // what repaints the row
         surface.rebuild();
         QCOMPARE(view->model()->index(0, 0).data().toString(), QStringLiteral("A"));
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(changed[0][0].toModelIndex().row(), 0);
+        QCOMPARE(changed[0][1].toModelIndex().row(), 0);
         QVERIFY(current.isValid());
         QCOMPARE(view->currentIndex().row(), 2);
         // Fewer items: the stored row is gone, the first item stands in.
