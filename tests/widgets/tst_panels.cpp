@@ -48,6 +48,7 @@
 #include <QTreeWidget>
 #include <QSpinBox>
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QDockWidget>
 #include <QFrame>
@@ -671,7 +672,12 @@ void tst_Panels::activity_rows()
     QVERIFY(!engine::ActivityTap::active());
     vm.set_listening(true);
     QVERIFY(engine::ActivityTap::active());
-    engine::ActivityTap::set_trace_all(trace_all);
+    // The panel's own switch turns tracing on; a panel made later shows it.
+    auto *trace_box = panel.findChild<QCheckBox *>();
+    QVERIFY(trace_box && !trace_box->isChecked());
+    trace_box->setChecked(trace_all);
+    QCOMPARE(engine::ActivityTap::trace_all(), trace_all);
+    QCOMPARE(widgets::ActivityPanel(&vm).findChild<QCheckBox *>()->isChecked(), trace_all);
     // One event at a time: each hop is a queued post, so events in flight
     // together interleave.
     const int per_a = trace_all ? 3 : 1;
