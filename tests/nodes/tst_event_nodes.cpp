@@ -175,6 +175,13 @@ private Q_SLOTS:
         QCOMPARE(lines[2], QStringLiteral("id: 2"));
         rig.click(node);
         QTRY_VERIFY(rig.labels(node).isEmpty());
+        // A cut never splits a character, and a line with no whole one is empty.
+        QByteArray accents;
+        for (int i = 0; i < 200; ++i)
+            accents += "\xc3\xa9";
+        rig.post(rack, {{"beta", accents}, {QByteArray(300, '\x80'), "x"}});
+        QTRY_COMPARE(rig.labels(node).size(), 2);
+        QCOMPARE(rig.labels(node), (QStringList{QStringLiteral("beta: ") + QString(124, QChar(0xe9)), QString()}));
         rig.post(rack, {{"id", "3"}});
         QTRY_COMPARE(rig.labels(node), QStringList{QStringLiteral("id: 3")});
     }
