@@ -11,7 +11,9 @@
 #include "widgets/update_window_view_model.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QCryptographicHash>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -260,7 +262,17 @@ private slots:
         // Plugin p as release `version`, its library named for this platform.
         const QString library =
             QLibrary::isLibrary(QStringLiteral("p.dll")) ? "io.x.p.dll" : "io.x.p.so";
-        const auto serve = [this, &library](const char *version) {
+        // A 96 px icon, its bottom-right quarter blue.
+        QImage image(96, 96, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        for (int y = 48; y < 96; ++y)
+            for (int x = 48; x < 96; ++x)
+                image.setPixel(x, y, qRgb(0, 0, 255));
+        QByteArray png;
+        QBuffer png_buffer(&png);
+        QVERIFY(png_buffer.open(QIODevice::WriteOnly) && image.save(&png_buffer, "PNG"));
+        m_server->serve(QStringLiteral("/icon.png"), png);
+        const auto serve = [this, &library, &png](const char *version) {
             const QByteArray archive = archive_writer::gzip(
                 archive_writer::tar({{library.toUtf8(), QByteArray("library ") + version, 0755}}));
             const QByteArray digest =
@@ -276,7 +288,11 @@ private slots:
             m_server->serve(QStringLiteral("/plugin.json"),
                             manifest({entry(version, {}, steps)},
                                      {{QStringLiteral("id"), QStringLiteral("io.x.p")},
-                                      {QStringLiteral("displayName"), QStringLiteral("Pea")}}));
+                                      {QStringLiteral("displayName"), QStringLiteral("Pea")},
+                                      {QStringLiteral("iconUrl"), QStringLiteral("icon.png")},
+                                      {QStringLiteral("iconSha256"),
+                                       QString::fromLatin1(QCryptographicHash::hash(png, QCryptographicHash::Sha256).toHex())},
+                                      {QStringLiteral("iconSize"), png.size()}}));
         };
         serve("1.0");
 
@@ -288,6 +304,12 @@ private slots:
         window->fetch_button()->click();
         QTRY_VERIFY(window->install_button()->isEnabled());
         QCOMPARE(window->plugin_label()->text(), QStringLiteral("Pea (io.x.p)"));
+        // The whole icon shows, made to fit its 48 px place.
+        QTRY_VERIFY(!window->icon_label()->pixmap().isNull());
+        const QImage shown = window->icon_label()->grab().toImage();
+        QCOMPARE(shown.size(), QSize(48, 48));
+        QCOMPARE(shown.pixelColor(40, 40), QColor(Qt::blue));
+        QCOMPARE(shown.pixelColor(8, 8), QColor(Qt::white));
         window->install_button()->click();
         QTRY_COMPARE(
             window->status_label()->text(),
