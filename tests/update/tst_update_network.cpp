@@ -643,6 +643,7 @@ private slots:
         QTest::newRow("run step fails after extract") << "run step fails" << false;
         QTest::newRow("program not found") << "program not found" << false;
         QTest::newRow("windows installer package") << "msi" << false;
+        QTest::newRow("a folder where a file goes") << "folder in the way" << false;
     }
     void update_through_host()
     {
@@ -655,6 +656,9 @@ private slots:
         const QString app_file = install + u'/' + program_name();
         write_file(folder.filePath(QStringLiteral("release/share/notes.txt")), "new");
         const QByteArray archive = tarball(folder.filePath(QStringLiteral("release")));
+        const bool in_the_way = variant == QLatin1StringView("folder in the way");
+        if (in_the_way)
+            write_file(install + QStringLiteral("/share/notes.txt/mine.txt"), "mine");
 
         HttpServer server;
         server.serve(QStringLiteral("/corvane/release.tar.gz"), archive);
@@ -738,11 +742,16 @@ private slots:
             read_file(work + QStringLiteral("/updatehost.log")).contains("updater: started"));
         QCOMPARE(read_file(install + QStringLiteral("/ran.txt")),
                  installed ? QByteArray("2.0.0") : QByteArray("1.0.0"));
-        QCOMPARE(QFileInfo::exists(install + QStringLiteral("/share/notes.txt")), installed);
+        QCOMPARE(QFileInfo(install + QStringLiteral("/share/notes.txt")).isFile(), installed);
         QCOMPARE(QFileInfo::exists(install + QStringLiteral("/ran-step")), installed);
         QCOMPARE(entries(install),
-                 installed ? QStringList({program_name(), "ran-step", "ran.txt", "share", "version.txt"})
-                           : QStringList({program_name(), "ran.txt", "version.txt"}));
+                 installed    ? QStringList({program_name(), "ran-step", "ran.txt", "share", "version.txt"})
+                 : in_the_way ? QStringList({program_name(), "ran.txt", "share", "version.txt"})
+                              : QStringList({program_name(), "ran.txt", "version.txt"}));
+        if (in_the_way) { // the folder and what is in it stay
+            QCOMPARE(read_file(install + QStringLiteral("/share/notes.txt/mine.txt")), QByteArray("mine"));
+            QVERIFY(read_file(work + QStringLiteral("/updatehost.log")).contains("notes.txt: it is a folder"));
+        }
         if (variant != QLatin1StringView("program not found"))
             QCOMPARE(server.user_agents.last(), QByteArray("UA/1"));
 
