@@ -14,6 +14,7 @@
 #include "update/update_checker.h"
 
 #include <QCryptographicHash>
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -522,6 +523,39 @@ private slots:
             if (unix_modes)
                 QCOMPARE(QString::number(bits, 8), mode.section(u'=', 1));
         }
+    }
+
+    // Cancelling while the package unpacks waits for the unpacking to stop
+    // and leaves nothing behind.
+    void cancel_while_unpacking()
+    {
+        QTemporaryDir folder;
+        const QString plugins = folder.filePath(QStringLiteral("plugins"));
+        const qint64 size = 256 * 1024 * 1024;
+        HttpServer server;
+        server.serve(QStringLiteral("/p/plugin.json"),
+                     plugin_manifest(server, archive_writer::zero_bomb(library_name(), size)));
+        PluginInstaller installer(FetchOptions{"UA", 5000}, plugins,
+                                  QString::fromLatin1(platform::plugin_update_method()));
+        installer.set_limits({2 * size, 10});
+        QSignalSpy ready(&installer, &PluginInstaller::manifest_ready);
+        QSignalSpy installed(&installer, &PluginInstaller::installed);
+        installer.fetch_manifest(server.url(QStringLiteral("/p/plugin.json")));
+        QVERIFY(ready.wait(5000));
+        installer.install();
+        const auto unpacking = [&plugins] {
+            QDirIterator it(plugins, {QString::fromLatin1(library_name())}, QDir::Files | QDir::Hidden,
+                            QDirIterator::Subdirectories);
+            return it.hasNext() && QFileInfo(it.next()).size() > 0;
+        };
+        QVERIFY(QTest::qWaitFor([&] { return unpacking() || !installed.isEmpty(); }, 30000));
+        if (!installed.isEmpty())
+            QSKIP("the package unpacked before the test could cancel it");
+        installer.cancel();
+        QVERIFY(!installer.busy());
+        QCOMPARE(entries(plugins), QStringList());
+        QTest::qWait(50); // nothing arrives from the stopped unpacking
+        QVERIFY(installed.isEmpty());
     }
 
     // Over a plugin that is there already: only an update of a plugin this
