@@ -506,13 +506,15 @@ private Q_SLOTS:
 
     // On Clipboard Changed starts an event with the text another program put
     // on the clipboard, when it passes the filter; Set Clipboard's text
-    // becomes the clipboard's, offered to other programs. Without a window system both say in
+    // becomes the clipboard's, which another program reads. Without a window system both say in
     // their panel that there is no clipboard.
     void clipboard()
     {
         Fixture f;
-        const QUuid source = f.add_node(on_clipboard_type, {{"!debounce", 20}, {"!filter", "^keep"}});
+        // Set Clipboard first: after the source its events would go through
+        // it and set the clipboard to their empty "{what}".
         const QUuid set = f.add_node(set_clipboard_type, {{"!text", "{what}"}});
+        const QUuid source = f.add_node(on_clipboard_type, {{"!debounce", 20}, {"!filter", "^keep"}});
         f.open(); // without a window system the log says so, once (held_until_allowed_at_start)
         if (!have_desktop()) {
             for (const QUuid &node : {source, set})
@@ -531,10 +533,8 @@ private Q_SLOTS:
         f.post({{"what", "keep, set by the node ✓"}});
         QTRY_COMPARE_WITH_TIMEOUT(f.returned_with("text").size(), 2, kTimeoutMs);
         QCOMPARE(f.returned_with("text")[1].value("text"), QByteArray("keep, set by the node ✓"));
-        // Another program sees this one offer the text. (xclip -o reads no
-        // text Qt offers under Xvfb here, though it reads the offer.)
-        const QByteArray offered = xclip({QStringLiteral("-o"), QStringLiteral("-t"), QStringLiteral("TARGETS")});
-        QVERIFY2(offered.contains("UTF8_STRING\n"), offered.constData());
+        // Another program reads it.
+        QCOMPARE(xclip({QStringLiteral("-o")}), QByteArray("keep, set by the node ✓"));
         QCOMPARE(f.returned_with("what").size(), 1);
     }
 
