@@ -20,7 +20,8 @@ public:
 
     // Why it could not start; empty once it serves.
     QString problem() const { return m_problem; }
-    // The title and text of each notification received, in order.
+    // The title and text of each notification shown, in order (one that
+    // replaces another takes its place).
     const QList<std::pair<QString, QString>> &received() const;
 
 private:

@@ -21,9 +21,14 @@ public:
     QList<std::pair<QString, QString>> received;
 
 public Q_SLOTS:
-    uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
+    uint Notify(const QString &, uint replaces, const QString &, const QString &summary, const QString &body,
                 const QStringList &, const QVariantMap &, int)
     {
+        // As a desktop's service does: a notification it gave the id of is replaced.
+        if (replaces > 0 && replaces <= uint(received.size())) {
+            received[replaces - 1] = {summary, body};
+            return replaces;
+        }
         received.append({summary, body});
         return uint(received.size());
     }

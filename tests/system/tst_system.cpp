@@ -594,7 +594,11 @@ private Q_SLOTS:
             return;
         }
         QTRY_COMPARE_WITH_TIMEOUT(server->received().size(), 1, kTimeoutMs);
-        QCOMPARE(server->received()[0].first + u'|' + server->received()[0].second, shown);
+        // The next one is shown beside it, never in its place.
+        f.post({{"what", "notes"}, {"secs", "12"}, {"who", "me"}});
+        QTRY_COMPARE_WITH_TIMEOUT(server->received().size(), 2, kTimeoutMs);
+        for (const auto &[title_shown, text_shown] : server->received())
+            QCOMPARE(title_shown + u'|' + text_shown, shown);
     }
 
     // A Run Program node is held until its project or the node is allowed:
