@@ -54,6 +54,7 @@
 #include <QFrame>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
 #include <QListView>
 #include <QMimeData>
@@ -586,6 +587,10 @@ void tst_Panels::rack_rows_show_flow()
     // A source takes nothing from above; the fork passes on and runs its children.
     QCOMPARE(vm.index_of(custom).data(RackPanelViewModel::DecorationMaskRole).toUInt() & 2u, 0u);
     QCOMPARE(vm.index_of(fork).data(RackPanelViewModel::DecorationMaskRole).toUInt(), 11u);
+    // Tooltips say what the marks mean; a node whose type is gone has none.
+    QCOMPARE(vm.index_of(fork).data(Qt::ToolTipRole).toString().section(u'\n', 1),
+             QStringLiteral("Passes events straight on\nRuns its children with each event"));
+    QCOMPARE(vm.index_of(gone).data(Qt::ToolTipRole).toString(), QStringLiteral("com.example.gone (not loaded)"));
     QVERIFY(!vm.index_of(fork).data(Qt::DecorationRole).value<QIcon>().isNull());
 
     // A row follows its node's name.
@@ -875,6 +880,11 @@ void tst_Panels::add_node_search()
         QCOMPARE(chosen.first().at(0).toString(), first);
     // An empty list says so, in one row that cannot be chosen.
     auto *list = widget.findChild<QTreeWidget *>();
+    // The list takes the room below the search field.
+    widget.resize(300, 400);
+    widget.layout()->activate();
+    QVERIFY(list->geometry().top() >= widget.search_field()->geometry().bottom());
+    QVERIFY(list->height() > widget.height() / 2);
     QCOMPARE(list->topLevelItemCount() == 1 && list->topLevelItem(0)->text(0) == u"No node type matches",
              first.isEmpty());
 }
