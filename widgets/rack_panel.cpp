@@ -33,25 +33,9 @@ class NodeRowDelegate : public QStyledItemDelegate
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
-    static QString glyphs(quint32 mask)
-    {
-        QString text;
-        if (!(mask & 2))
-            text += QChar(0x25C9); // a source: takes nothing from its parent
-        if (mask & 1)
-            text += QChar(0x2192); // passes straight on
-        if (mask & 4)
-            text += QChar(0x21E2); // passes on later or changed
-        if (mask & 8)
-            text += QChar(0x21B3); // runs its children
-        if (mask & 32)
-            text += QChar(0x21B0); // passes on what its children return
-        return text;
-    }
-
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
     {
-        QString marks = glyphs(index.data(RackPanelViewModel::DecorationMaskRole).toUInt());
+        QString marks = RackPanelViewModel::mark_glyphs(index.data(RackPanelViewModel::DecorationMaskRole).toUInt());
         if (!index.data(RackPanelViewModel::IdleRole).toString().isEmpty())
             marks.prepend(QChar(0x2298)); // stays idle on this desktop
         if (marks.isEmpty()) {

@@ -302,7 +302,6 @@ void RackPanelViewModel::set_context(const PanelContext &context)
     m_rack = QUuid();
     m_icons.clear();
     endResetModel();
-    Q_EMIT rack_changed(m_rack);
     Q_EMIT title_changed(title());
 }
 
@@ -316,7 +315,6 @@ void RackPanelViewModel::set_rack(const QUuid &rack)
     m_rack = valid;
     build_tree();
     endResetModel();
-    Q_EMIT rack_changed(m_rack);
     Q_EMIT title_changed(title());
 }
 
@@ -512,11 +510,52 @@ QString idle_note_for(const engine::NodeDefinition *definition)
 {
     return definition && idle_note() ? idle_note()(definition->id) : QString();
 }
+
+// A decoration bit, whether the mark shows while it is set or while it is
+// clear, the mark's glyph and the locale key of its meaning.
+struct Mark {
+    quint32 bit;
+    bool when_set;
+    char16_t glyph;
+    const char *key;
+};
+constexpr Mark kMarks[] = {
+    {2, false, 0x25C9, "RackPanel.Decoration.Source"},        // takes nothing from its parent
+    {1, true, 0x2192, "RackPanel.Decoration.PassesOn"},       // passes straight on
+    {4, true, 0x21E2, "RackPanel.Decoration.PassesOnLater"},  // passes on later or changed
+    {8, true, 0x21B3, "RackPanel.Decoration.RunsChildren"},   // runs its children
+    {32, true, 0x21B0, "RackPanel.Decoration.ReturnsChildren"}, // passes on what they return
+};
+
+bool shows(const Mark &mark, quint32 decoration)
+{
+    return ((decoration & mark.bit) != 0) == mark.when_set;
+}
 } // namespace
 
 void RackPanelViewModel::set_idle_note(IdleNote note)
 {
     idle_note() = std::move(note);
+}
+
+QString RackPanelViewModel::mark_glyphs(quint32 decoration)
+{
+    QString glyphs;
+    for (const Mark &mark : kMarks) {
+        if (shows(mark, decoration))
+            glyphs += QChar(mark.glyph);
+    }
+    return glyphs;
+}
+
+QStringList RackPanelViewModel::mark_texts(quint32 decoration)
+{
+    QStringList texts;
+    for (const Mark &mark : kMarks) {
+        if (shows(mark, decoration))
+            texts << locale::translate(mark.key);
+    }
+    return texts;
 }
 
 QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
@@ -534,18 +573,8 @@ QVariant RackPanelViewModel::data(const QModelIndex &index, int role) const
         QStringList lines;
         lines << (d ? node_type_name(*d) : vm->name());
         const quint32 mask = vm->decoration();
-        if (d && d->get_decoration) {
-            if (!(mask & 2))
-                lines << locale::translate("RackPanel.Decoration.Source");
-            if (mask & 1)
-                lines << locale::translate("RackPanel.Decoration.PassesOn");
-            if (mask & 4)
-                lines << locale::translate("RackPanel.Decoration.PassesOnLater");
-            if (mask & 8)
-                lines << locale::translate("RackPanel.Decoration.RunsChildren");
-            if (mask & 32)
-                lines << locale::translate("RackPanel.Decoration.ReturnsChildren");
-        }
+        if (d && d->get_decoration)
+            lines << mark_texts(mask);
         if (!vm->runs())
             lines << locale::translate("RackPanel.ChildrenNeverRun");
         if (vm->manager() && vm->manager()->is_held())

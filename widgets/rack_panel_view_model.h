@@ -111,6 +111,10 @@ public:
     // the process; the application installs it.
     using IdleNote = std::function<QString(const QString &type_id)>;
     static void set_idle_note(IdleNote note);
+    // The marks of a node's decoration bits: glyphs drawn beside its name,
+    // and the tooltip lines that say what they mean, one per glyph.
+    static QString mark_glyphs(quint32 decoration);
+    static QStringList mark_texts(quint32 decoration);
     // How long a row stays lit after its last event, in timer ticks.
     static constexpr int kFlashTickMs = 40;
     static constexpr quint32 kFlashTicks = 4;
@@ -183,7 +187,6 @@ public:
                       const QModelIndex &parent) override;
 
 Q_SIGNALS:
-    void rack_changed(const QUuid &rack);
     void title_changed(const QString &title);
     // Nodes were dropped (moved or copied) into the tree: the top nodes.
     void nodes_dropped(const QList<QUuid> &nodes);

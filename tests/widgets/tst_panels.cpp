@@ -590,6 +590,7 @@ void tst_Panels::rack_rows_show_flow()
     // Tooltips say what the marks mean; a node whose type is gone has none.
     QCOMPARE(vm.index_of(fork).data(Qt::ToolTipRole).toString().section(u'\n', 1),
              QStringLiteral("Passes events straight on\nRuns its children with each event"));
+    QCOMPARE(RackPanelViewModel::mark_glyphs(11), QStringView(u"\u2192\u21B3").toString()); // drawn beside the name
     QCOMPARE(vm.index_of(gone).data(Qt::ToolTipRole).toString(), QStringLiteral("com.example.gone (not loaded)"));
     QVERIFY(!vm.index_of(fork).data(Qt::DecorationRole).value<QIcon>().isNull());
 
