@@ -265,7 +265,10 @@ void tst_Panels::racks_edits()
         rack_vm.set_context(rig.context());
         rack_vm.set_rack(a);
         std::unique_ptr<QMimeData> data(rack_vm.mimeData({rack_vm.index_of(a_node)}));
+        // Nodes move onto a rack's row only: never between rows, nor as copies.
         QVERIFY(!shown->canDropMimeData(data.get(), Qt::MoveAction, 1, 0, {}));
+        QVERIFY(!shown->canDropMimeData(data.get(), Qt::MoveAction, -1, -1, {}));
+        QVERIFY(!shown->canDropMimeData(data.get(), Qt::CopyAction, -1, -1, shown->index(1, 0)));
         // Dropped onto a row, as the view reports it: no row, no column.
         QVERIFY(shown->dropMimeData(data.get(), Qt::MoveAction, -1, -1, shown->index(1, 0)));
         QCOMPARE(rig.project.find_rack(vm.rack_at(1))->top_level()->ids(), QList<QUuid>{a_node});
