@@ -146,6 +146,10 @@ private slots:
         QTest::newRow("two projects") << QStringList{"--headless", "a.corv", "b.corv"} << 1 << ""
                                       << "at most one project";
         QTest::newRow("trace without headless") << QStringList{"--trace"} << 1 << "" << "--trace is for --headless";
+        QTest::newRow("post without =") << QStringList{"--post", "box", "a=1", "plain"} << 1 << ""
+                                        << "expected KEY=VALUE, got \"plain\"";
+        QTest::newRow("post and headless") << QStringList{"--post", "box", "--headless"} << 1 << ""
+                                           << "--post, --check and --headless can't be combined";
     }
 
     void command_line()

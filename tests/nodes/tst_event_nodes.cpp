@@ -78,6 +78,8 @@ private Q_SLOTS:
         QTest::newRow("equal nan") << 2 << 0.0 << 0.0 << QByteArray("NaN") << false << "";
         QTest::newRow("equal hex, blanks")
             << 2 << 26.0 << 0.0 << QByteArray("\t 0x1A") << true << "";
+        QTest::newRow("equal hex, every digit's edge")
+            << 2 << 698879.0 << 0.0 << QByteArray("0x0aA9fF") << true << "";
         QTest::newRow("equal decimal point")
             << 2 << 1.5 << 0.0 << QByteArray("1.5e0x") << true << "";
         QTest::newRow("two signs read 0") << 2 << 0.0 << 0.0 << QByteArray("+-5") << true << "";
