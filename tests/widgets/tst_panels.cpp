@@ -878,6 +878,15 @@ void tst_Panels::add_node_search()
         names << category.name;
     QCOMPARE(names.join(u','), categories);
     QCOMPARE(vm.first_match() ? vm.first_match()->id : QString(), first);
+    // Down and Up in the search field walk the types, over the category rows.
+    if (categories.contains(u',')) {
+        for (const auto key : {Qt::Key_Down, Qt::Key_Return, Qt::Key_Up, Qt::Key_Return})
+            QTest::keyClick(widget.search_field(), key);
+        QCOMPARE(chosen.size(), 2);
+        QVERIFY(!chosen[0][0].toString().isEmpty() && chosen[0][0].toString() != first);
+        QCOMPARE(chosen[1][0].toString(), first);
+        chosen.clear();
+    }
     QTest::keyClick(widget.search_field(), Qt::Key_Return);
     QCOMPARE(chosen.count(), first.isEmpty() ? 0 : 1);
     if (!first.isEmpty())
