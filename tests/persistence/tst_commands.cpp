@@ -274,6 +274,31 @@ private Q_SLOTS:
         QCOMPARE(value("b"), 1);
     }
 
+    // A run of writes to a node's field goes on only for that node and key;
+    // undoing every step takes every write back.
+    void node_runs_are_per_node_and_key()
+    {
+        model::Project project;
+        fill(project);
+        engine::CommandManager manager;
+        const auto write = [&](int node, const char *key, int v) {
+            manager.execute_merged(std::make_unique<engine::SetNodePropertyCommand>(&project, make_id(node), key,
+                                                                                    model::Value::integer(v)));
+        };
+        write(10, "!x", 1);
+        write(10, "!x", 2);
+        write(11, "!x", 3); // another node
+        write(11, "!y", 4); // another key
+        write(10, "!x", 5);
+        QCOMPARE(manager.history_size(), std::size_t(4));
+        while (manager.can_undo())
+            manager.undo();
+        for (int node : {10, 11})
+            for (const char *key : {"!x", "!y"})
+                QVERIFY(!project.find_node(make_id(node))->properties().find(key) ||
+                        project.find_node(make_id(node))->properties().find(key)->value().is_none());
+    }
+
     // The very node objects come back, each announced once.
     void removed_subtree_is_restored_whole()
     {
