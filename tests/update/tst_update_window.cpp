@@ -337,6 +337,9 @@ private slots:
         QTRY_VERIFY(window->status_label()->text().startsWith(QStringLiteral(
             "The plugin couldn't be installed: plugin installer: could not get manifest")));
         QVERIFY(!window->install_button()->isEnabled());
+        // Nothing of the plugin fetched before stays beside the failure.
+        QCOMPARE(window->plugin_label()->text(), QString());
+        QVERIFY(window->icon_label()->pixmap().isNull());
     }
 };
 
