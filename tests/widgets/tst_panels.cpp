@@ -424,6 +424,11 @@ void tst_Panels::rack_edits()
                                     onto.isNull() ? QModelIndex() : vm.index_of(onto)));
     };
     if (edit == u"add inside") {
+        QSignalSpy edit_requested(&panel, &widgets::RackPanel::edit_requested);
+        panel.select_node(delay);
+        panel.edit_action()->trigger(); // asks for the node's panel
+        QCOMPARE(edit_requested.size(), 1);
+        QCOMPARE(edit_requested[0][0].toUuid(), delay);
         panel.select_node(fork);
         panel.add_inside_action()->trigger();
         choose("stop");
