@@ -13,9 +13,12 @@
 //   close_ms       SIGTERM to the end of the teardown
 //
 //   bench_open [--rounds N] [--racks R] [--nodes-per-rack N] [--chain DEPTH]
-//              [--write PATH] [--child PATH]
+//              [--nodes N]... [--write PATH] [--child PATH]
 //
-// --chain builds one rack holding a single chain DEPTH nodes deep instead;
+// --nodes N (given once or more) measures projects of N nodes in racks of
+// 100, each size in turn, its figures prefixed with "nodes_N_", to show how
+// open time and memory grow with the project; --chain builds one rack
+// holding a single chain DEPTH nodes deep instead;
 // --write only writes the generated project to PATH (to open it with
 // `corvane --headless PATH` or under a profiler); --child runs one round on
 // the project at PATH in this process.
@@ -44,6 +47,7 @@
 
 #include <cstdio>
 #include <map>
+#include <vector>
 
 using namespace corv;
 
@@ -134,58 +138,28 @@ int run_child(int argc, char **argv, const QString &path)
 
 } // namespace
 
-int main(int argc, char **argv)
+namespace {
+
+// The goal printed beside a figure; the memory and close goals hold for the
+// 10,000-node project, and for 100,000 nodes the growth goals.
+QByteArray goal_of(const QByteArray &name, long long nodes)
 {
-    int rounds = 5;
-    int racks = 100;
-    int nodes_per_rack = 100;
-    int chain = 0;
-    QString write_path;
-    for (int i = 1; i + 1 < argc; ++i) {
-        const QByteArray arg(argv[i]);
-        if (arg == "--child")
-            return run_child(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
-        if (arg == "--write") {
-            write_path = QString::fromLocal8Bit(argv[++i]);
-            continue;
-        }
-        const int value = QByteArray(argv[i + 1]).toInt();
-        if (arg == "--rounds")
-            rounds = std::max(1, value);
-        else if (arg == "--racks")
-            racks = value;
-        else if (arg == "--nodes-per-rack")
-            nodes_per_rack = value;
-        else if (arg == "--chain")
-            chain = value;
-        else
-            continue;
-        ++i;
-    }
+    if (name == "open_ratio")
+        return "goal 2x or less";
+    if (name == "peak_rss_mb")
+        return nodes >= 100000 ? "goal under 150" : nodes <= 10000 ? "goal under 50" : QByteArray();
+    if (name == "steady_rss_mb")
+        return nodes <= 10000 ? "goal under 45" : QByteArray();
+    if (name == "close_ms")
+        return nodes >= 100000 ? "goal under 200" : nodes <= 10000 ? "goal under 20" : QByteArray();
+    return {};
+}
 
-    QCoreApplication app(argc, argv);
-    QTemporaryDir folder;
-    const QString path =
-        write_path.isEmpty() ? folder.filePath(QStringLiteral("generated.corv")) : write_path;
-    {
-        const QByteArray document =
-            chain > 0 ? generate_chain(chain) : generate_racks(racks, nodes_per_rack);
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(document) != document.size())
-            return 1;
-        std::printf("project_bytes: %lld\n", static_cast<long long>(document.size()));
-    }
-    if (!write_path.isEmpty())
-        return 0;
-
-    // Private application data, so the child touches nothing of the user's.
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
-        const QString sub = folder.filePath(QString::fromLatin1(name));
-        QDir().mkpath(sub);
-        environment.insert(QString::fromLatin1(name), sub);
-    }
-
+// Rounds of fresh child processes on the project at `path`; prints the best
+// of each figure, prefixed.
+int measure(const QString &path, int rounds, const QProcessEnvironment &environment, const QByteArray &prefix,
+            long long nodes)
+{
     std::map<QByteArray, double> best;
     std::vector<QByteArray> order;
     for (int round = 0; round < rounds; ++round) {
@@ -214,7 +188,80 @@ int main(int argc, char **argv)
             }
         }
     }
-    for (const QByteArray &name : order)
-        std::printf("%s: %.2f\n", name.constData(), best[name]);
+    for (const QByteArray &name : order) {
+        const QByteArray goal = goal_of(name, nodes);
+        std::printf("%s%s: %.2f%s\n", prefix.constData(), name.constData(), best[name],
+                    goal.isEmpty() ? "" : (" (" + goal + ")").constData());
+    }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    int rounds = 5;
+    int racks = 100;
+    int nodes_per_rack = 100;
+    int chain = 0;
+    std::vector<int> sizes;
+    QString write_path;
+    for (int i = 1; i + 1 < argc; ++i) {
+        const QByteArray arg(argv[i]);
+        if (arg == "--child")
+            return run_child(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
+        if (arg == "--write") {
+            write_path = QString::fromLocal8Bit(argv[++i]);
+            continue;
+        }
+        const int value = QByteArray(argv[i + 1]).toInt();
+        if (arg == "--rounds")
+            rounds = std::max(1, value);
+        else if (arg == "--racks")
+            racks = value;
+        else if (arg == "--nodes-per-rack")
+            nodes_per_rack = value;
+        else if (arg == "--chain")
+            chain = value;
+        else if (arg == "--nodes")
+            sizes.push_back(std::max(100, value));
+        else
+            continue;
+        ++i;
+    }
+
+    QCoreApplication app(argc, argv);
+    QTemporaryDir folder;
+    // Private application data, so the child touches nothing of the user's.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
+        const QString sub = folder.filePath(QString::fromLatin1(name));
+        QDir().mkpath(sub);
+        environment.insert(QString::fromLatin1(name), sub);
+    }
+    const auto write = [](const QString &path, const QByteArray &document, const QByteArray &prefix) {
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(document) != document.size())
+            return false;
+        std::printf("%sproject_bytes: %lld\n", prefix.constData(), static_cast<long long>(document.size()));
+        return true;
+    };
+
+    if (!sizes.empty()) {
+        const QString path = folder.filePath(QStringLiteral("generated.corv"));
+        for (int nodes : sizes) {
+            const QByteArray prefix = "nodes_" + QByteArray::number(nodes) + "_";
+            if (!write(path, generate_racks(std::max(1, nodes / 100), 100), prefix) ||
+                measure(path, rounds, environment, prefix, nodes) != 0)
+                return 1;
+        }
+        return 0;
+    }
+    const QString path =
+        write_path.isEmpty() ? folder.filePath(QStringLiteral("generated.corv")) : write_path;
+    if (!write(path, chain > 0 ? generate_chain(chain) : generate_racks(racks, nodes_per_rack), {}))
+        return 1;
+    if (!write_path.isEmpty())
+        return 0;
+    return measure(path, rounds, environment, {}, chain > 0 ? chain : static_cast<long long>(racks) * nodes_per_rack);
 }
