@@ -774,7 +774,17 @@ void tst_Panels::activity_pause_and_cap()
     QVERIFY(!panel.status_label()->isHidden());
     panel.pause_button()->click();
 
-    vm.set_node_hidden(other, true);
+    // The row menu's "Keep This Node Out" hides the node from here on.
+    post(rig, rack, -1);
+    QTRY_COMPARE(vm.rowCount(), 2);
+    const int other_row = panel.filter()->index(0, 0).data(widgets::ActivityViewModel::NodeIdRole).toUuid() == other ? 0 : 1;
+    const QList<QAction *> actions = panel.row_actions(other_row);
+    for (QAction *action : actions)
+        if (action->objectName() == u"ActivityPanel.HideNode")
+            action->trigger();
+    qDeleteAll(actions);
+    QVERIFY(vm.is_node_hidden(other));
+    vm.clear();
     const int total = widgets::ActivityViewModel::kCapacity + 50;
     for (int i = 0; i < total; ++i)
         post(rig, rack, i);
