@@ -3,6 +3,7 @@
 
 #include "app/builtin_plugin.h"
 #include "cui/element.h"
+#include "cui/fields.h"
 #include "cui/property_surface.h"
 #include "cui/store_editor.h"
 #include "cui/surface.h"
@@ -107,21 +108,25 @@ private Q_SLOTS:
     }
 
     // The general page: each setting with its label, in its group under the
-    // group's heading.
+    // group's heading, and there with the note that explains it.
     void general_page_fields_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("group"); // heading; empty: at the top
-        QTest::newRow("language") << "language" << "PreferencesWindow.LanguageField" << "";
-        QTest::newRow("update check") << "updatecheck" << "PreferencesWindow.CheckForUpdatesField" << "";
-        QTest::newRow("tray") << "minimizetotray" << "PreferencesWindow.MinimizeToTray" << "";
-        QTest::newRow("versions") << "saveversions" << "PreferencesWindow.SaveVersions" << "";
-        QTest::newRow("autosave") << "autosave" << "PreferencesWindow.AutoSaveEnabled" << "PreferencesWindow.AutoSave";
+        QTest::addColumn<QString>("note");  // the text under it in its group
+        QTest::newRow("language") << "language" << "PreferencesWindow.LanguageField" << "" << "";
+        QTest::newRow("update check") << "updatecheck" << "PreferencesWindow.CheckForUpdatesField" << "" << "";
+        QTest::newRow("tray") << "minimizetotray" << "PreferencesWindow.MinimizeToTray" << "" << "";
+        QTest::newRow("versions") << "saveversions" << "PreferencesWindow.SaveVersions" << "" << "";
+        QTest::newRow("autosave") << "autosave" << "PreferencesWindow.AutoSaveEnabled" << "PreferencesWindow.AutoSave"
+                                  << "";
         QTest::newRow("autosave minutes") << "autosaveminutes" << "PreferencesWindow.AutoSaveMinutes"
-                                          << "PreferencesWindow.AutoSave";
-        QTest::newRow("poll rate") << "inputpollms" << "PreferencesWindow.InputPollRate" << "PreferencesWindow.Advanced";
-        QTest::newRow("input gap") << "inputgapms" << "PreferencesWindow.InputGap" << "PreferencesWindow.Advanced";
+                                          << "PreferencesWindow.AutoSave" << "";
+        QTest::newRow("poll rate") << "inputpollms" << "PreferencesWindow.InputPollRate" << "PreferencesWindow.Advanced"
+                                   << "PreferencesWindow.InputPollRateDescription";
+        QTest::newRow("input gap") << "inputgapms" << "PreferencesWindow.InputGap" << "PreferencesWindow.Advanced"
+                                   << "PreferencesWindow.InputGapDescription";
     }
 
     void general_page_fields()
@@ -129,20 +134,29 @@ private Q_SLOTS:
         QFETCH(QString, key);
         QFETCH(QString, label);
         QFETCH(QString, group);
+        QFETCH(QString, note);
         widgets::PreferencesWindowViewModel model(*m_plugins);
         const cui::Surface *page = model.page_surface(0)->surface();
         cui::Field *field = page->field(key);
         QVERIFY(field);
         QCOMPARE(field->label(), locale::translate(label.toLatin1().constData()));
         QString heading;
+        QString under;
         for (const QString &id : page->declared_ids() + page->anonymous_ids()) {
             if (const auto *box = page->element_as<cui::GroupContainer>(id)) {
-                if (box->children().contains(field))
+                const qsizetype at = box->children().indexOf(field);
+                if (at >= 0) {
                     heading = box->title();
+                    const auto *text = at + 1 < box->children().size()
+                                           ? dynamic_cast<const cui::LabelField *>(box->children()[at + 1])
+                                           : nullptr;
+                    under = text ? text->text() : QString();
+                }
                 QVERIFY2(!box->title().isEmpty(), qPrintable(id));
             }
         }
         QCOMPARE(heading, group.isEmpty() ? QString() : locale::translate(group.toLatin1().constData()));
+        QCOMPARE(under, note.isEmpty() ? QString() : locale::translate(note.toLatin1().constData()));
     }
 
     // Values of another type are not taken; a signal only for a change.

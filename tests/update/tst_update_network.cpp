@@ -13,6 +13,7 @@
 #include "update/plugin_installer.h"
 #include "update/update_checker.h"
 
+#include <QBuffer>
 #include <QCryptographicHash>
 #include <QDirIterator>
 #include <QJsonArray>
@@ -218,6 +219,19 @@ private slots:
             QVERIFY(!server.user_agents.isEmpty());
         for (const QByteArray &agent : std::as_const(server.user_agents))
             QCOMPARE(agent, QByteArray("Corvane/0.9.4 (test)"));
+    }
+
+    // A download whose file refuses it stops and says why.
+    void fetch_into_a_file_that_refuses()
+    {
+        HttpServer server;
+        server.serve(QStringLiteral("/file"), "hello");
+        QNetworkAccessManager network;
+        QBuffer sink;
+        QVERIFY(sink.open(QIODevice::ReadOnly));
+        const FetchResult result = fetch_blocking(&network, FetchOptions{"UA", 2000, 1024},
+                                                  server.url(QStringLiteral("/file")), {}, -1, &sink);
+        QVERIFY2(result.error.startsWith(QStringLiteral("could not write: ")), qPrintable(result.error));
     }
 
     // Skipping by version (also one ignored before a restart) and by method,

@@ -299,6 +299,9 @@ private slots:
         widgets::InstallPluginWindow *window =
             widgets::show_install_plugin_window(nullptr, context());
         QCOMPARE(window->windowTitle(), QStringLiteral("Install Plugin"));
+        for (QWidget *part : {static_cast<QWidget *>(window->icon_label()), static_cast<QWidget *>(window->plugin_label()),
+                              static_cast<QWidget *>(window->status_label())})
+            QVERIFY(window->isAncestorOf(part));
         QVERIFY(!window->fetch_button()->isEnabled());
         window->url_field()->setText(m_server->url(QStringLiteral("/plugin.json")).toString());
         window->fetch_button()->click();
