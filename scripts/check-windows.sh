@@ -56,7 +56,6 @@ not_built=(
     "tst_hotkey_x11: drives a real X server with xdotool and reads it with XQueryKeymap (the end-to-end hotkey check below runs the Windows backend on Wine's display)"
     "tst_main_window_x11: drives the program's window on an X server with xdotool"
     "tst_corvane: checks the Unix control socket's folder (owner, mode, /run/user) and stops the program with Unix signals; the end-to-end checks below run corvane.exe's headless run, --post through the named pipe and Ctrl+C"
-    "tst_system: runs POSIX programs (/bin/sh, printf, sleep, touch, true) and checks Unix process groups and /proc; its Open, clipboard and notification cases need an X server's clipboard, xdg-open and a D-Bus session bus; the plugin itself is built and installed for Windows (its job objects and tray notifications are not checked under Wine yet)"
     "tst_project_manager: makes saves fail with fork, file size limits, modes and owners; Windows saves and backups are checked by tst_save_crash"
 )
 # Tests that are built but cannot run under Wine, each with its reason.

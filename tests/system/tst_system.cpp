@@ -1,8 +1,10 @@
 // The system plugin loaded from a copy of its folder, as the program loads
-// it, running real programs (/bin/sh, printf, sleep) from real racks, opening
-// through the desktop's real opener (xdg-open, found on PATH), with the real
-// clipboard of a private X server (set and read by xclip) and a notification
-// service of the test's own on a private session bus.
+// it, running real programs (a helper of the test's own, directly and through
+// the system's shell) from real racks. On Linux also opening through the
+// desktop's real opener (xdg-open, found on PATH), with the real clipboard of
+// a private X server (set and read by xclip) and a notification service of
+// the test's own on a private session bus; Windows tests run offscreen, where
+// those say there is no desktop.
 
 #include "cui/fields.h"
 #include "cui/property_surface.h"
@@ -15,6 +17,7 @@
 #include "engine/rack_manager.h"
 #include "fake_notifications.h"
 #include "locale/translate.h"
+#include "process_probe.h"
 #include "model/project.h"
 #include "persistence/project_trust.h"
 #include "sdk/include/corvane/corvane_sdk.h"
@@ -36,8 +39,7 @@
 #include <functional>
 #include <memory>
 
-#include <signal.h>
-#include <unistd.h>
+#include <csignal>
 
 using namespace corv;
 using namespace corv::engine;
@@ -50,6 +52,8 @@ const QString set_clipboard_type = QStringLiteral("io.marrowfield.system.setclip
 const QString on_clipboard_type = QStringLiteral("io.marrowfield.system.onclipboard");
 const QString notify_type = QStringLiteral("io.marrowfield.system.notify");
 constexpr int kTimeoutMs = 20000;
+// The test's own program (run_helper.cpp): does what its arguments say.
+const QString helper = QStringLiteral(CORV_RUN_HELPER);
 
 using Keys = QMap<QByteArray, QByteArray>;
 
@@ -196,20 +200,7 @@ QByteArray xclip(const QStringList &arguments, const QByteArray &input = {})
     return output;
 }
 
-// A process that still runs (not a zombie waiting for its parent).
-bool alive(qint64 pid)
-{
-    if (pid <= 0 || ::kill(static_cast<pid_t>(pid), 0) != 0)
-        return false;
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return true;
-    const QByteArray line = stat.readAll();
-    const qsizetype close = line.lastIndexOf(')');
-    return close < 0 || line.mid(close + 2, 1) != "Z";
-}
-
-// The pid a shell wrote into a file, once it is there.
+// The pid the helper wrote into a file, once it is there.
 qint64 read_pid(const QString &path)
 {
     qint64 pid = 0;
@@ -225,14 +216,6 @@ qint64 read_pid(const QString &path)
     return pid;
 }
 
-qint64 resident_kib()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    status.open(QIODevice::ReadOnly);
-    const QRegularExpression rss(QStringLiteral("VmRSS:\\s+(\\d+)"));
-    return rss.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
-}
-
 bool write_file(const QString &path, const QByteArray &contents)
 {
     QFile file(path);
@@ -241,9 +224,9 @@ bool write_file(const QString &path, const QByteArray &contents)
 
 // A schedule firing every 50 ms into, in turn, a text file writer that keeps
 // its count in `count`, a Run Program node that touches `marker` (after
-// `flag`, when given), a notification and Set Clipboard; On Clipboard
+// printing, when edited), a notification and Set Clipboard; On Clipboard
 // Changed beside it.
-QByteArray project_document(const QString &marker, const QString &count, const QString &flag)
+QByteArray project_document(const QString &marker, const QString &count, bool edited)
 {
     return R"(<?xml version="1.0"?>
 <project version="1">
@@ -265,10 +248,10 @@ QByteArray project_document(const QString &marker, const QString &count, const Q
         <prop key="!value" type="string">{count}</prop>
     </node>
     <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c03}" component="io.marrowfield.system.run">
-        <prop key="!program" type="string">touch</prop>
+        <prop key="!program" type="string">)" +
+           helper.toHtmlEscaped().toUtf8() + R"(</prop>
         <prop key="!arguments" type="string">)" +
-           (flag.isEmpty() ? QString() : flag + u'\n').toUtf8() + marker.toHtmlEscaped().toUtf8() +
-           R"(</prop>
+           (edited ? "print\nedited\n" : "") + "touch\n" + marker.toHtmlEscaped().toUtf8() + R"(</prop>
     </node>
     <node id="{8c7a9f0e-0a51-4a8e-9e0b-6b1b8d7a0c04}" component="io.marrowfield.system.notify">
         <prop key="!title" type="string">Backup</prop>
@@ -293,7 +276,7 @@ struct Start {
 };
 using Starts = QList<Start>;
 
-const Keys kEvent = {{"a", "two words"}, {"b", "say \"hi\" 'there' \\ $HOME *"},
+const Keys kEvent = {{"a", "two words"}, {"b", "say \"hi\" 'there' \\ $HOME * & | ^ (x) <y>"},
                      {"c", "Grüße ✓ 日本"}};
 
 } // namespace
@@ -322,51 +305,57 @@ private Q_SLOTS:
                      opened_file().toUtf8() + ".part' '" + opened_file().toUtf8() + "'\n");
         opener.close();
         opener.setPermissions(opener.permissions() | QFile::ExeOwner);
-        qputenv("PATH", QFile::encodeName(m_opener.path()) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QFile::encodeName(m_opener.path()) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
     }
 
     // What a waited program hands back, for programs given as a list of
-    // arguments and through the shell. "*" expects any non-empty value,
-    // "<absent>" no key at all.
+    // arguments and through the system's shell. "*" expects any non-empty
+    // value, "<absent>" no key at all.
     void runs_programs_data()
     {
         QTest::addColumn<QVariantMap>("properties");
         QTest::addColumn<Keys>("expected");
+        const auto run = [](const QString &steps, const QVariantMap &more = {}) {
+            QVariantMap properties = more;
+            properties[QStringLiteral("!program")] = helper;
+            properties[QStringLiteral("!arguments")] = steps;
+            return properties;
+        };
         const auto shell = [](const QString &command, const QVariantMap &more = {}) {
             QVariantMap properties = more;
             properties[QStringLiteral("!program")] = command;
             properties[QStringLiteral("!shell")] = true;
             return properties;
         };
+        const QByteArray intact = "[two words]\n[say \"hi\" 'there' \\ $HOME * & | ^ (x) <y>]\n[Grüße ✓ 日本]\n";
         QTest::newRow("arguments intact")
-            << QVariantMap{{"!program", "printf"}, {"!arguments", "[%s]\\n\n{a}\n{b}\n{c}\n"}}
-            << Keys{{"exitcode", "0"},
-                    {"stdout", "[two words]\n[say \"hi\" 'there' \\ $HOME *]\n[Grüße ✓ 日本]\n"},
-                    {"stderr", ""}, {"truncated", "false"}, {"error", "<absent>"}};
+            << run(QStringLiteral("args\n{a}\n{b}\n{c}\n"))
+            << Keys{{"exitcode", "0"}, {"stdout", intact}, {"stderr", ""}, {"truncated", "false"},
+                    {"error", "<absent>"}};
         QTest::newRow("shell arguments")
-            << shell(QStringLiteral("printf '%s|' \"$1\" \"$2\" \"$3\""),
-                     {{"!arguments", "{a}\n{b}\n{c}"}})
-            << Keys{{"exitcode", "0"}, {"stdout", "two words|say \"hi\" 'there' \\ $HOME *|Grüße ✓ 日本|"}};
+            << shell(shell_command(helper, QStringLiteral("args")), {{"!arguments", "{a}\n{b}\n{c}"}})
+            << Keys{{"exitcode", "0"}, {"stdout", intact}};
+        QTest::newRow("shell exit code") << shell(QStringLiteral("exit 4")) << Keys{{"exitcode", "4"}};
         QTest::newRow("exit code and stderr")
-            << shell(QStringLiteral("printf oops >&2; exit 3"))
+            << run(QStringLiteral("eprint\noops\nexit\n3"))
             << Keys{{"exitcode", "3"}, {"stdout", ""}, {"stderr", "oops"}, {"error", "<absent>"}};
+        const QString folder = QDir(m_opener.path()).canonicalPath();
         QTest::newRow("folder and environment")
-            << shell(QStringLiteral("printf '%s %s' \"$PWD\" \"$CORV_GREETING\""),
-                     {{"!folder", "/"}, {"!environment", "CORV_GREETING=hello {a}"}})
-            << Keys{{"stdout", "/ hello two words"}};
+            << run(QStringLiteral("cwd\nenv\nCORV_GREETING"),
+                   {{"!folder", folder}, {"!environment", "CORV_GREETING=hello {a}"}})
+            << Keys{{"stdout", QDir::toNativeSeparators(folder).toUtf8() + "\nhello two words\n"}};
         QTest::newRow("1 MB capped")
-            << shell(QStringLiteral("head -c 1048576 /dev/zero | tr '\\000' x; printf e >&2"))
+            << run(QStringLiteral("repeat\n1048576\nx\neprint\ne"))
             << Keys{{"exitcode", "0"}, {"stdout", QByteArray(64 * 1024, 'x')}, {"stderr", "e"},
                     {"truncated", "true"}};
         QTest::newRow("cap keeps whole characters")
-            << shell(QStringLiteral("printf x; i=0; while [ $i -lt 40000 ]; do printf ✓; i=$((i+1)); done"))
+            << run(QStringLiteral("print\nx\nrepeat\n40000\n✓"))
             << Keys{{"stdout", "x" + QString(21845, QChar(0x2713)).toUtf8()}, {"truncated", "true"}};
         QTest::newRow("does not exist")
             << QVariantMap{{"!program", "/nonexistent/corvane-no-such-program"}}
             << Keys{{"error", "*"}, {"exitcode", "<absent>"}};
-        QTest::newRow("timeout")
-            << shell(QStringLiteral("trap '' TERM; sleep 30"), {{"!timeout", 0.3}})
-            << Keys{{"error", "timed out after 0.3 s"}, {"exitcode", ""}};
+        QTest::newRow("timeout") << run(QStringLiteral("sleep\n30"), {{"!timeout", 0.3}})
+                                 << Keys{{"error", "timed out after 0.3 s"}, {"exitcode", ""}};
     }
     void runs_programs()
     {
@@ -393,38 +382,56 @@ private Q_SLOTS:
     }
 
     // A timeout ends the program's children too, and closing the project
-    // ends what its nodes started and did not wait for.
+    // ends what its nodes started, waited for or not. The helper's child
+    // ignores SIGTERM on Unix.
     void ends_process_trees_data()
     {
         QTest::addColumn<bool>("wait");
-        QTest::addColumn<double>("timeout");
-        QTest::newRow("timeout, child ignores SIGTERM") << true << 0.3;
-        QTest::newRow("project closed, not waited for") << false << 0.0;
+        QTest::addColumn<bool>("timeout"); // ended by a timeout, else by closing the project
+        QTest::newRow("timeout") << true << true;
+        QTest::newRow("project closed, waited for") << true << false;
+        QTest::newRow("project closed, not waited for") << false << false;
     }
     void ends_process_trees()
     {
         QFETCH(bool, wait);
-        QFETCH(double, timeout);
+        QFETCH(bool, timeout);
         QTemporaryDir dir;
         const QString pid_file = dir.filePath(QStringLiteral("child.pid"));
-        Fixture f;
-        f.add_run({{"!program", "trap '' TERM; (trap '' TERM; exec sleep 30) & echo $! > \"$1\"; wait"},
-                   {"!shell", true},
-                   {"!arguments", pid_file},
-                   {"!wait", wait},
-                   {"!timeout", timeout}});
-        f.open();
-        f.post({});
-        const qint64 child = read_pid(pid_file);
-        QVERIFY(alive(child));
-        if (wait) {
-            QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
-            QVERIFY(f.returned[0].find("error"));
-        } else {
-            QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs); // passed on once started
-            f.runtime.reset();
+        // A timeout that came before the helper started its child comes
+        // again, longer: starting a program may take long (Wine, a busy machine).
+        for (double seconds = 0.3;; seconds *= 4) {
+            QFile::remove(pid_file);
+            Fixture f;
+            f.add_run({{"!program", helper},
+                       {"!arguments", "child\n" + pid_file + "\nsleep\n30"},
+                       {"!wait", wait},
+                       {"!timeout", timeout ? seconds : 0.0}});
+            f.open();
+            f.post({});
+            qint64 child = 0;
+            if (timeout) {
+                QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+                QCOMPARE(f.returned[0].value("error"),
+                         QStringLiteral("timed out after %1 s").arg(seconds).toUtf8());
+                QFile file(pid_file);
+                if (file.open(QIODevice::ReadOnly))
+                    child = file.readAll().trimmed().toLongLong();
+                if (child == 0 && seconds < kTimeoutMs / 1000.0)
+                    continue;
+            } else {
+                child = read_pid(pid_file);
+                QVERIFY(process_alive(child));
+                if (wait)
+                    QVERIFY(f.returned.isEmpty());
+                else // passed on once started
+                    QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
+                f.runtime.reset();
+            }
+            QVERIFY(child > 0);
+            QTRY_VERIFY_WITH_TIMEOUT(!process_alive(child), kTimeoutMs);
+            return;
         }
-        QTRY_VERIFY_WITH_TIMEOUT(!alive(child), kTimeoutMs);
     }
 
     // Open refuses what is neither an http, https, file or mailto address nor
@@ -609,7 +616,7 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString marker = dir.filePath(QStringLiteral("ran"));
         Fixture f;
-        const QUuid node = f.add_run({{"!program", "touch"}, {"!arguments", marker}});
+        const QUuid node = f.add_run({{"!program", helper}, {"!arguments", "touch\n" + marker}});
         f.open(false);
         QCOMPARE(f.runtime->held_nodes(), QList<QUuid>{node});
         const QByteArray fingerprint = f.runtime->outside_fingerprint();
@@ -684,7 +691,7 @@ private Q_SLOTS:
                                          QStringLiteral(CORV_TEST_RUNTIME_DIR "/locale"));
         const QString caption = english.translate("AllowOutside.Caption");
         const QByteArray notified = "notification: Backup: done: 0\n";
-        QVERIFY(write_file(project, project_document(marker, count, {})));
+        QVERIFY(write_file(project, project_document(marker, count, false)));
 
         for (qsizetype i = 0; i < starts.size(); ++i) {
             const Start &start = starts[i];
@@ -692,7 +699,7 @@ private Q_SLOTS:
             if (start.window && !have_desktop())
                 QSKIP("no window system");
             if (start.edited)
-                QVERIFY(write_file(project, project_document(marker, count, QStringLiteral("-m"))));
+                QVERIFY(write_file(project, project_document(marker, count, true)));
             QFile::remove(marker);
             QFile::remove(count);
             QProcess corvane;
@@ -707,7 +714,9 @@ private Q_SLOTS:
                 arguments.prepend(QStringLiteral("--headless"));
             if (start.allow_run)
                 arguments.prepend(QStringLiteral("--allow-run"));
-            corvane.start(QStringLiteral(CORV_TEST_RUNTIME_DIR "/corvane"), arguments);
+            // Lines end in \n as read (Windows writes \r\n).
+            corvane.start(QStringLiteral(CORV_TEST_RUNTIME_DIR "/corvane"), arguments,
+                          QIODevice::ReadWrite | QIODevice::Text);
             QByteArray err;
             QByteArray out;
             // Until done() or the program ends or a generous while passed.
@@ -802,7 +811,7 @@ private Q_SLOTS:
         QFETCH(int, overflow);
         QFETCH(QByteArrayList, outputs);
         Fixture f;
-        f.add_run({{"!program", "printf"}, {"!arguments", "{n}"}, {"!limit", 2}, {"!overflow", overflow}});
+        f.add_run({{"!program", helper}, {"!arguments", "print\n{n}"}, {"!limit", 2}, {"!overflow", overflow}});
         f.open();
         for (int n = 1; n <= 4; ++n)
             f.post({{"n", QByteArray::number(n)}});
@@ -816,12 +825,27 @@ private Q_SLOTS:
         QCOMPARE(f.returned.size(), outputs.size());
     }
 
-    // The main thread goes on while programs run: its longest stall stays a
-    // small part of the time the program took.
+    // The main thread goes on while programs run: its longest stall stays
+    // well below the time they run. Starting one takes the main thread a
+    // moment (Windows programs start synchronously, slowly under Wine): they
+    // run many times as long as a start was seen to take.
     void never_waits_for_a_program()
     {
+        qint64 start_ms = 0;
+        for (int i = 0; i < 2; ++i) {
+            QProcess probe;
+            QElapsedTimer clock;
+            clock.start();
+            probe.start(helper, {});
+            QVERIFY(probe.waitForStarted(kTimeoutMs));
+            start_ms = std::max(start_ms, clock.elapsed());
+            QVERIFY(probe.waitForFinished(kTimeoutMs));
+        }
+        const qint64 sleep_ms = std::max<qint64>(500, start_ms * 32);
         Fixture f;
-        f.add_run({{"!program", "sleep"}, {"!arguments", "0.5"}, {"!limit", 8}});
+        f.add_run({{"!program", helper},
+                   {"!arguments", QStringLiteral("sleep\n%1").arg(sleep_ms / 1000.0)},
+                   {"!limit", 8}});
         f.open();
         QElapsedTimer clock;
         clock.start();
@@ -829,7 +853,7 @@ private Q_SLOTS:
             f.post({});
         qint64 longest = 0;
         qint64 last = clock.elapsed();
-        while (f.returned.size() < 4 && clock.elapsed() < kTimeoutMs) {
+        while (f.returned.size() < 4 && clock.elapsed() < kTimeoutMs + sleep_ms) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
             const qint64 now = clock.elapsed();
             longest = std::max(longest, now - last);
@@ -837,17 +861,21 @@ private Q_SLOTS:
         }
         const qint64 took = clock.elapsed();
         QCOMPARE(f.returned.size(), 4);
-        qInfo("4 waited sleeps of 0.5 s: %lld ms in all, longest stall %lld ms", took, longest);
-        QVERIFY2(longest < took / 4, qPrintable(QStringLiteral("stalled %1 ms").arg(longest)));
+        qInfo("4 waited sleeps of %lld ms (a start took up to %lld ms): %lld ms in all, longest stall %lld ms",
+              sleep_ms, start_ms, took, longest);
+        QVERIFY2(longest < sleep_ms / 2, qPrintable(QStringLiteral("stalled %1 ms").arg(longest)));
     }
 
-    // Start-to-event latency of a waited `true` and memory over many runs in
-    // a row (CORV_SYSTEM_RUNS sets how many; 1000 for the README's figures).
+    // Start-to-event latency of a waited program that ends at once (as
+    // `true` does) and memory over many runs in a row: CORV_SYSTEM_RUNS sets
+    // how many (1000 for the README's figures); else 100, or as many as the
+    // first run says fit in some 10 s (at least 20) where starts are slow.
     void latency_and_memory()
     {
-        const int runs = std::max(100, qEnvironmentVariableIntValue("CORV_SYSTEM_RUNS"));
+        const int asked = qEnvironmentVariableIntValue("CORV_SYSTEM_RUNS");
+        int runs = std::max(100, asked);
         Fixture f;
-        f.add_run({{"!program", "true"}});
+        f.add_run({{"!program", helper}}); // ends at once, as `true` does
         f.open();
         QList<qint64> latencies;
         qint64 rss_warm = 0;
@@ -860,13 +888,15 @@ private Q_SLOTS:
             while (f.returned.isEmpty() && clock.elapsed() < kTimeoutMs)
                 QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
             latencies.append(clock.nsecsElapsed());
+            if (i == 0 && asked == 0)
+                runs = int(std::clamp<qint64>(10'000'000'000 / std::max<qint64>(latencies[0], 1), 20, 100));
             QCOMPARE(f.returned.size(), 1);
             QCOMPARE(f.returned.last().value("exitcode"), QByteArray("0"));
             f.returned.clear(); // what the test keeps would hide what the node keeps
         }
         const qint64 rss_end = resident_kib();
         std::sort(latencies.begin(), latencies.end());
-        qInfo("%d waited runs of true: p50 %.2f ms, p90 %.2f ms; resident %lld KiB after %d runs, "
+        qInfo("%d waited runs of a program that ends at once: p50 %.2f ms, p90 %.2f ms; resident %lld KiB after %d runs, "
               "%lld KiB after %d",
               runs, latencies[runs / 2] / 1e6, latencies[runs * 9 / 10] / 1e6, rss_warm, runs / 4,
               rss_end, runs);
