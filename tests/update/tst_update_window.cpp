@@ -31,6 +31,8 @@
 #include <QTest>
 #include <QTextBrowser>
 
+#include <algorithm>
+
 using namespace corv;
 
 namespace {
@@ -158,6 +160,13 @@ private slots:
                                  "^Lib updater: failed to fetch changelog: .*Not Found$")));
         list->setCurrentRow(1);
         QTRY_COMPARE(notes->toPlainText(), QStringLiteral("The release notes couldn't be loaded."));
+        // The details follow the chosen row.
+        const auto title_starts = [&](const QString &start) {
+            const QList<QLabel *> labels = window->findChildren<QLabel *>();
+            return std::any_of(labels.begin(), labels.end(), [&](QLabel *label) { return label->text().startsWith(start); });
+        };
+        QVERIFY(title_starts(QStringLiteral("Lib 2.0")));
+        QVERIFY(!title_starts(QStringLiteral("App 3.0")));
         // Skipping the library the application needs keeps it as a dependency.
         QTest::ignoreMessage(QtInfoMsg,
                              QRegularExpression(QStringLiteral("^Perf updater: updated graph")));

@@ -319,8 +319,18 @@ void tst_Panels::racks_show_status()
     changed.clear();
     vm.refresh_status();
     QCOMPARE(changed.count(), 1); // only the rack whose status moved
+    // A rack renamed or disabled from anywhere repaints its row, and the
+    // panel's Enabled action follows the selected rack.
+    widgets::RacksPanel panel(&vm);
+    panel.list()->setCurrentIndex(panel.list()->model()->index(vm.row_of(b), 0));
+    QVERIFY(panel.enabled_action()->isChecked());
+    changed.clear();
+    rig.commands.execute(std::make_unique<engine::RenameRackCommand>(&rig.project, b, QStringLiteral("Bee")));
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(changed[0][0].toModelIndex().row(), vm.row_of(b));
     QVERIFY(vm.set_rack_enabled(b, false));
     QCOMPARE(status(b), QStringLiteral("disabled"));
+    QVERIFY(!panel.enabled_action()->isChecked());
     QVERIFY(vm.index(vm.row_of(a)).data(Qt::ToolTipRole).toString().startsWith(QStringLiteral("A\nrunning")));
 }
 
