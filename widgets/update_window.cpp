@@ -76,10 +76,12 @@ void run_check(QObject *owner, const UpdateContext &context,
     auto *settings = new QSettings(context.settings_file, QSettings::IniFormat);
     auto *checker =
         new update::UpdateChecker(context.components, settings, fetch_options(context), owner);
-    QObject::connect(checker, &update::UpdateChecker::finished, checker, [checker, settings, done] {
+    // Owned by the checker, which may go with its owner before it finishes
+    // (the window closed while a background check still waits).
+    settings->setParent(checker);
+    QObject::connect(checker, &update::UpdateChecker::finished, checker, [checker, done] {
         done(*checker);
         checker->deleteLater();
-        delete settings;
     });
     checker->start();
 }
