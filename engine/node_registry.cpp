@@ -123,15 +123,13 @@ void NodeRegistration::register_migration(const corv_node_migration *migration)
     qCInfo(lc_engine, "%s registered migration %s", plugin_id.constData(), migration->id);
 }
 
-bool NodeRegistration::mark_acts_outside(const QString &id)
+NodeDefinition *NodeRegistration::pending_definition(const QString &id) const
 {
-    for (auto &definition : m_definitions) {
-        if (definition->id == id) {
-            definition->acts_outside = true;
-            return true;
-        }
+    for (const auto &definition : m_definitions) {
+        if (definition->id == id)
+            return definition.get();
     }
-    return false;
+    return nullptr;
 }
 
 void NodeRegistration::commit()

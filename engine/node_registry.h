@@ -50,6 +50,8 @@ struct NodeDefinition {
     // Its nodes act outside the program (run programs, open files): they get
     // no events until the user allows them for the project.
     bool acts_outside = false;
+    // Called when a node's rack stops running, to end what it set going.
+    corv_node_stop_fn on_stop = nullptr;
 };
 
 // Maps nodes of a retired type id to a registered one.
@@ -81,9 +83,10 @@ public:
     void register_node(const corv_node_type *type);
     // corv_register_node_migration: the outcome is logged, not returned.
     void register_migration(const corv_node_migration *migration);
-    // corv_register_node_acts_outside: marks a type this registration holds;
-    // false when it holds none of that id.
-    bool mark_acts_outside(const QString &id);
+    // A type this registration holds (registered, not yet committed), or
+    // null: what corv_register_node_acts_outside and corv_register_node_on_stop
+    // add to.
+    NodeDefinition *pending_definition(const QString &id) const;
 
     qsizetype pending_node_count() const { return qsizetype(m_definitions.size()); }
     qsizetype pending_migration_count() const { return m_migration_ids.size(); }

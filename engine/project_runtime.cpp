@@ -2,6 +2,7 @@
 
 #include "engine/children_router.h"
 #include "engine/node_manager.h"
+#include "engine/node_instance.h"
 #include "engine/node_manager_p.h"
 #include "engine/rack_manager.h"
 #include "model/project.h"
@@ -150,6 +151,15 @@ void ProjectRuntime::open()
 RackManager *ProjectRuntime::make_rack_manager(const QUuid &id, model::Rack &rack)
 {
     auto *manager = new RackManager(rack, id, *this);
+    // A rack that stands still ends what its nodes set going outside.
+    connect(manager, &RackManager::stopped, this, [this, manager] {
+        for (const QUuid &node_id : rack_nodes(manager->rack())) {
+            const NodeManager *node = m_nodes.value(node_id);
+            const NodeInstance *instance = node ? node->instance() : nullptr;
+            if (instance && instance->is_created() && instance->definition().on_stop)
+                instance->definition().on_stop(instance->data());
+        }
+    });
     manager->set_paused(m_paused);
     m_racks.insert(id, manager);
     return manager;

@@ -12,7 +12,7 @@ class RackManager::Impl : public QObject
 {
 public:
     Impl(RackManager &q, model::Rack &rack, const QUuid &id, ProjectRuntime &runtime)
-        : rack(&rack), id(id), runtime(&runtime),
+        : q(&q), rack(&rack), id(id), runtime(&runtime),
           top_router(rack.top_level(), runtime, &running, &q)
     {
         connect(&rack, &model::Rack::name_changed, this,
@@ -20,7 +20,7 @@ public:
         connect(&rack, &model::Rack::is_enabled_changed, this,
                 [this](bool enabled) {
                     enabled_flag = enabled;
-                    running = enabled && !paused;
+                    update_running();
                 });
         connect(&sink, &EventSink::event_received, this,
                 [this](const EventScope &event) {
@@ -33,6 +33,15 @@ public:
         running = enabled_flag;
     }
 
+    void update_running()
+    {
+        const bool was_running = running;
+        running = enabled_flag && !paused;
+        if (was_running && !running)
+            Q_EMIT q->stopped();
+    }
+
+    RackManager *q;
     model::Rack *rack;
     QUuid id;
     ProjectRuntime *runtime;
@@ -81,7 +90,7 @@ bool RackManager::is_running() const
 void RackManager::set_paused(bool paused)
 {
     d->paused = paused;
-    d->running = d->enabled_flag && !paused;
+    d->update_running();
 }
 
 bool RackManager::is_paused() const

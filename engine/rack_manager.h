@@ -50,6 +50,10 @@ public:
 
     Impl *impl() const { return d.get(); }
 
+Q_SIGNALS:
+    // The rack went from running to standing still (disabled or paused).
+    void stopped();
+
 private:
     std::unique_ptr<Impl> d;
 };

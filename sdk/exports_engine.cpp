@@ -65,17 +65,41 @@ void corv_register_node(corv_registration *registration, const corv_node_type *t
     handles::registration(registration)->register_node(type);
 }
 
-void corv_register_node_acts_outside(corv_registration *registration, const char *type_id)
+namespace {
+
+// The type a registration call adds to, or null with the reason logged.
+NodeDefinition *registered_type(corv_registration *registration, const char *type_id,
+                                        const char *what)
 {
     if (!registration || !type_id) {
-        qCWarning(lc_sdk, "Can't mark node type %s as acting outside: no registration context "
-                          "(only during cplugin_load)",
-                  type_id ? type_id : "");
-        return;
+        qCWarning(lc_sdk, "Node type %s can't %s: no registration context (only during "
+                          "cplugin_load)",
+                  type_id ? type_id : "", what);
+        return nullptr;
     }
-    if (!handles::registration(registration)->mark_acts_outside(QString::fromUtf8(type_id)))
-        qCWarning(lc_sdk, "Can't mark node type %s as acting outside: this plugin registered no "
-                          "such type", type_id);
+    NodeDefinition *definition =
+        handles::registration(registration)->pending_definition(QString::fromUtf8(type_id));
+    if (!definition)
+        qCWarning(lc_sdk, "Node type %s can't %s: this plugin registered no such type", type_id,
+                  what);
+    return definition;
+}
+
+} // namespace
+
+void corv_register_node_acts_outside(corv_registration *registration, const char *type_id)
+{
+    if (NodeDefinition *definition =
+            registered_type(registration, type_id, "be marked as acting outside"))
+        definition->acts_outside = true;
+}
+
+void corv_register_node_on_stop(corv_registration *registration, const char *type_id,
+                                corv_node_stop_fn on_stop)
+{
+    if (NodeDefinition *definition =
+            registered_type(registration, type_id, "get a stop callback"))
+        definition->on_stop = on_stop;
 }
 
 void corv_register_node_migration(corv_registration *registration,

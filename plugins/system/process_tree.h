@@ -19,7 +19,7 @@ public:
     ProcessTree &operator=(const ProcessTree &) = delete;
 
     // Before start: arranges for the program to head a tree of its own.
-    static void prepare(QProcess &process);
+    void prepare(QProcess &process);
     // Once started: takes the program's tree in hand.
     void adopt(QProcess &process);
     // Ends the program and every process of its tree at once; nothing when
@@ -29,6 +29,8 @@ public:
 private:
     qint64 m_pid = 0;
     void *m_job = nullptr;
+    void *m_started = nullptr; // Windows: what starting the program gave back
+
 };
 
 // Sets the program and arguments that run `command` through the system's

@@ -49,31 +49,35 @@ ProcessTree::~ProcessTree()
 
 void ProcessTree::prepare(QProcess &process)
 {
-    Q_UNUSED(process);
+    // Started suspended, so that nothing it starts can come before the job
+    // and escape it; adopt() lets it run. QProcess keeps the handles it
+    // fills in until the program ended.
+    process.setCreateProcessArgumentsModifier([this](QProcess::CreateProcessArguments *arguments) {
+        arguments->flags |= CREATE_SUSPENDED;
+        m_started = arguments->processInformation;
+    });
 }
 
 void ProcessTree::adopt(QProcess &process)
 {
+    m_pid = process.processId();
+    const auto *started = static_cast<const PROCESS_INFORMATION *>(m_started);
+    if (!started)
+        return;
     // A job that ends its processes when its last handle closes, so that a
     // crash of the program takes the tree along too.
     HANDLE job = ::CreateJobObjectW(nullptr, nullptr);
-    if (!job)
-        return;
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    ::SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    HANDLE child = ::OpenProcess(PROCESS_SET_QUOTA | PROCESS_TERMINATE, FALSE,
-                                 static_cast<DWORD>(process.processId()));
-    if (!child || !::AssignProcessToJobObject(job, child)) {
-        if (child)
-            ::CloseHandle(child);
-        ::CloseHandle(job);
-        m_pid = process.processId();
-        return;
+    if (job) {
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+        ::SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+        if (::AssignProcessToJobObject(job, started->hProcess))
+            m_job = job;
+        else
+            ::CloseHandle(job);
     }
-    ::CloseHandle(child);
-    m_job = job;
-    m_pid = process.processId();
+    ::ResumeThread(started->hThread);
+    m_started = nullptr;
 }
 
 void ProcessTree::kill()

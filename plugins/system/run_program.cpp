@@ -90,13 +90,23 @@ RunProgramNode::~RunProgramNode()
         corv_event_destroy(event);
 }
 
+void RunProgramNode::stop()
+{
+    // Freed on the next turn: this may run inside one of their signals.
+    for (auto &run : m_running) {
+        end(*run);
+        m_done.push_back(std::move(run));
+    }
+    m_running.clear();
+    for (corv_event *event : m_queue)
+        corv_event_destroy(event);
+    m_queue.clear();
+}
+
 void RunProgramNode::end_all()
 {
-    for (RunProgramNode *node : all_nodes()) {
-        for (auto &run : node->m_running)
-            node->end(*run);
-        node->m_running.clear();
-    }
+    for (RunProgramNode *node : all_nodes())
+        node->stop();
 }
 
 // Ends a run's program tree at once and forgets its signals.
@@ -239,7 +249,7 @@ void RunProgramNode::start(corv_event *event)
         run.process.setProcessEnvironment(environment);
     }
     run.process.setInputChannelMode(QProcess::ManagedInputChannel);
-    ProcessTree::prepare(run.process);
+    run.tree.prepare(run.process);
 
     QObject::connect(&run.process, &QProcess::started, [this, &run] {
         run.tree.adopt(run.process);

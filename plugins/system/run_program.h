@@ -37,7 +37,10 @@ public:
     void on_event(corv_event *event); // owns event
     void instance_name(char *buffer) const;
 
-    // Ends the programs of every node (the plugin unloads).
+    // The rack stopped: ends the node's programs and drops the events that
+    // wait for a slot, without passing anything on.
+    void stop();
+    // Stops every node (the plugin unloads).
     static void end_all();
 
 private:

@@ -57,6 +57,11 @@ void run_on_event(void *data, corv_event *event)
     static_cast<RunProgramNode *>(data)->on_event(event);
 }
 
+void run_stop(void *data)
+{
+    static_cast<RunProgramNode *>(data)->stop();
+}
+
 void run_name(void *data, char *buffer)
 {
     static_cast<RunProgramNode *>(data)->instance_name(buffer);
@@ -175,6 +180,7 @@ CPLUGIN_EXPORT int cplugin_load(corv_registration *registration)
     run.on_event = run_on_event;
     corv_register_node(registration, &run);
     corv_register_node_acts_outside(registration, run.id);
+    corv_register_node_on_stop(registration, run.id, run_stop);
 
     using namespace corv_system;
     register_desktop<OpenNode>(registration, kOpenId, "Open.Type", system_icon_open, system_icon_open_size,

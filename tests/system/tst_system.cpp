@@ -381,21 +381,24 @@ private Q_SLOTS:
         }
     }
 
-    // A timeout ends the program's children too, and closing the project
-    // ends what its nodes started, waited for or not. The helper's child
+    // A timeout ends the program's children too, and so do closing the
+    // project and stopping the rack, waited for or not. The helper's child
     // ignores SIGTERM on Unix.
     void ends_process_trees_data()
     {
         QTest::addColumn<bool>("wait");
-        QTest::addColumn<bool>("timeout"); // ended by a timeout, else by closing the project
-        QTest::newRow("timeout") << true << true;
-        QTest::newRow("project closed, waited for") << true << false;
-        QTest::newRow("project closed, not waited for") << false << false;
+        QTest::addColumn<QString>("ended_by");
+        QTest::newRow("timeout") << true << "timeout";
+        QTest::newRow("project closed, waited for") << true << "close";
+        QTest::newRow("project closed, not waited for") << false << "close";
+        QTest::newRow("rack disabled") << true << "disable";
+        QTest::newRow("every rack paused") << false << "pause";
     }
     void ends_process_trees()
     {
         QFETCH(bool, wait);
-        QFETCH(bool, timeout);
+        QFETCH(QString, ended_by);
+        const bool timeout = ended_by == QLatin1String("timeout");
         QTemporaryDir dir;
         const QString pid_file = dir.filePath(QStringLiteral("child.pid"));
         // A timeout that came before the helper started its child comes
@@ -426,10 +429,27 @@ private Q_SLOTS:
                     QVERIFY(f.returned.isEmpty());
                 else // passed on once started
                     QTRY_COMPARE_WITH_TIMEOUT(f.returned.size(), 1, kTimeoutMs);
-                f.runtime.reset();
+                if (ended_by == QLatin1String("close"))
+                    f.runtime.reset();
+                else if (ended_by == QLatin1String("disable"))
+                    f.project.find_rack(f.rack)->set_enabled(false);
+                else
+                    f.runtime->set_paused(true);
             }
             QVERIFY(child > 0);
             QTRY_VERIFY_WITH_TIMEOUT(!process_alive(child), kTimeoutMs);
+            // A stopped rack passes nothing on for what it ended, and runs
+            // again once enabled.
+            if (!timeout && ended_by != QLatin1String("close")) {
+                const qsizetype before = f.returned.size();
+                f.project.find_rack(f.rack)->set_enabled(true);
+                f.runtime->set_paused(false);
+                QTest::qWait(50);
+                QCOMPARE(f.returned.size(), before);
+                QFile::remove(pid_file);
+                f.post({});
+                QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(pid_file), kTimeoutMs);
+            }
             return;
         }
     }

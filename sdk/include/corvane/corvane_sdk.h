@@ -69,6 +69,7 @@
  *
  * Additions to version 1 (a plugin that calls one needs a program that has it):
  *   corv_register_node_acts_outside  a node type acts outside the program
+ *   corv_register_node_on_stop       a node's rack stopped: end what it started
  *
  * Order at start-up, for all plugins in turn: version check, handle, info;
  * then three passes: preferences read, cplugin_load, cplugin_postload. A
@@ -236,6 +237,7 @@ typedef void (*corv_node_on_event_fn)(void *data, corv_event *event);
 typedef void (*corv_node_on_children_returned_fn)(void *data, corv_event *event);
 typedef void (*corv_node_load_fn)(void *data, corv_store *store);
 typedef void (*corv_node_unload_fn)(void *data, corv_store *store);
+typedef void (*corv_node_stop_fn)(void *data);
 
 /* Decoration bits returned by get_decoration (bit 4 is not read). They tell
  * the rack panel how events flow through the node. */
@@ -465,6 +467,13 @@ CORV_API void corv_register_node_migration(corv_registration *registration,
  * user allows them for the project: the window asks once per project and
  * machine, a headless run needs --allow-run. Only during cplugin_load. */
 CORV_API void corv_register_node_acts_outside(corv_registration *registration, const char *type_id);
+/* Gives a type this plugin registered a stop callback: it runs when a node's
+ * rack stops running (the user disabled the rack or paused every rack), so
+ * that the node ends what it set going outside the program, such as programs
+ * still running. The instance stays; events come again once the rack runs.
+ * Only during cplugin_load. */
+CORV_API void corv_register_node_on_stop(corv_registration *registration, const char *type_id,
+                                         corv_node_stop_fn on_stop);
 /* Frees a string that a function handed to you. Null is allowed. */
 CORV_API void corv_string_destroy(char *string);
 
