@@ -250,10 +250,14 @@ void SetClipboardNode::build(cui_generate_context *context)
 
 void SetClipboardNode::on_event(corv_event *event)
 {
-    if (QClipboard *board = clipboard())
-        board->setText(expand(m_text, event));
-    else
+    // A template that comes out empty (an event without its key) leaves what
+    // the user copied; only an empty template empties the clipboard.
+    const QString text = expand(m_text, event);
+    QClipboard *board = clipboard();
+    if (!board)
         no_clipboard();
+    else if (!text.isEmpty() || m_text.isEmpty())
+        board->setText(text);
     DesktopNode::on_event(event);
 }
 

@@ -564,6 +564,10 @@ private Q_SLOTS:
         // Another program reads it.
         QCOMPARE(xclip({QStringLiteral("-o")}), QByteArray("keep, set by the node ✓"));
         QCOMPARE(f.returned_with("what").size(), 1);
+        // An event without the template's key leaves the clipboard as it is.
+        f.post({{"other", "x"}});
+        QTRY_COMPARE_WITH_TIMEOUT(f.returned_with("other").size(), 1, kTimeoutMs);
+        QCOMPARE(xclip({QStringLiteral("-o")}), QByteArray("keep, set by the node ✓"));
     }
 
     // A filter that is no regular expression lets nothing through and says why.
