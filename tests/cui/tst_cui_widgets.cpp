@@ -545,6 +545,68 @@ private Q_SLOTS:
         QVERIFY(minutes->isEnabled());
     }
 
+    // Whatever part of a field's editor has the focus, the field is being
+    // edited, and no longer once the focus went elsewhere: a panel that
+    // asks (cui_is_editing) is rebuilt at both ends.
+    void focus_is_editing()
+    {
+        model::PropertyCollection collection;
+        cui::PropertySurface surface(nullptr, model::StoreView(&collection, QString()), cui::StoreEditor());
+        const QStringList names{"button", "check", "radio", "list", "select", "rack", "text", "area",
+                                "file", "slider", "int", "float", "colour", "hotkey"};
+        QStringList editing;
+        QObject::connect(&surface, &engine::PropertySurface::build, [&](cui::GenerateContext &context) {
+            auto *c = reinterpret_cast<cui_generate_context *>(&context);
+            const char *items[] = {"a", "b"};
+            editing.clear();
+            int i = 0;
+            const auto watch = [&] {
+                if (cui_is_editing(c))
+                    editing.append(names[i]);
+                ++i;
+            };
+            cui_button(c, "Action", "Press"), watch();
+            cui_checkbox(c, "check", "Check", false), watch();
+            cui_radio_group(c, "radio", "Radio", items, 2, 0), watch();
+            cui_list(c, "list", "List", items, nullptr, 2, 0), watch();
+            cui_select(c, "select", "Select", items, nullptr, 2, 0), watch();
+            cui_select_rack(c, "rack", "Rack"), watch();
+            cui_text(c, "text", "Text", ""), watch();
+            cui_text_area(c, "area", "Area", ""), watch();
+            cui_open_file(c, "file", "File", "", ""), watch();
+            cui_slider(c, "slider", "Slider", 1, 0, 9, 1), watch();
+            cui_int(c, "int", "Int", 1, 0, 9), watch();
+            cui_float(c, "float", "Float", 1, 0, 9), watch();
+            cui_color(c, "colour", "Colour", 0, 0, 0), watch();
+            cui_hotkey(c, "hotkey", "Hotkey", ""), watch();
+        });
+        surface.rebuild();
+        Window w(*surface.surface());
+        QVERIFY(QTest::qWaitForWindowActive(&w.window));
+        for (const QString &name : names) {
+            // The part a click or a Tab would give the focus to.
+            QWidget *editor = nullptr;
+            if (name == QLatin1String("button")) {
+                for (QPushButton *button : w.view->findChildren<QPushButton *>())
+                    editor = button->text() == QLatin1String("Press") ? button : editor;
+            } else {
+                QWidget *root = surface.surface()->element(name)->widget();
+                QList<QWidget *> parts{root};
+                parts += root->findChildren<QWidget *>();
+                for (QWidget *part : parts) {
+                    if (!editor && part->focusPolicy() != Qt::NoFocus && !part->focusProxy())
+                        editor = part;
+                }
+            }
+            QVERIFY2(editor, qPrintable(name));
+            editor->setFocus();
+            QVERIFY2(editor->hasFocus(), qPrintable(name));
+            QTRY_COMPARE(editing, QStringList{name});
+            w.other->setFocus();
+            QTRY_COMPARE(editing, QStringList());
+        }
+    }
+
     void hotkey_text_data()
     {
         QTest::addColumn<int>("key");
