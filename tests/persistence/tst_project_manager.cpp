@@ -220,6 +220,13 @@ private Q_SLOTS:
         QCOMPARE(order, QStringList{"modified"});
         QVERIFY(manager.save());
         QCOMPARE(order, (QStringList{"modified", "clean"}));
+
+        // A new project starts clean and unlinked, whatever came before.
+        edit(manager, QStringLiteral("again"));
+        order.clear();
+        manager.new_project();
+        QCOMPARE(order, (QStringList{"before", "after", "linked ", "clean"}));
+        QVERIFY(!manager.is_modified());
     }
 
     // Backups: one per opening, pruned oldest first, numbers reused.
