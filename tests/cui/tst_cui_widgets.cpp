@@ -545,10 +545,11 @@ private Q_SLOTS:
         QVERIFY(minutes->isEnabled());
     }
 
-    // Whatever part of a field's editor has the focus, the field is being
-    // edited, and no longer once the focus went elsewhere: a panel that
-    // asks (cui_is_editing) is rebuilt at both ends.
-    void focus_is_editing()
+    // Every kind of field's editor: whatever part of it has the focus, the
+    // field is being edited, and no longer once the focus went elsewhere (a
+    // panel that asks, cui_is_editing, is rebuilt at both ends); and it
+    // lines up with the others in the field column.
+    void field_editors()
     {
         model::PropertyCollection collection;
         cui::PropertySurface surface(nullptr, model::StoreView(&collection, QString()), cui::StoreEditor());
@@ -583,6 +584,14 @@ private Q_SLOTS:
         surface.rebuild();
         Window w(*surface.surface());
         QVERIFY(QTest::qWaitForWindowActive(&w.window));
+        const auto span = [&](QWidget *widget) {
+            const int left = widget->mapTo(w.view, QPoint()).x();
+            return std::pair{left, left + widget->width()};
+        };
+        QWidget *text = surface.surface()->element(QStringLiteral("text"))->widget();
+        QWidget *file = surface.surface()->element(QStringLiteral("file"))->widget();
+        QCOMPARE(span(file->findChild<QLineEdit *>()).first, span(text).first);
+        QCOMPARE(span(file).second, span(text).second);
         for (const QString &name : names) {
             // The part a click or a Tab would give the focus to.
             QWidget *editor = nullptr;
