@@ -113,6 +113,17 @@ private Q_SLOTS:
         g_keyboard->clear_sent();
     }
 
+    // Whether hotkeys can work at all (the rack panel's mark) follows the
+    // backend, asked again when it changes.
+    void global_input()
+    {
+        QVERIFY(global_input_available());
+        set_backend_factory([] { return std::unique_ptr<KeyboardBackend>(); });
+        QVERIFY(!global_input_available());
+        set_backend_factory([] { return g_keyboard->make_backend(); });
+        QVERIFY(global_input_available());
+    }
+
     // Hotkey text as the hotkey field writes it, read with the (US) layout;
     // and written back where the text is the field's own.
     void hotkey_text_data()
