@@ -139,6 +139,18 @@ private Q_SLOTS:
         stop_broker();
     }
 
+    // A first save, with no file yet, writes it the user's own from the
+    // start: it holds the password.
+    void first_save_is_private()
+    {
+        engine::PluginPreferences *preferences = mqtt()->preferences();
+        QVERIFY(QFile::remove(preferences->file_path()));
+        QVERIFY(preferences->write());
+        QCOMPARE(QFile::permissions(preferences->file_path()) &
+                     (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
+                 QFile::Permissions());
+    }
+
     // The page and its defaults; the CA file waits for TLS.
     void page()
     {
