@@ -174,11 +174,16 @@ private Q_SLOTS:
         Rig rig;
         const QUuid loop = rig.add_node(rig.add_rack(QStringLiteral("R")), "io.marrowfield.loop");
         rig.open();
+        const QString says = QStringLiteral("The loop stops after the current round.");
+        QVERIFY(!rig.labels(loop).contains(says));
         rig.click(loop);
         QTRY_COMPARE(rig.name(loop), QStringLiteral("Loop (stopping)"));
         rig.turns(2);
+        QVERIFY(rig.labels(loop).contains(says));
         rig.click(loop); // the label before it is no button
         QTRY_COMPARE(rig.name(loop), QStringLiteral("Loop"));
+        rig.turns(2);
+        QVERIFY(!rig.labels(loop).contains(says));
     }
 
     // Two events back in the same turn: only the first goes round again.
