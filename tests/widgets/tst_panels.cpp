@@ -459,7 +459,11 @@ void tst_Panels::rack_edits()
         panel.replace_action()->trigger();
         choose("delay");
     } else if (edit == u"delete") {
+        // Delete wants a selection.
+        panel.tree()->selectionModel()->clear();
+        QVERIFY(!panel.delete_action()->isEnabled());
         panel.select_node(delay);
+        QVERIFY(panel.delete_action()->isEnabled());
         panel.tree()->selectionModel()->select(vm.index_of(custom), QItemSelectionModel::Select);
         panel.delete_action()->trigger();
     } else if (edit == u"cut") {
@@ -479,7 +483,9 @@ void tst_Panels::rack_edits()
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
     } else if (edit == u"drag copy") {
         drag(custom, 0, {}, Qt::CopyAction);
-        QVERIFY(panel.current_node() != custom);
+        const QUuid copy = rig.project.find_rack(r1)->top_level()->at(0);
+        QVERIFY(copy != custom);
+        QCOMPARE(panel.selected_nodes(), QList<QUuid>{copy}); // the copy is chosen
     } else if (edit == u"drag into") {
         drag(custom, -1, fork);
         QCOMPARE(panel.selected_nodes(), QList<QUuid>{custom});
