@@ -1,8 +1,8 @@
 #include "engine/project_runtime.h"
 
 #include "engine/children_router.h"
-#include "engine/node_manager.h"
 #include "engine/node_instance.h"
+#include "engine/node_manager.h"
 #include "engine/node_manager_p.h"
 #include "engine/rack_manager.h"
 #include "model/project.h"

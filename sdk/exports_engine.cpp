@@ -69,7 +69,7 @@ namespace {
 
 // The type a registration call adds to, or null with the reason logged.
 NodeDefinition *registered_type(corv_registration *registration, const char *type_id,
-                                        const char *what)
+                                const char *what)
 {
     if (!registration || !type_id) {
         qCWarning(lc_sdk, "Node type %s can't %s: no registration context (only during "

@@ -30,7 +30,6 @@ private:
     qint64 m_pid = 0;
     void *m_job = nullptr;
     void *m_started = nullptr; // Windows: what starting the program gave back
-
 };
 
 // Sets the program and arguments that run `command` through the system's

@@ -82,12 +82,8 @@ RunProgramNode::RunProgramNode(corv_node *node)
 RunProgramNode::~RunProgramNode()
 {
     all_nodes().erase(this);
-    for (auto &run : m_running)
-        end(*run);
-    m_running.clear();
+    stop();
     m_done.clear();
-    for (corv_event *event : m_queue)
-        corv_event_destroy(event);
 }
 
 void RunProgramNode::stop()
