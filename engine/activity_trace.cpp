@@ -80,14 +80,12 @@ void ActivityTrace::format(const ActivityHop &hop, std::string &line)
     append_json(line, instance ? instance->instance_name().toUtf8() : QByteArray());
     line += ",\"event\":{";
     const EventData &data = hop.event->data();
-    const QList<QByteArray> &keys = data.keys();
-    for (qsizetype i = 0; i < keys.size(); ++i) {
+    for (qsizetype i = 0; i < data.count(); ++i) {
         if (i)
             line += ',';
-        append_json(line, keys[i]);
+        append_json(line, *data.key_at(i));
         line += ':';
-        const QByteArray *value = data.find(keys[i]);
-        append_json(line, value ? *value : QByteArray());
+        append_json(line, *data.value_at(i));
     }
     line += "}}\n";
 }

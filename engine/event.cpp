@@ -51,23 +51,44 @@ const QByteArray &not_null(const QByteArray &bytes)
 }
 } // namespace
 
-void EventData::set(const QByteArray &key, const QByteArray &value)
+qsizetype EventData::position_of(QByteArrayView key) const
 {
-    const QByteArray &stored_key = not_null(key);
-    // One lookup finds or makes the slot; a new slot is the only null value.
-    QByteArray &slot = m_values[stored_key];
-    if (slot.isNull())
-        m_keys.append(stored_key);
-    slot = not_null(value);
+    if (!m_positions.isEmpty()) {
+        const auto it = m_positions.constFind(QByteArray::fromRawData(key.data(), key.size()));
+        return it == m_positions.cend() ? -1 : it.value();
+    }
+    const qsizetype count = m_entries.size();
+    for (qsizetype i = 0; i < count; ++i) {
+        if (m_entries[i].key.size() == key.size() && QByteArrayView(m_entries[i].key) == key)
+            return i;
+    }
+    return -1;
 }
 
-const QByteArray *EventData::find(const QByteArray &key) const
+void EventData::set(QByteArrayView key, const QByteArray &value)
 {
-    auto it = m_values.constFind(not_null(key));
-    return it == m_values.cend() ? nullptr : &it.value();
+    const qsizetype at = position_of(key);
+    if (at >= 0) {
+        m_entries[at].value = not_null(value);
+        return;
+    }
+    m_entries.append(Entry{key.isEmpty() ? QByteArray("") : key.toByteArray(), not_null(value)});
+    if (!m_positions.isEmpty()) {
+        m_positions.insert(m_entries.constLast().key, m_entries.size() - 1);
+    } else if (m_entries.size() == kIndexedFrom) {
+        m_positions.reserve(kIndexedFrom * 2);
+        for (qsizetype i = 0; i < m_entries.size(); ++i)
+            m_positions.insert(m_entries[i].key, i);
+    }
 }
 
-QByteArray EventData::value(const QByteArray &key) const
+const QByteArray *EventData::find(QByteArrayView key) const
+{
+    const qsizetype at = position_of(key);
+    return at < 0 ? nullptr : &m_entries[at].value;
+}
+
+QByteArray EventData::value(QByteArrayView key) const
 {
     const QByteArray *found = find(key);
     return found ? *found : QByteArray();
@@ -75,9 +96,21 @@ QByteArray EventData::value(const QByteArray &key) const
 
 const QByteArray *EventData::key_at(qsizetype index) const
 {
-    if (index < 0 || index >= m_keys.size())
-        return nullptr;
-    return &m_keys.at(index);
+    return index < 0 || index >= m_entries.size() ? nullptr : &m_entries[index].key;
+}
+
+QList<QByteArray> EventData::keys() const
+{
+    QList<QByteArray> keys;
+    keys.reserve(m_entries.size());
+    for (const Entry &entry : m_entries)
+        keys.append(entry.key);
+    return keys;
+}
+
+const QByteArray *EventData::value_at(qsizetype index) const
+{
+    return index < 0 || index >= m_entries.size() ? nullptr : &m_entries[index].value;
 }
 
 EventData &EventScope::write()

@@ -21,26 +21,35 @@ class EventData
 {
 public:
     // An existing key keeps its position and gets the new value.
-    void set(const QByteArray &key, const QByteArray &value);
+    void set(QByteArrayView key, const QByteArray &value);
 
     // The value under key, or null when the key is absent. The bytes are
     // zero-terminated and stay valid until the record is next written.
-    const QByteArray *find(const QByteArray &key) const;
-    QByteArray value(const QByteArray &key) const;
+    const QByteArray *find(QByteArrayView key) const;
+    QByteArray value(QByteArrayView key) const;
 
-    qsizetype count() const { return m_keys.size(); }
-    // Key at insertion position, or null when index is out of range.
+    qsizetype count() const { return m_entries.size(); }
+    // Key and value at insertion position, or null when index is out of range.
     const QByteArray *key_at(qsizetype index) const;
-    const QList<QByteArray> &keys() const { return m_keys; }
+    const QByteArray *value_at(qsizetype index) const;
+    QList<QByteArray> keys() const;
 
-    friend bool operator==(const EventData &a, const EventData &b)
-    {
-        return a.m_keys == b.m_keys && a.m_values == b.m_values;
-    }
+    friend bool operator==(const EventData &a, const EventData &b) { return a.m_entries == b.m_entries; }
 
 private:
-    QHash<QByteArray, QByteArray> m_values;
-    QList<QByteArray> m_keys;
+    struct Entry {
+        QByteArray key;
+        QByteArray value;
+        friend bool operator==(const Entry &a, const Entry &b) { return a.key == b.key && a.value == b.value; }
+    };
+    // Most events have a handful of keys: a scan of the entries beats
+    // hashing. Past this many, a hash of positions is kept as well.
+    static constexpr qsizetype kIndexedFrom = 12;
+
+    qsizetype position_of(QByteArrayView key) const;
+
+    QList<Entry> m_entries;
+    QHash<QByteArray, qsizetype> m_positions; // empty below kIndexedFrom
 };
 
 // A shared, reference-counted, copy-on-write handle to one EventData. Copies
@@ -79,9 +88,9 @@ public:
     // Write access: detaches first when the record is shared.
     EventData &write();
 
-    void set(const QByteArray &key, const QByteArray &value) { write().set(key, value); }
-    const QByteArray *find(const QByteArray &key) const { return data().find(key); }
-    QByteArray value(const QByteArray &key) const { return data().value(key); }
+    void set(QByteArrayView key, const QByteArray &value) { write().set(key, value); }
+    const QByteArray *find(QByteArrayView key) const { return data().find(key); }
+    QByteArray value(QByteArrayView key) const { return data().value(key); }
     qsizetype count() const { return data().count(); }
 
     // True when both handles hold the same record.

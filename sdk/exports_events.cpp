@@ -12,10 +12,10 @@ using namespace corv::engine;
 
 namespace {
 
-// A key or value from a plugin, without a copy; null reads as "".
-QByteArray view_of(const char *text)
+// A key from a plugin, without a copy; null reads as "".
+QByteArrayView view_of(const char *text)
 {
-    return text ? QByteArray::fromRawData(text, qsizetype(std::strlen(text))) : QByteArray("");
+    return text ? QByteArrayView(text, qsizetype(std::strlen(text))) : QByteArrayView("");
 }
 
 QByteArray copy_of(const char *text)
@@ -39,7 +39,7 @@ void corv_event_set(corv_event *event, const char *key, const char *value)
 {
     if (!event)
         return;
-    handles::event(event)->set(copy_of(key), copy_of(value));
+    handles::event(event)->set(view_of(key), copy_of(value));
 }
 
 const char *corv_event_get(corv_event *event, const char *key)

@@ -20,19 +20,10 @@ class EventKeys final : public exprs::KeySource
 public:
     explicit EventKeys(const engine::EventData &data) : m_data(data) {}
 
-    bool has(QByteArrayView key) const override { return m_data.find(raw(key)) != nullptr; }
-    QByteArray value(QByteArrayView key) const override
-    {
-        const QByteArray *value = m_data.find(raw(key));
-        return value ? *value : QByteArray();
-    }
+    bool has(QByteArrayView key) const override { return m_data.find(key) != nullptr; }
+    QByteArray value(QByteArrayView key) const override { return m_data.value(key); }
 
 private:
-    static QByteArray raw(QByteArrayView key)
-    {
-        return QByteArray::fromRawData(key.data(), key.size());
-    }
-
     const engine::EventData &m_data;
 };
 

@@ -143,10 +143,10 @@ QString ActivityViewModel::event_text(const Row &row) const
 {
     const engine::EventData &data = row.event.data();
     QString text;
-    for (const QByteArray &key : data.keys()) {
-        if (!text.isEmpty())
+    for (qsizetype i = 0; i < data.count(); ++i) {
+        if (i)
             text += QLatin1String("; ");
-        text += QString::fromUtf8(key) + QLatin1String(": ") + QString::fromUtf8(data.value(key));
+        text += QString::fromUtf8(*data.key_at(i)) + QLatin1String(": ") + QString::fromUtf8(*data.value_at(i));
     }
     return text;
 }

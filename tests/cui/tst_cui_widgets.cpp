@@ -592,6 +592,11 @@ private Q_SLOTS:
         QWidget *file = surface.surface()->element(QStringLiteral("file"))->widget();
         QCOMPARE(span(file->findChild<QLineEdit *>()).first, span(text).first);
         QCOMPARE(span(file).second, span(text).second);
+        // Each number editor offers the declared 0..9, not its widget's own default.
+        const auto *slider = static_cast<QSlider *>(surface.surface()->element(QStringLiteral("slider"))->widget());
+        const auto *spin = static_cast<QSpinBox *>(surface.surface()->element(QStringLiteral("int"))->widget());
+        QCOMPARE(std::pair(slider->minimum(), slider->maximum()), std::pair(0, 9));
+        QCOMPARE(std::pair(spin->minimum(), spin->maximum()), std::pair(0, 9));
         for (const QString &name : names) {
             // The part a click or a Tab would give the focus to.
             QWidget *editor = nullptr;
