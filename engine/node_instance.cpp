@@ -2,6 +2,8 @@
 
 #include "engine/handles.h"
 
+#include <QMetaMethod>
+
 #include <cstring>
 
 namespace corv::engine {
@@ -44,10 +46,32 @@ void NodeInstance::destroy()
     m_data = nullptr;
 }
 
+const QString &NodeInstance::instance_name() const
+{
+    if (m_name_stale)
+        const_cast<NodeInstance *>(this)->read_instance_name();
+    return m_instance_name;
+}
+
 void NodeInstance::refresh_instance_name()
 {
     if (!m_created || !m_definition->get_instance_name)
         return;
+    m_name_stale = true;
+    if (!m_name_watched && !(m_listener && m_listener->watches_names()))
+        return;
+    if (!read_instance_name())
+        return;
+    if (m_listener)
+        m_listener->instance_renamed(this);
+    Q_EMIT instance_name_changed(m_instance_name);
+}
+
+bool NodeInstance::read_instance_name()
+{
+    m_name_stale = false;
+    if (!m_created)
+        return false;
     char buffer[256];
     buffer[0] = '\0';
     m_definition->get_instance_name(m_data, buffer);
@@ -56,11 +80,16 @@ void NodeInstance::refresh_instance_name()
         end ? static_cast<const char *>(end) - buffer : qsizetype(sizeof buffer);
     const QString name = QString::fromUtf8(buffer, length);
     if (name == m_instance_name)
-        return;
+        return false;
     m_instance_name = name;
-    if (m_listener)
-        m_listener->instance_renamed(this);
-    Q_EMIT instance_name_changed(m_instance_name);
+    return true;
+}
+
+void NodeInstance::connectNotify(const QMetaMethod &signal)
+{
+    if (signal == QMetaMethod::fromSignal(&NodeInstance::instance_name_changed))
+        m_name_watched = true;
+    QObject::connectNotify(signal);
 }
 
 void NodeInstance::refresh_decoration()

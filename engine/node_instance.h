@@ -18,6 +18,8 @@ class InstanceListener
 {
 public:
     virtual void instance_renamed(NodeInstance *instance) = 0;
+    // Whether the owner wants each new name as it comes (someone shows it).
+    virtual bool watches_names() const = 0;
     virtual void instance_redecorated(NodeInstance *instance) = 0;
     virtual void instance_needs_panel_update(NodeInstance *instance) = 0;
 
@@ -46,7 +48,9 @@ public:
     EventSink *parent_sink() const { return m_parent_sink; }
     EventSink *child_sink() const { return m_child_sink; }
 
-    const QString &instance_name() const { return m_instance_name; }
+    // The type's name for this instance, read from the type when first asked
+    // for after a change that nobody watched.
+    const QString &instance_name() const;
     const std::array<bool, 5> &decoration() const { return m_decoration; }
     // The five flags put back at their bit positions.
     quint32 decoration_mask() const;
@@ -58,7 +62,9 @@ public:
     // clears the created flag.
     void destroy();
 
-    // Re-reads get_instance_name; emits instance_name_changed on a change.
+    // The type says the name may have changed. Re-reads get_instance_name now
+    // when somebody watches (emits instance_name_changed on a change), else
+    // when the name is next asked for: an open names no node nobody shows.
     void refresh_instance_name();
     // Re-reads get_decoration; emits decoration_changed on a change.
     void refresh_decoration();
@@ -77,11 +83,19 @@ Q_SIGNALS:
     void decoration_changed();
     void properties_need_update();
 
+protected:
+    void connectNotify(const QMetaMethod &signal) override;
+
 private:
+    // Reads get_instance_name; true when the name changed.
+    bool read_instance_name();
+
     const NodeDefinition *m_definition;
     bool m_created = false;
+    bool m_name_stale = false;
+    bool m_name_watched = false;
     void *m_data = nullptr;
-    QString m_instance_name;
+    mutable QString m_instance_name;
     std::array<bool, 5> m_decoration{};
     EventSink *m_parent_sink;
     EventSink *m_child_sink;

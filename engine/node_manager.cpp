@@ -197,6 +197,8 @@ void NodeManager::connectNotify(const QMetaMethod &signal)
         d->triggered_wired = true;
     else if (signal == QMetaMethod::fromSignal(&NodeManager::emitted))
         d->emitted_wired = true;
+    else if (signal == QMetaMethod::fromSignal(&NodeManager::instance_name_changed))
+        d->names_wired = true;
     QObject::connectNotify(signal);
 }
 

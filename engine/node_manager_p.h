@@ -49,6 +49,7 @@ public:
     void sink_received(EventSink *sink, EventScope &event) override;
     // InstanceListener
     void instance_renamed(NodeInstance *instance) override;
+    bool watches_names() const override { return names_wired; }
     void instance_redecorated(NodeInstance *instance) override;
     void instance_needs_panel_update(NodeInstance *instance) override;
     // model::NodeObserver
@@ -79,6 +80,9 @@ public:
     // fire on every hop.
     bool triggered_wired = false;
     bool emitted_wired = false;
+    // Whether anyone listens to instance_name_changed: names are read from
+    // the types only when shown otherwise.
+    bool names_wired = false;
 
     // Owned; a plain pointer (no weak reference nor Qt child list per node).
     PropertySurface *surface = nullptr;
