@@ -198,7 +198,9 @@ void read_pax(const QByteArray &data, QString &path, qint64 &size)
             return;
         bool ok = false;
         const qsizetype length = data.mid(at, space - at).toLongLong(&ok);
-        if (!ok || length <= space - at || at + length > data.size())
+        // The length counts the whole record: its digits, the space, and the
+        // newline that ends it.
+        if (!ok || length < space - at + 2 || at + length > data.size() || data[at + length - 1] != '\n')
             return;
         const QByteArray record = data.mid(space + 1, length - (space - at) - 2);
         const qsizetype equals = record.indexOf('=');

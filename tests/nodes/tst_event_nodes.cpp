@@ -285,6 +285,13 @@ private Q_SLOTS:
         rig.post(rack, "4");
         QTRY_COMPARE(rig.hits_at("inside").size(), 2);
         QCOMPARE(rig.hits_at("inside")[1].keys, QByteArray("count=1"));
+        // The reset button empties an open window: it closes with nothing.
+        rig.post(rack, "5");
+        QTRY_COMPARE(rig.labels(node), QStringList{QStringLiteral("Current count: 1")});
+        rig.click(node);
+        QTRY_COMPARE(rig.labels(node), QStringList{QStringLiteral("Current count: 0")});
+        rig.wait(300);
+        QCOMPARE(rig.hits_at("inside").size(), 2);
     }
 
     // Counts while the children keep the events; one handed back resets.

@@ -472,6 +472,14 @@ private slots:
         QTest::newRow("path escape")
             << gz({library, {"../escaped.txt", "x"}}) << 100
             << "^refused \\.\\./escaped.txt: the path leaves the destination$" << QStringList();
+        // Long names come in pax records: a well-formed one names the
+        // entry (and is checked like any name); a malformed one is ignored.
+        QTest::newRow("pax path escape")
+            << gz({library, {"h", "23 path=../escaped.txt\n", 0644, 'x'}, {"safe.txt", "x"}}) << 100
+            << "^refused \\.\\./escaped.txt: the path leaves the destination$" << QStringList();
+        QTest::newRow("malformed pax record")
+            << gz({library, {"h", "2 path=../escaped.txt\n", 0644, 'x'}, {"safe.txt", "x"}}) << 100
+            << QString() << QStringList{"safe.txt=644"};
         QTest::newRow("absolute path")
             << gz({library, {"/tmp/corv-absolute.txt", "x"}}) << 100
             << "^refused /tmp/corv-absolute.txt: the path leaves the destination$" << QStringList();

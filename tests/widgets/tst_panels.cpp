@@ -37,36 +37,35 @@
 
 #include <QAbstractItemModelTester>
 #include <QAction>
-#include <QDialogButtonBox>
-#include <QDockWidget>
-#include <QLibraryInfo>
-#include <QMenu>
-#include <QPushButton>
-#include <QScopeGuard>
-#include <QTabWidget>
-#include <QTranslator>
-#include <QTreeWidget>
-#include <QSpinBox>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
+#include <QDialogButtonBox>
 #include <QDockWidget>
 #include <QFrame>
 #include <QGuiApplication>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLayout>
+#include <QLibraryInfo>
 #include <QLineEdit>
 #include <QListView>
+#include <QMenu>
 #include <QMimeData>
+#include <QPushButton>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
 #include <QSettings>
-#include <QStandardPaths>
 #include <QSignalSpy>
 #include <QSortFilterProxyModel>
+#include <QSpinBox>
+#include <QStandardPaths>
+#include <QTabWidget>
 #include <QTableView>
-#include <QToolButton>
 #include <QTest>
+#include <QToolButton>
+#include <QTranslator>
 #include <QTreeView>
 #include <QTreeWidget>
 
@@ -748,6 +747,7 @@ void tst_Panels::activity_rows()
     QTest::mouseClick(panel.view()->viewport(), Qt::LeftButton, {},
                       panel.view()->visualRect(last).center());
     QCOMPARE(activated.count(), 1);
+    QCOMPARE(panel.view()->horizontalHeader()->length(), panel.view()->viewport()->width()); // the keys fill the rest
     const QHash<QString, std::pair<QUuid, QUuid>> ids{{"A|Custom Event: Go", {a, go}},
                                                       {"A|Display", {a, a_display}},
                                                       {"B|Display", {b, b_display}}};
