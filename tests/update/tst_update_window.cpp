@@ -273,6 +273,19 @@ private slots:
             QCOMPARE(context.components[0].manifest_url.toString(), expected);
     }
 
+    // Whoever keeps unsaved changes keeps the program: no update starts.
+    void install_waits_for_unsaved_changes()
+    {
+        widgets::UpdateContext c = context();
+        int asked = 0;
+        c.confirm_quit = [&] { return ++asked < 0; };
+        c.quit = [] { QFAIL("the program quit"); };
+        QVERIFY(!widgets::install_updates(nullptr, c, {}));
+        QCOMPARE(asked, 1);
+        for (QWidget *top : QApplication::topLevelWidgets())
+            QVERIFY2(!qobject_cast<QMessageBox *>(top), qPrintable(static_cast<QMessageBox *>(top)->text()));
+    }
+
     void install_plugin_window()
     {
         // Plugin p as release `version`, its library named for this platform.

@@ -858,6 +858,10 @@ void tst_Panels::node_panel()
         return;
     QCOMPARE(titles.count(), 1);
     if (has_view) {
+        // The fields take the panel's width, inside its margins.
+        panel.resize(400, 300);
+        panel.show();
+        QTRY_COMPARE(panel.surface_view()->width(), panel.surface_view()->parentWidget()->width() - 16);
         // An edit in the surface is a command, and its undo shows again.
         const QList<QSpinBox *> boxes = panel.surface_view()->findChildren<QSpinBox *>();
         QVERIFY(!boxes.isEmpty());
