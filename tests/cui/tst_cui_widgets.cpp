@@ -595,8 +595,7 @@ private Q_SLOTS:
         // Each number editor offers the declared 0..9, not its widget's own default.
         const auto *slider = static_cast<QSlider *>(surface.surface()->element(QStringLiteral("slider"))->widget());
         const auto *spin = static_cast<QSpinBox *>(surface.surface()->element(QStringLiteral("int"))->widget());
-        QCOMPARE(std::pair(slider->minimum(), slider->maximum()), std::pair(0, 9));
-        QCOMPARE(std::pair(spin->minimum(), spin->maximum()), std::pair(0, 9));
+        QCOMPARE(std::tuple(slider->minimum(), slider->maximum(), spin->minimum(), spin->maximum()), std::tuple(0, 9, 0, 9));
         for (const QString &name : names) {
             // The part a click or a Tab would give the focus to.
             QWidget *editor = nullptr;
