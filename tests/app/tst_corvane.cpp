@@ -145,6 +145,8 @@ private slots:
                                                 << "no-such-option";
         QTest::newRow("two projects") << QStringList{"--headless", "a.corv", "b.corv"} << 1 << ""
                                       << "at most one project";
+        QTest::newRow("autosave without headless") << QStringList{"--autosave"} << 1 << ""
+                                                   << "--autosave is for --headless runs";
         QTest::newRow("trace without headless") << QStringList{"--trace"} << 1 << "" << "--trace is for --headless";
         QTest::newRow("post without =") << QStringList{"--post", "box", "a=1", "plain"} << 1 << ""
                                         << "expected KEY=VALUE, got \"plain\"";
