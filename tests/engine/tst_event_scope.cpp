@@ -33,8 +33,7 @@ private Q_SLOTS:
         QVERIFY(event.find("k") && !event.find("k")->isNull() && event.find("k")->isEmpty());
         QCOMPARE(*event.find(QByteArray("z\0b", 3)), QByteArray("x\0y", 3));
         QCOMPARE(event.find("absent"), nullptr);
-        QCOMPARE(event.data().key_at(4), nullptr);
-        QCOMPARE(event.data().key_at(-1), nullptr);
+        QVERIFY(!event.data().key_at(4) && !event.data().key_at(-1));
 
         // Past a dozen keys lookups go another way: order and values stay.
         QList<QByteArray> expected = event.data().keys();

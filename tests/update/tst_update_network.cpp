@@ -174,6 +174,7 @@ private slots:
         QTest::newRow("outside address")
             << "http://updates.example.invalid/m.json" << QByteArray() << qint64(-1)
             << "^refused to fetch http://updates.example.invalid/m.json";
+        QTest::newRow("other scheme") << "ftp://127.0.0.1/m.json" << QByteArray() << qint64(-1) << "^refused to fetch ftp:";
         QTest::newRow("short") << "/file" << good << qint64(6)
                                << "^size 5 differs from the expected 6$";
         QTest::newRow("long") << "/file" << good << qint64(4)
