@@ -25,6 +25,15 @@ public:
     // Ends the program and every process of its tree at once; nothing when
     // it was never adopted.
     void kill();
+    // The same for a program whose start may not have been reported yet (a
+    // rack stopped at once): its tree is taken in hand first, or its
+    // programs would live on.
+    void kill(QProcess &process)
+    {
+        if (m_pid <= 0 && process.state() != QProcess::NotRunning)
+            adopt(process);
+        kill();
+    }
 
 private:
     qint64 m_pid = 0;

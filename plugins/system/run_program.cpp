@@ -112,7 +112,7 @@ void RunProgramNode::end(Run &run)
     QObject::disconnect(&run.timer, nullptr, nullptr, nullptr);
     run.timer.stop();
     if (run.process.state() != QProcess::NotRunning) {
-        run.tree.kill();
+        run.tree.kill(run.process);
         run.process.waitForFinished(1000); // the group was sent SIGKILL: immediate
     }
 }
@@ -276,7 +276,7 @@ void RunProgramNode::start(corv_event *event)
         run.timer.setInterval(static_cast<int>(std::min(run.timeout * 1000.0, 2.0e9)));
         QObject::connect(&run.timer, &QTimer::timeout, [&run] {
             run.timed_out = true;
-            run.tree.kill();
+            run.tree.kill(run.process);
         });
         run.timer.start();
     }
