@@ -59,7 +59,7 @@ qsizetype EventData::position_of(QByteArrayView key) const
     }
     const qsizetype count = m_entries.size();
     for (qsizetype i = 0; i < count; ++i) {
-        if (m_entries[i].key.size() == key.size() && QByteArrayView(m_entries[i].key) == key)
+        if (QByteArrayView(m_entries[i].key) == key)
             return i;
     }
     return -1;

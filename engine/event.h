@@ -40,7 +40,7 @@ private:
     struct Entry {
         QByteArray key;
         QByteArray value;
-        friend bool operator==(const Entry &a, const Entry &b) { return a.key == b.key && a.value == b.value; }
+        friend bool operator==(const Entry &, const Entry &) = default;
     };
     // Most events have a handful of keys: a scan of the entries beats
     // hashing. Past this many, a hash of positions is kept as well.

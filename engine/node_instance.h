@@ -95,7 +95,7 @@ private:
     bool m_name_stale = false;
     bool m_name_watched = false;
     void *m_data = nullptr;
-    mutable QString m_instance_name;
+    QString m_instance_name;
     std::array<bool, 5> m_decoration{};
     EventSink *m_parent_sink;
     EventSink *m_child_sink;
