@@ -230,7 +230,7 @@ private Q_SLOTS:
     }
 
     // Merged writes to one key are one step; the run ends with a commit,
-    // another key, an unmerged write and an undo. A merged write that changes
+    // another key, an unmerged write, an undo and a clear. A merged write that changes
     // nothing starts no run.
     void merged_runs()
     {
@@ -272,6 +272,10 @@ private Q_SLOTS:
             manager.redo();
         QCOMPARE(value("a"), 8);
         QCOMPARE(value("b"), 1);
+        write("a", 9);
+        manager.clear(); // clearing the history ends the run too
+        write("a", 10);
+        QVERIFY(manager.can_undo());
     }
 
     // A run of writes to a node's field goes on only for that node and key;
