@@ -412,8 +412,22 @@ private slots:
 
     // --trace: every event a node receives is one JSON line on stdout, with
     // its time, rack, node and keys in order; the display lines give way.
+    // Node names are in the stored language from the start.
+    void trace_prints_json_lines_data()
+    {
+        QTest::addColumn<QByteArray>("language"); // the stored position (0: de-DE)
+        QTest::addColumn<QString>("display");     // the display node's name
+        QTest::newRow("default") << QByteArray() << "Display";
+        QTest::newRow("German") << QByteArray("<prop key=\"language\" type=\"int\">0</prop>") << "Anzeigen";
+    }
     void trace_prints_json_lines()
     {
+        QFETCH(QByteArray, language);
+        QFETCH(QString, display);
+        QFile preferences(m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.corvane/prefs.xml")));
+        QVERIFY(preferences.open(QIODevice::WriteOnly));
+        preferences.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\">" + language + "</preferences>\n");
+        preferences.close();
         const qint64 started = QDateTime::currentMSecsSinceEpoch();
         QProcess instance;
         const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
@@ -435,7 +449,7 @@ private slots:
             for (const QByteArray &line : out.split('\n')) {
                 const QJsonObject row = QJsonDocument::fromJson(line).object();
                 if (row.value(QStringLiteral("rack")) == QStringLiteral("Listener") &&
-                    row.value(QStringLiteral("node")) == QStringLiteral("Display"))
+                    row.value(QStringLiteral("node")) == display)
                     seen = row;
             }
         }

@@ -13,6 +13,7 @@
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 #include <QWidget>
 
@@ -277,6 +278,25 @@ private Q_SLOTS:
         XChangeKeyboardMapping(display, f8, 2, back, 1);
         XCloseDisplay(display);
         QTRY_COMPARE(rig.seen(QStringLiteral("f11")).size(), 1);
+    }
+
+    // A key with several keysyms goes down on its first one's key: Alt on
+    // Alt_L (not AltGr), Shift on the left Shift, Return not on the keypad.
+    void keys_press_their_own_key()
+    {
+        const NativeOpening opening = open_native_backend();
+        Display *display = XOpenDisplay(nullptr);
+        const auto cleanup = qScopeGuard([display] { XCloseDisplay(display); });
+        for (const auto [vk, keysym] : {std::pair(kVkAlt, XK_Alt_L), std::pair(kVkShift, XK_Shift_L),
+                                        std::pair(kVkControl, XK_Control_L), std::pair(0x0Du, XK_Return)}) {
+            const KeyRecord down{vk, false}, up{vk, true};
+            QVERIFY(opening.backend->send(&down, 1));
+            char keys[32];
+            XQueryKeymap(display, keys);
+            QVERIFY(opening.backend->send(&up, 1));
+            const KeyCode code = XKeysymToKeycode(display, keysym);
+            QVERIFY2(keys[code / 8] & (1 << (code % 8)), XKeysymToString(keysym));
+        }
     }
 
     // Presses of a rack arrive in another client's focused line edit.
