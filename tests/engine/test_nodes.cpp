@@ -150,17 +150,6 @@ Fixture::~Fixture()
     current = nullptr;
 }
 
-QUuid Fixture::add_rack(const QString &name)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(name);
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
-    labels.insert(id, name);
-    return id;
-}
-
 model::Children *Fixture::list_of(const QUuid &parent) const
 {
     if (model::Rack *rack = project.find_rack(parent))
@@ -171,16 +160,9 @@ model::Children *Fixture::list_of(const QUuid &parent) const
 
 QUuid Fixture::add_node(const QUuid &parent, const char *type, const QString &label, int index)
 {
-    const QUuid id = QUuid::createUuid();
-    auto node = std::make_unique<model::Node>();
-    node->set_impl_id(QString::fromUtf8(type));
-    model::StoreView(&node->properties(), node->key_prefix())
-        .set(QStringLiteral("!label"), model::Value::string(label.toUtf8()));
+    const QUuid id = corv::test::add_node(project, parent, QString::fromUtf8(type),
+                                          {{QStringLiteral("!label"), model::Value::string(label.toUtf8())}}, index);
     labels.insert(id, label);
-    // Table first, then the list, as an edit of an open project does.
-    project.add_node(id, std::move(node));
-    model::Children *list = list_of(parent);
-    list->insert(index < 0 ? list->count() : std::size_t(index), id);
     return id;
 }
 

@@ -8,6 +8,7 @@
 #include "engine/node_registry.h"
 #include "engine/project_runtime.h"
 #include "model/project.h"
+#include "tests/project_edits.h"
 
 #include <QHash>
 #include <QLoggingCategory>
@@ -53,7 +54,12 @@ struct Fixture {
     Fixture();
     ~Fixture();
 
-    QUuid add_rack(const QString &name);
+    QUuid add_rack(const QString &name)
+    {
+        const QUuid id = corv::test::add_rack(project, name);
+        labels.insert(id, name);
+        return id;
+    }
     // A node of type under parent (a rack or node id), at the end or at index;
     // its label is stored under "!label".
     QUuid add_node(const QUuid &parent, const char *type, const QString &label, int index = -1);

@@ -97,31 +97,6 @@ Rig::~Rig()
     g_clock = nullptr;
 }
 
-QUuid Rig::add_rack(const QString &name)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(name);
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
-    return id;
-}
-
-QUuid Rig::add_node(const QUuid &parent, const char *type, const Settings &settings)
-{
-    const QUuid id = QUuid::createUuid();
-    auto node = std::make_unique<model::Node>();
-    node->set_impl_id(QString::fromUtf8(type));
-    const model::StoreView store(&node->properties(), node->key_prefix());
-    for (const auto &[key, value] : settings)
-        store.set(key, value);
-    project.add_node(id, std::move(node));
-    model::Rack *rack = project.find_rack(parent);
-    model::Children *list = rack ? rack->top_level() : project.find_node(parent)->children();
-    list->insert(list->count(), id);
-    return id;
-}
-
 QUuid Rig::add_probe(const QUuid &parent, const QString &label)
 {
     return add_node(parent, "test.probe", {{QStringLiteral("!label"), model::Value::string(label.toUtf8())}});

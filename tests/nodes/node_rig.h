@@ -10,6 +10,7 @@
 #include "engine/node_registry.h"
 #include "engine/project_runtime.h"
 #include "model/project.h"
+#include "tests/project_edits.h"
 #include "sdk/plugin_list.h"
 
 #include <QElapsedTimer>
@@ -30,7 +31,13 @@ struct Hit {
     QByteArray keys; // every "key=value" of the event, joined by ";"
 };
 
-using Settings = QList<std::pair<QString, model::Value>>;
+using corv::test::Settings;
+
+// A string setting.
+inline model::Value text(const char *s)
+{
+    return model::Value::string(s);
+}
 
 class Rig
 {
@@ -38,10 +45,12 @@ public:
     Rig();
     ~Rig();
 
-    QUuid add_rack(const QString &name);
-    // Under a rack or node, at the end; settings are stored as the panel
-    // would store them (keys relative to the node's type).
-    QUuid add_node(const QUuid &parent, const char *type, const Settings &settings = {});
+    QUuid add_rack(const QString &name) { return corv::test::add_rack(project, name); }
+    // Under a rack or node, at the end.
+    QUuid add_node(const QUuid &parent, const char *type, const Settings &settings = {})
+    {
+        return corv::test::add_node(project, parent, QString::fromUtf8(type), settings);
+    }
     QUuid add_probe(const QUuid &parent, const QString &label);
     // Reads a project document into the (still closed) project.
     bool read(const QByteArray &document);

@@ -18,15 +18,6 @@
 
 using model::Value;
 
-namespace {
-
-Value text(const char *s)
-{
-    return Value::string(s);
-}
-
-} // namespace
-
 class TstFlowNodes : public QObject
 {
     Q_OBJECT

@@ -21,11 +21,6 @@ namespace {
 
 std::shared_ptr<FakeKeyboard> g_keyboard;
 
-Value text(const char *s)
-{
-    return Value::string(s);
-}
-
 } // namespace
 
 class TstHotkeyNodes : public QObject

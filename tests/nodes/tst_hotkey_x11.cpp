@@ -28,11 +28,6 @@ using namespace corv::input;
 
 namespace {
 
-Value text(const char *s)
-{
-    return Value::string(s);
-}
-
 // Runs xdotool with the arguments; true when it succeeded.
 bool xdotool(const QStringList &arguments)
 {
@@ -287,7 +282,7 @@ private Q_SLOTS:
         const NativeOpening opening = open_native_backend();
         Display *display = XOpenDisplay(nullptr);
         const auto cleanup = qScopeGuard([display] { XCloseDisplay(display); });
-        for (const auto [vk, keysym] : {std::pair(kVkAlt, XK_Alt_L), std::pair(kVkShift, XK_Shift_L),
+        for (const auto &[vk, keysym] : {std::pair(kVkAlt, XK_Alt_L), std::pair(kVkShift, XK_Shift_L),
                                         std::pair(kVkControl, XK_Control_L), std::pair(0x0Du, XK_Return)}) {
             const KeyRecord down{vk, false}, up{vk, true};
             QVERIFY(opening.backend->send(&down, 1));

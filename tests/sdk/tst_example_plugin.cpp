@@ -10,6 +10,7 @@
 #include "engine/project_runtime.h"
 #include "engine/rack_manager.h"
 #include "model/project.h"
+#include "tests/project_edits.h"
 #include "locale/locale_list.h"
 #include "locale/translate.h"
 #include "sdk/include/corvane/corvane_sdk.h"
@@ -52,15 +53,7 @@ struct Fixture {
     }
     ~Fixture() { runtime.reset(); }
 
-    QUuid add_rack(const QString &name)
-    {
-        const QUuid id = QUuid::createUuid();
-        auto rack = std::make_unique<model::Rack>();
-        rack->set_name(name);
-        project.add_rack(id, std::move(rack));
-        project.profile()->insert(project.profile()->count(), id);
-        return id;
-    }
+    QUuid add_rack(const QString &name) { return corv::test::add_rack(project, name); }
 
     // A node of type under parent (a rack or a node) with string or int
     // properties under full keys.

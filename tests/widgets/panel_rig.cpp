@@ -29,31 +29,6 @@ PanelRig::~PanelRig()
     runtime.reset();
 }
 
-QUuid PanelRig::add_rack(const QString &name)
-{
-    const QUuid id = QUuid::createUuid();
-    auto rack = std::make_unique<model::Rack>();
-    rack->set_name(name);
-    project.add_rack(id, std::move(rack));
-    project.profile()->insert(project.profile()->count(), id);
-    return id;
-}
-
-QUuid PanelRig::add_node(const QUuid &parent, const QString &type, const QString &name)
-{
-    const QUuid id = QUuid::createUuid();
-    auto node = std::make_unique<model::Node>();
-    node->set_impl_id(type);
-    if (!name.isEmpty())
-        model::StoreView(&node->properties(), node->key_prefix())
-            .set(QStringLiteral("!name"), model::Value::string(name.toUtf8()));
-    project.add_node(id, std::move(node));
-    model::Rack *rack = project.find_rack(parent);
-    model::Children *list = rack ? rack->top_level() : project.find_node(parent)->children();
-    list->insert(list->count(), id);
-    return id;
-}
-
 void PanelRig::open()
 {
     runtime = std::make_unique<engine::ProjectRuntime>(project, registry);

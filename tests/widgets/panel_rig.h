@@ -8,6 +8,7 @@
 #include "engine/node_registry.h"
 #include "engine/project_runtime.h"
 #include "model/project.h"
+#include "tests/project_edits.h"
 #include "persistence/command_manager.h"
 #include "sdk/plugin_list.h"
 #include "widgets/racks_panel_view_model.h"
@@ -25,9 +26,14 @@ public:
     explicit PanelRig(bool keep_stored_language = false);
     ~PanelRig();
 
-    QUuid add_rack(const QString &name);
+    QUuid add_rack(const QString &name) { return corv::test::add_rack(project, name); }
     // A node of type under a rack or a node, at the end; "!name" set when given.
-    QUuid add_node(const QUuid &parent, const QString &type, const QString &name = {});
+    QUuid add_node(const QUuid &parent, const QString &type, const QString &name = {})
+    {
+        return corv::test::add_node(project, parent, type,
+                                    name.isEmpty() ? corv::test::Settings{}
+                                                   : corv::test::Settings{{"!name", corv::model::Value::string(name.toUtf8())}});
+    }
     // Starts the runtime over what was added so far.
     void open();
 
