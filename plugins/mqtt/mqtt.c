@@ -346,6 +346,19 @@ static void on_connect(struct mosquitto *mosq, void *user, int result, int flags
     pthread_mutex_unlock(&g.lock);
 }
 
+/* Why a connection failed or ended, in the words of the log and the status:
+ * the system's for a socket error, our own where the library has none (a
+ * broker that stopped answering, or never did). */
+static void reason_text(int rc, int error, char *out, size_t size)
+{
+    if (rc == MOSQ_ERR_ERRNO && error != 0)
+        mqtt_error_text(error, out, size);
+    else if (rc == MOSQ_ERR_KEEPALIVE || rc == MOSQ_ERR_TIMEOUT)
+        copy_text(out, size, "the broker did not answer in time");
+    else
+        copy_text(out, size, mosquitto_strerror(rc));
+}
+
 /* Network thread. */
 static void on_disconnect(struct mosquitto *mosq, void *user, int result)
 {
@@ -355,10 +368,7 @@ static void on_disconnect(struct mosquitto *mosq, void *user, int result)
     pthread_mutex_lock(&g.lock);
     if (g.connected && !g.stop) {
         char reason[CORV_TEXT_SIZE];
-        if (result == MOSQ_ERR_ERRNO)
-            mqtt_error_text(error, reason, sizeof reason);
-        else
-            copy_text(reason, sizeof reason, mosquitto_strerror(result));
+        reason_text(result, error, reason, sizeof reason);
         set_state(STATE_LOST, reason);
     }
     g.connected = false;
@@ -466,17 +476,13 @@ static void *network_main(void *arg)
         pthread_mutex_lock(&g.lock);
         if (g.stop)
             break;
-        if (g.connected) {
-            /* The loop ended without telling (the socket went away). */
-            g.connected = false;
-            set_state(STATE_LOST, mosquitto_strerror(rc));
-        } else if (!g.accepted && g.state != STATE_REFUSED) {
+        if (g.connected || (!g.accepted && g.state != STATE_REFUSED)) {
+            /* Lost: the loop ended without telling (the socket went away). */
+            const enum state next = g.connected ? STATE_LOST : STATE_UNREACHABLE;
             char reason[CORV_TEXT_SIZE];
-            if (rc == MOSQ_ERR_ERRNO && error != 0)
-                mqtt_error_text(error, reason, sizeof reason);
-            else
-                copy_text(reason, sizeof reason, mosquitto_strerror(rc));
-            set_state(STATE_UNREACHABLE, reason);
+            reason_text(rc, error, reason, sizeof reason);
+            g.connected = false;
+            set_state(next, reason);
         }
         if (g.accepted)
             backoff = BACKOFF_FIRST;

@@ -613,6 +613,20 @@ private slots:
                  pub->err.constData());
     }
 
+    // A broker that takes the connection and never answers it is given up
+    // on after the keep-alive: unreachable, not connecting for ever.
+    void silent_broker_is_unreachable()
+    {
+        stop_broker();
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost, m_port));
+        auto pub = start_corvane(project({publisher("x")}), client("pub") + prop("keepalive", "int", "5"),
+                                 "Can't connect to");
+        QVERIFY2(pub->err.contains("Can't connect to 127.0.0.1:" + QByteArray::number(m_port) +
+                                   ": the broker did not answer in time"),
+                 pub->err.constData());
+    }
+
     // A retained message reaches a subscriber that comes later, once: not
     // again when the connection comes back after the broker restarted.
     void retained_message_once()
