@@ -452,6 +452,7 @@ private Q_SLOTS:
         model::PropertyCollection collection;
         cui::PropertySurface surface(nullptr, model::StoreView(&collection, QString()), cui::StoreEditor());
         QStringList labels{"a", "b", "c"};
+        QList<int32_t> values{0, 1, 2};
         int chosen = -1;
         QObject::connect(&surface, &engine::PropertySurface::build, [&](cui::GenerateContext &context) {
             QList<QByteArray> utf8;
@@ -461,7 +462,7 @@ private Q_SLOTS:
             for (const QByteArray &text : utf8)
                 texts.append(text.constData());
             chosen = cui_list(reinterpret_cast<cui_generate_context *>(&context), "pick", "Pick",
-                              texts.constData(), nullptr, uint32_t(texts.size()), 0);
+                              texts.constData(), values.constData(), uint32_t(texts.size()), 0);
         });
         surface.rebuild();
         Window w(*surface.surface());
@@ -486,8 +487,14 @@ private Q_SLOTS:
         QCOMPARE(changed[0][1].toModelIndex().row(), 0);
         QVERIFY(current.isValid());
         QCOMPARE(view->currentIndex().row(), 2);
-        // Fewer items: the stored row is gone, the first item stands in.
+        // Reordered: the chosen value keeps its item, now in another row.
+        labels = QStringList{"c", "b", "A"};
+        values = {2, 1, 0};
+        surface.rebuild();
+        QCOMPARE(view->currentIndex().row(), 0);
+        // Fewer items: the stored value is gone, the first item stands in.
         labels = QStringList{"x", "y"};
+        values = {0, 1};
         surface.rebuild();
         QCOMPARE(view->model()->rowCount(), 2);
         QCOMPARE(chosen, 0);

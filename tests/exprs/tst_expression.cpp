@@ -92,8 +92,8 @@ private Q_SLOTS:
         row("exponents", "{1e21} {0.00001} {-2.5e-300}", "1e21 1e-5 -2.5e-300");
         row("past the range", "{1e400} {-1e-400} {1" + QByteArray(1309, '0') + "e-1000}", "inf 0 inf");
         row("IEEE", "{1/0} {-1/0} {0/0} {5 % 0} {-7 % 3}", "inf -inf nan nan -1");
-        row("texts that read", "{' 12.5 ' + 0} {'INF' - 1} {'-nan' * 1} {.5 + '+1.'}",
-            "12.5 inf nan 1.5");
+        row("texts that read", "{' 12.5 ' + 0} {'INF' - 1} {'-nan' * 1} {.5 + '+1.'} {'\t\n\r\v\f 7' * 1}",
+            "12.5 inf nan 1.5 7");
         error("text in arithmetic", "Level {level + name}", "16: 'Ada' is not a number");
         error("bad exponent", "{'1e' * 1}", "2: '1e' is not a number");
         error("boolean in arithmetic", "{true + 1}", "2: 'true' is not a number");

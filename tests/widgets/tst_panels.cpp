@@ -1133,6 +1133,7 @@ void tst_Panels::hotkeys_view_data()
     QTest::newRow("node added") << "add" << (QStringList(opened) << "(none)|C|On Hotkey|off|");
     QTest::newRow("node deleted") << "delete" << QStringList{"J|A|On J|on|", "Ctrl+K|B|On Ctrl+K|on|", opened[3]};
     QTest::newRow("deleted and undone") << "undo" << opened;
+    QTest::newRow("another project, then a node") << "replace" << QStringList{"(none)|R|On Hotkey|on|"};
 }
 
 // The hotkeys dock of the main window over a project with several racks:
@@ -1144,6 +1145,7 @@ void tst_Panels::hotkeys_view()
     QFETCH(QStringList, after);
     auto keyboard = std::make_shared<input::FakeKeyboard>();
     input::set_backend_factory([keyboard] { return keyboard->make_backend(); });
+    const auto no_keyboard = qScopeGuard([] { input::set_backend_factory({}); });
     PanelRig rig; // the built-in node set
     engine::ProjectManager projects(rig.registry);
     projects.set_runtime_setup([](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
@@ -1223,6 +1225,11 @@ void tst_Panels::hotkeys_view()
                                                                            model::Value::string("Ctrl+L")));
     } else if (edit == u"add") {
         hotkey(c, {}, nullptr);
+    } else if (edit == u"replace") {
+        projects.new_project();
+        project = projects.project();
+        commands = projects.commands();
+        hotkey(rack("R", 0), {}, nullptr);
     } else if (edit == u"delete" || edit == u"undo") {
         window.racks_panel()->view_model()->set_selected_rack(a);
         QVERIFY(window.rack_panel()->view_model()->remove_nodes({a_k}));
@@ -1232,6 +1239,8 @@ void tst_Panels::hotkeys_view()
         }
     }
     QTRY_COMPARE(rows(), after.join(u'\n'));
+    if (edit == u"replace")
+        return;
 
     // A double-click goes to the node: its rack and it are selected.
     QTableView *view = window.hotkeys_panel()->view();
@@ -1252,7 +1261,6 @@ void tst_Panels::hotkeys_view()
     // Closed, the table no longer follows the project.
     toggle->trigger();
     QVERIFY(!model->is_listening());
-    input::set_backend_factory({});
 }
 
 // The page open last time opens again while it is there; the list's
