@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "tests/test_files.h"
 #include "tests/test_platform.h"
 
 #include <csignal>
@@ -22,6 +23,8 @@
 
 namespace {
 constexpr int kTimeoutMs = 30000;
+using corv::test::read_file;
+using corv::test::write_file;
 }
 
 class tst_Corvane : public QObject {
@@ -106,12 +109,17 @@ class tst_Corvane : public QObject {
     }
 
     // A project file of the test with the given body inside `project`.
+    // The preferences of the application, holding these entries.
+    void write_preferences(const QByteArray &entries)
+    {
+        write_file(m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.corvane/prefs.xml")),
+                   "<?xml version=\"1.0\"?>\n<preferences version=\"1\">" + entries + "</preferences>\n");
+    }
+
     QString write_project(const QString &name, const QByteArray &body)
     {
         const QString path = m_home->filePath(name);
-        QFile file(path);
-        file.open(QIODevice::WriteOnly);
-        file.write("<?xml version=\"1.0\"?>\n<project version=\"1\">\n" + body + "</project>\n");
+        write_file(path, "<?xml version=\"1.0\"?>\n<project version=\"1\">\n" + body + "</project>\n");
         return path;
     }
 
@@ -122,13 +130,7 @@ private slots:
         m_home = std::make_unique<QTemporaryDir>();
         QVERIFY(m_home->isValid());
         // Window runs would check for updates at start; there is no server.
-        const QString preferences =
-            m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.corvane/prefs.xml"));
-        QVERIFY(QDir().mkpath(QFileInfo(preferences).absolutePath()));
-        QFile file(preferences);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\">"
-                   "<prop key=\"updatecheck\" type=\"bool\">false</prop></preferences>\n");
+        write_preferences("<prop key=\"updatecheck\" type=\"bool\">false</prop>");
     }
 
     void command_line_data()
@@ -211,14 +213,10 @@ private slots:
                 argument = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");
             } else if (argument == QLatin1String("@damaged")) {
                 argument = m_home->filePath(QStringLiteral("damaged.corv"));
-                QFile damaged(argument);
-                QVERIFY(damaged.open(QIODevice::WriteOnly));
-                damaged.write("<project version=\"1\"><rack id=\"not-an-id\"/></project>");
+                write_file(argument, "<project version=\"1\"><rack id=\"not-an-id\"/></project>");
             } else if (argument == QLatin1String("@hotkeys")) {
                 argument = m_home->filePath(QStringLiteral("hotkeys.corv"));
-                QFile project(argument);
-                QVERIFY(project.open(QIODevice::WriteOnly));
-                project.write(R"(<project version="1">
+                write_file(argument, R"(<project version="1">
  <rack id="5b0e3f7c-2a49-4c53-9a0e-6f1d2c3b4a51" name="Keys"><node>6c1f4a8d-3b5a-4d64-8b1f-7a2e3d4c5b62</node></rack>
  <node id="6c1f4a8d-3b5a-4d64-8b1f-7a2e3d4c5b62" component="io.marrowfield.onhotkey">
   <prop key="!hotkey" type="string">Ctrl+K</prop><node>7d2a5b9e-4c6b-4e75-9c2a-8b3f4e5d6c73</node></node>
@@ -254,9 +252,7 @@ private slots:
         QCOMPARE(files.size(), 1);
         QVERIFY(QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d\\.txt$"))
                     .match(files.first()).hasMatch());
-        QFile file(logs() + u'/' + files.first());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QList<QByteArray> lines = file.readAll().trimmed().split('\n');
+        const QList<QByteArray> lines = read_file(logs() + u'/' + files.first()).trimmed().split('\n');
         QVERIFY(lines.size() >= 4);
         QVERIFY2(QRegularExpression(QStringLiteral("^\\[ *\\d+\\.\\d{3}\\] Corvane 0\\.9\\.4 "
                                                    "\\(64-bit\\) on .+ with CorvSDK v1$"))
@@ -319,12 +315,9 @@ private slots:
         const QString program = copy_program();
         const QString plugins = QFileInfo(program).absolutePath() + QStringLiteral("/plugins");
         if (setup == QLatin1String("broken") || setup == QLatin1String("misnamed")) {
-            const QString folder = plugins + QStringLiteral("/io.example.broken");
-            QVERIFY(QDir().mkpath(folder));
-            QFile library(folder + (setup == QLatin1String("broken") ? QStringLiteral("/io.example.broken.so")
-                                                                      : QStringLiteral("/other.so")));
-            QVERIFY(library.open(QIODevice::WriteOnly));
-            library.write("not a library");
+            write_file(plugins + QStringLiteral("/io.example.broken/") +
+                           (setup == QLatin1String("broken") ? QStringLiteral("io.example.broken.so") : QStringLiteral("other.so")),
+                       "not a library");
         } else if (setup == QLatin1String("installed")) {
             const QString from = QFileInfo(QStringLiteral(CORVANE_EXECUTABLE)).absolutePath() +
                                  QStringLiteral("/plugins/io.marrowfield.example");
@@ -424,10 +417,7 @@ private slots:
     {
         QFETCH(QByteArray, language);
         QFETCH(QString, display);
-        QFile preferences(m_home->filePath(QStringLiteral("data/Corvane/plugins/io.marrowfield.corvane/prefs.xml")));
-        QVERIFY(preferences.open(QIODevice::WriteOnly));
-        preferences.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\">" + language + "</preferences>\n");
-        preferences.close();
+        write_preferences(language);
         const qint64 started = QDateTime::currentMSecsSinceEpoch();
         QProcess instance;
         const QString demo = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv");

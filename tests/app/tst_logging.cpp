@@ -1,4 +1,5 @@
 #include "app/logging.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -26,10 +27,7 @@ const QString kStamp = QStringLiteral("^\\[ *\\d+\\.\\d{3}\\] ");
 
 QStringList file_lines(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    return QString::fromUtf8(corv::test::read_file(path)).split(u'\n', Qt::SkipEmptyParts);
 }
 
 } // namespace

@@ -16,6 +16,7 @@
 #include "sdk/plugin_preferences.h"
 #include "widgets/preferences_window.h"
 #include "widgets/preferences_window_view_model.h"
+#include "tests/test_files.h"
 
 #include <QAbstractButton>
 #include <QAbstractSpinBox>
@@ -237,9 +238,7 @@ private Q_SLOTS:
         QCOMPARE(autosave.size(), 1);
         QCOMPARE(m_config->save_versions(), 9);
         QVERIFY(!m_config->is_autosave_enabled());
-        QFile written(application_file);
-        QVERIFY(written.open(QIODevice::ReadOnly));
-        QVERIFY(written.readAll().contains("<prop key=\"saveversions\" type=\"int\">9</prop>"));
+        QVERIFY(corv::test::read_file(application_file).contains("<prop key=\"saveversions\" type=\"int\">9</prop>"));
         QVERIFY(QFile::exists(plugin_file));
 
         // The page that was open opens again, and the window's place is kept.
@@ -347,14 +346,6 @@ private Q_SLOTS:
     }
 };
 
-// Widgets without a display when run on its own, as under CTest.
-int main(int argc, char **argv)
-{
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    TstPreferences test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
+
+QTEST_MAIN(TstPreferences)
 #include "tst_preferences.moc"

@@ -5,6 +5,7 @@
 #include "locale/locale_list.h"
 #include "locale/translate.h"
 #include "locale/translator.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,13 +18,7 @@ using corv::locale::Translator;
 
 namespace {
 
-void write_file(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(path));
-    file.write(content);
-}
+using corv::test::write_file;
 
 // Collects the locale library's messages in order; others go on to QtTest.
 QStringList g_lines;

@@ -3,6 +3,7 @@
 // what is posted to it, the other subscribing and displaying.
 
 #include "local_broker.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -137,8 +138,7 @@ class tst_Mqtt : public QObject {
 
     QByteArray broker_log() const
     {
-        QFile file(m_dir->filePath(QStringLiteral("broker-%1.log").arg(m_port)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        return corv::test::read_file(m_dir->filePath(QStringLiteral("broker-%1.log").arg(m_port)));
     }
 
     // ---- Corvane ------------------------------------------------------------
@@ -155,21 +155,13 @@ class tst_Mqtt : public QObject {
         corvane->home = m_dir->filePath(QStringLiteral("home-%1").arg(++m_next_id));
         const QString data = corvane->home + QStringLiteral("/data");
         const QString plugin_data = data + QStringLiteral("/Corvane/plugins/io.marrowfield.mqtt");
-        QDir().mkpath(plugin_data);
         QDir().mkpath(corvane->home + QStringLiteral("/run"));
         ::chmod(QFile::encodeName(corvane->home + QStringLiteral("/run")).constData(), 0700);
-        QFile prefs(plugin_data + QStringLiteral("/prefs.xml"));
-        prefs.open(QIODevice::WriteOnly);
-        prefs.write("<?xml version=\"1.0\"?>\n<preferences version=\"1\">"
-                    "<prop key=\"port\" type=\"int\">" +
-                    QByteArray::number(m_port) + "</prop>" + preferences + "</preferences>\n");
-        prefs.close();
+        corv::test::write_file(plugin_data + QStringLiteral("/prefs.xml"),
+                               "<?xml version=\"1.0\"?>\n<preferences version=\"1\"><prop key=\"port\" type=\"int\">" +
+                                   QByteArray::number(m_port) + "</prop>" + preferences + "</preferences>\n");
         const QString project = corvane->home + QStringLiteral("/project.corv");
-        QFile file(project);
-        file.open(QIODevice::WriteOnly);
-        file.write("<?xml version=\"1.0\"?>\n<project version=\"1\">\n" + project_body +
-                   "</project>\n");
-        file.close();
+        corv::test::write_file(project, "<?xml version=\"1.0\"?>\n<project version=\"1\">\n" + project_body + "</project>\n");
 
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("HOME"), corvane->home);
@@ -349,9 +341,7 @@ private slots:
             QVERIFY(!corvane->err.contains("wrong-pass"));
             const QString logs = corvane->home + QStringLiteral("/data/Corvane/logs");
             for (const QString &name : QDir(logs).entryList(QDir::Files)) {
-                QFile log(logs + u'/' + name);
-                QVERIFY(log.open(QIODevice::ReadOnly));
-                const QByteArray text = log.readAll();
+                const QByteArray text = corv::test::read_file(logs + u'/' + name);
                 QVERIFY(!text.contains("s3cret-pass") && !text.contains("wrong-pass"));
             }
         }
@@ -485,10 +475,7 @@ private slots:
         auto sub = start_corvane(project({subscriber("sensors/#", 0)}), client("sub"));
         QVERIFY2(sub->err.contains("Connected to"), sub->err.constData());
         const QString file = m_dir->filePath(QStringLiteral("payload.bin"));
-        QFile out(file);
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(payload);
-        out.close();
+        corv::test::write_file(file, payload);
         for (const char *topic : {"sensors/odd", "sensors/next"}) {
             QProcess tool;
             QStringList arguments{"-h", "127.0.0.1", "-p", QString::number(m_port),
@@ -695,9 +682,7 @@ private slots:
         const QString logs = run->home + QStringLiteral("/data/Corvane/logs");
         const QStringList files = QDir(logs).entryList(QDir::Files);
         QCOMPARE(files.size(), 1);
-        QFile log(logs + u'/' + files.first());
-        QVERIFY(log.open(QIODevice::ReadOnly));
-        QCOMPARE(log.readAll().count(accepted ? "] io.marrowfield.mqtt: Connected to"
+        QCOMPARE(corv::test::read_file(logs + u'/' + files.first()).count(accepted ? "] io.marrowfield.mqtt: Connected to"
                                               : "] WARNING io.marrowfield.mqtt: The broker at"),
                  qsizetype(1));
     }

@@ -19,6 +19,7 @@
 #include "widgets/preferences_window_view_model.h"
 
 #include "local_broker.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -102,14 +103,10 @@ private Q_SLOTS:
         const QString data = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
         QDir(data).removeRecursively();
         // The broker of the test; everything else as a first run leaves it.
-        QVERIFY(QDir().mkpath(data + QStringLiteral("/plugins/io.marrowfield.mqtt")));
-        QFile prefs(data + QStringLiteral("/plugins/io.marrowfield.mqtt/prefs.xml"));
-        QVERIFY(prefs.open(QIODevice::WriteOnly));
-        prefs.write(
-            "<?xml version=\"1.0\"?>\n<preferences version=\"1\"><prop key=\"port\" type=\"int\">" +
-            QByteArray::number(m_port) + "</prop></preferences>\n");
-        prefs.close();
-        QVERIFY(prefs.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+        const QString prefs = data + QStringLiteral("/plugins/io.marrowfield.mqtt/prefs.xml");
+        corv::test::write_file(prefs, "<?xml version=\"1.0\"?>\n<preferences version=\"1\"><prop key=\"port\" type=\"int\">" +
+                                          QByteArray::number(m_port) + "</prop></preferences>\n");
+        QVERIFY(QFile::setPermissions(prefs, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
 
         locale::set_application_dir(QStringLiteral(CORV_TEST_RUNTIME_DIR));
         locale::install_application_translator();
@@ -126,7 +123,7 @@ private Q_SLOTS:
         m_plugins->initialize(*m_registry);
         QVERIFY(mqtt());
         // The file holds a password: the plugin makes it the user's own.
-        QCOMPARE(prefs.permissions() &
+        QCOMPARE(QFile::permissions(prefs) &
                      (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
                  QFile::Permissions());
     }

@@ -3,6 +3,7 @@
 
 #include "node_rig.h"
 #include "tests/test_platform.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,18 +17,8 @@ using model::Value;
 
 namespace {
 
-void write_file(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
-}
-
-QByteArray read_file(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
+using corv::test::read_file;
+using corv::test::write_file;
 
 // The last event a probe saw, as "key=value;..." with the folder cut out.
 QByteArray last_keys(const Rig &rig, const QString &probe, const QString &folder)

@@ -12,6 +12,7 @@
 #include "persistence/project_manager.h"
 
 #include "fixtures.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -34,6 +35,8 @@
 
 using namespace corv;
 using namespace corv::engine;
+using corv::test::read_file;
+using corv::test::write_file;
 
 namespace {
 
@@ -82,25 +85,12 @@ class TstProjectManager : public QObject
 
     QString path(const QString &name) const { return m_dir->filePath(name); }
 
-    static QByteArray contents(const QString &file)
-    {
-        QFile f(file);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-
-    static void write(const QString &file, const QByteArray &bytes)
-    {
-        QFile f(file);
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(bytes);
-    }
-
     // A saved three-rack project at name.
     void make_project(const QString &name)
     {
         model::Project project;
         fixtures::fill(project);
-        write(path(name), write_project(project).document);
+        write_file(path(name), write_project(project).document);
     }
 
     // Every file of the folder, sorted.
@@ -173,7 +163,7 @@ private Q_SLOTS:
 
         const QString bad = path(QStringLiteral("bad.corv"));
         if (!document.isNull())
-            write(bad, document);
+            write_file(bad, document);
         if (!reader_warning.isEmpty())
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression(reader_warning));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Couldn't Open Project: ")));
@@ -240,14 +230,14 @@ private Q_SLOTS:
 
         // Five saves after one opening: one backup, of the file as opened.
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
-        const QByteArray first = contents(path(QStringLiteral("show.ext")));
+        const QByteArray first = read_file(path(QStringLiteral("show.ext")));
         for (int i = 0; i < 5; ++i) {
             edit(manager, QStringLiteral("save %1").arg(i));
             QVERIFY(manager.save());
         }
         QCOMPARE(files(), (QStringList{"show.001.ext", "show.ext"}));
-        QCOMPARE(contents(path(QStringLiteral("show.001.ext"))), first);
-        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("save 4"));
+        QCOMPARE(read_file(path(QStringLiteral("show.001.ext"))), first);
+        QVERIFY(read_file(path(QStringLiteral("show.ext"))).contains("save 4"));
 
         // Reopening and saving makes a second.
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
@@ -261,13 +251,13 @@ private Q_SLOTS:
             QVERIFY(older.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
         }
         set_versions(2);
-        const QByteArray before = contents(path(QStringLiteral("show.ext")));
+        const QByteArray before = read_file(path(QStringLiteral("show.ext")));
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Deleting stale backup file .*show\\.001\\.ext$")));
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Backing up saved project to .*show\\.001\\.ext$")));
         QVERIFY(manager.save());
         QCOMPARE(files(), (QStringList{"show.001.ext", "show.002.ext", "show.ext"}));
-        QCOMPARE(contents(path(QStringLiteral("show.001.ext"))), before);
+        QCOMPARE(read_file(path(QStringLiteral("show.001.ext"))), before);
 
         // One version keeps no backup at all.
         set_versions(1);
@@ -280,15 +270,15 @@ private Q_SLOTS:
     void leftover_temporary_file()
     {
         make_project(QStringLiteral("show.ext"));
-        write(path(QStringLiteral("show.ext.temp")), "leftover");
+        write_file(path(QStringLiteral("show.ext.temp")), "leftover");
         set_versions(1);
         ProjectManager manager(m_registry, &m_config);
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
         edit(manager, QStringLiteral("new"));
         QVERIFY(manager.save());
         QCOMPARE(files(), (QStringList{"show.ext", "show.ext.temp"}));
-        QCOMPARE(contents(path(QStringLiteral("show.ext.temp"))), QByteArray("leftover"));
-        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("new"));
+        QCOMPARE(read_file(path(QStringLiteral("show.ext.temp"))), QByteArray("leftover"));
+        QVERIFY(read_file(path(QStringLiteral("show.ext"))).contains("new"));
     }
 
     void autosave_tick()
@@ -308,7 +298,7 @@ private Q_SLOTS:
         manager.autosave_tick();
         QCOMPARE(saved.size(), 2);
         QVERIFY(!manager.is_modified());
-        QVERIFY(contents(path(QStringLiteral("a.corv"))).contains("changed"));
+        QVERIFY(read_file(path(QStringLiteral("a.corv"))).contains("changed"));
     }
 
     // The timer follows the settings; a new period restarts a running timer.
@@ -366,13 +356,13 @@ private Q_SLOTS:
         } else if (failure == QLatin1String("no link")) {
             // An immutable file takes no second name; its copy is larger
             // than the limit, the new document is not.
-            write(target, contents(target) + QByteArray(64 * 1024, ' '));
+            write_file(target, read_file(target) + QByteArray(64 * 1024, ' '));
             limit = 32 * 1024;
         }
         ProjectManager manager(m_registry, &m_config);
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
         edit(manager, QStringLiteral("unsaved"));
-        const QByteArray old = contents(path(QStringLiteral("show.ext")));
+        const QByteArray old = read_file(path(QStringLiteral("show.ext")));
         Immutable immutable(failure == QLatin1String("no link") ? path(QStringLiteral("show.ext")) : QString());
         if (!immutable.error.isEmpty())
             QSKIP(qPrintable(QStringLiteral("can't make a file immutable here: ") + immutable.error));
@@ -408,7 +398,7 @@ private Q_SLOTS:
         QCOMPARE(lines[0], QStringLiteral("kept"));
         QCOMPARE(lines[1], locale::translate("SaveProject.ErrorTitle"));
         QCOMPARE(lines[2], locale::translate("SaveProject.ErrorBody.%1", reason));
-        QCOMPARE(contents(path(QStringLiteral("show.ext"))), old);
+        QCOMPARE(read_file(path(QStringLiteral("show.ext"))), old);
     }
 
     // A file at the backup's name that the listing does not count (with
@@ -418,17 +408,17 @@ private Q_SLOTS:
     {
         make_project(QStringLiteral("show.ext"));
         for (int n = 1; n <= 999; ++n)
-            write(path(QStringLiteral("show.%1.ext").arg(n, 3, 10, QLatin1Char('0'))), "older");
-        write(path(QStringLiteral("show.1000.ext")), "in the way");
+            write_file(path(QStringLiteral("show.%1.ext").arg(n, 3, 10, QLatin1Char('0'))), "older");
+        write_file(path(QStringLiteral("show.1000.ext")), "in the way");
         set_versions(1000);
         ProjectManager manager(m_registry, &m_config);
         QVERIFY(manager.open(path(QStringLiteral("show.ext"))));
-        const QByteArray old = contents(path(QStringLiteral("show.ext")));
+        const QByteArray old = read_file(path(QStringLiteral("show.ext")));
         edit(manager, QStringLiteral("new"));
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Backing up saved project to .*show\\.1000\\.ext$")));
         QVERIFY(manager.save());
-        QCOMPARE(contents(path(QStringLiteral("show.1000.ext"))), old);
-        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("new"));
+        QCOMPARE(read_file(path(QStringLiteral("show.1000.ext"))), old);
+        QVERIFY(read_file(path(QStringLiteral("show.ext"))).contains("new"));
         QCOMPARE(files().size(), 1001);
     }
 
@@ -469,7 +459,7 @@ private Q_SLOTS:
             QCOMPARE(info.st_uid, owner);
             QCOMPARE(info.st_gid, group);
         }
-        QVERIFY(contents(path(QStringLiteral("show.ext"))).contains("new"));
+        QVERIFY(read_file(path(QStringLiteral("show.ext"))).contains("new"));
     }
 };
 

@@ -1,4 +1,5 @@
 #include "fixtures.h"
+#include "tests/test_files.h"
 
 #include <QFile>
 
@@ -260,9 +261,7 @@ private Q_SLOTS:
     // file is in the writer's form.
     void demo_project_reads_cleanly()
     {
-        QFile file(QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv"));
-        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
-        const QByteArray bytes = file.readAll();
+        const QByteArray bytes = corv::test::read_file(QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/examples/demo.corv"));
         model::Project project;
         QCOMPARE(engine::read_project(bytes, project), ReadResult::Ok);
         QVERIFY(project.profile()->count() >= 2);

@@ -18,6 +18,7 @@
 #include "persistence/project_manager.h"
 #include "persistence/reader.h"
 #include "persistence/writer.h"
+#include "tests/test_files.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -137,11 +138,7 @@ private Q_SLOTS:
         model::Project check_a, check_b;
         QCOMPARE(read_project(a, check_a), ReadResult::Ok);
         QCOMPARE(read_project(b, check_b), ReadResult::Ok);
-        {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(a);
-        }
+        corv::test::write_file(path, a);
 
         const auto whole = [&](const QString &file_path) {
             QFile file(file_path);

@@ -4,6 +4,7 @@
 #include "persistence/command_manager.h"
 #include "persistence/paste.h"
 #include "persistence/value_text.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -299,9 +300,7 @@ private Q_SLOTS:
         model::StoreView(&secondary, QString()).set("language", model::Value::integer(9));
         model::StoreView(&secondary, QString()).set("extra", model::Value::string("x"));
         QVERIFY(engine::write_preferences_file(path, primary, &secondary));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray bytes = file.readAll();
+        const QByteArray bytes = corv::test::read_file(path);
         QCOMPARE(bytes, engine::write_preferences(primary, &secondary));
         QVERIFY(bytes.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<preferences version=\"1\">\n"));
         model::PropertyCollection back;

@@ -9,6 +9,7 @@
 #include "sdk/plugin_list.h"
 #include "sdk/plugin_preferences.h"
 #include "sdk_test_support.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -30,19 +31,8 @@ namespace {
 
 const QString good = QStringLiteral("io.marrowfield.testgood");
 
-QByteArray read_file(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void write_file(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
+using corv::test::read_file;
+using corv::test::write_file;
 
 } // namespace
 

@@ -24,6 +24,7 @@
 #include "sdk/plugin_list.h"
 #include "sdk_test_support.h"
 #include "tests/test_platform.h"
+#include "tests/test_files.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -215,12 +216,6 @@ qint64 read_pid(const QString &path)
             QTest::qWait(5);
     }
     return pid;
-}
-
-bool write_file(const QString &path, const QByteArray &contents)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
 }
 
 // A schedule firing every 50 ms into, in turn, a text file writer that keeps
@@ -716,7 +711,7 @@ private Q_SLOTS:
                                          QStringLiteral(CORV_TEST_RUNTIME_DIR "/locale"));
         const QString caption = english.translate("AllowOutside.Caption");
         const QByteArray notified = "notification: Backup: done: 0\n";
-        QVERIFY(write_file(project, project_document(marker, count, false)));
+        corv::test::write_file(project, project_document(marker, count, false));
 
         for (qsizetype i = 0; i < starts.size(); ++i) {
             const Start &start = starts[i];
@@ -724,7 +719,7 @@ private Q_SLOTS:
             if (start.window && !have_desktop())
                 QSKIP("no window system");
             if (start.edited)
-                QVERIFY(write_file(project, project_document(marker, count, true)));
+                corv::test::write_file(project, project_document(marker, count, true));
             QFile::remove(marker);
             QFile::remove(count);
             QProcess corvane;

@@ -12,6 +12,7 @@
 #include "update/platform.h"
 #include "update/plugin_installer.h"
 #include "update/update_checker.h"
+#include "tests/test_files.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -38,21 +39,13 @@ QByteArray sha256(const QByteArray &data)
     return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
 }
 
+using corv::test::read_file;
+
 void write_file(const QString &path, const QByteArray &data, bool executable = false)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(data);
-    file.close();
+    corv::test::write_file(path, data);
     if (executable)
-        file.setPermissions(file.permissions() | QFile::ExeOwner);
-}
-
-QByteArray read_file(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner);
 }
 
 using archive_writer::Member;

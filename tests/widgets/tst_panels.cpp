@@ -1312,14 +1312,5 @@ void tst_Panels::preferences_window_follows_the_language()
     window.reject();
 }
 
-int main(int argc, char **argv)
-{
-    // Run on its own, the test still needs no display.
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    tst_Panels test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(tst_Panels)
 #include "tst_panels.moc"
