@@ -182,6 +182,8 @@ private slots:
         window->findChildren<QRadioButton *>().at(1)->click();
         QVERIFY(!model->will_install(1));
         QVERIFY(list->item(0)->font().strikeOut());
+        list->setCurrentRow(1); // each row shows its own choice
+        QVERIFY(window->findChildren<QRadioButton *>().at(1)->isChecked());
 
         window->accept(); // nothing to install: only the skipped versions are kept
         QSettings settings(context().settings_file, QSettings::IniFormat);
