@@ -117,6 +117,14 @@ std::optional<double> read_number(QByteArrayView text)
     }
     if (i != body.size())
         return std::nullopt;
+    // Digits alone, up to 15 of them, are a whole number a double holds
+    // exactly: read without the general parser.
+    if (mantissa_digits == body.size() && mantissa_digits <= 15) {
+        long long whole = 0;
+        for (const char c : body)
+            whole = whole * 10 + (c - '0');
+        return sign * double(whole);
+    }
 
     double value = 0.0;
     const auto result = std::from_chars(body.data(), body.data() + body.size(), value,

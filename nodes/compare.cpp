@@ -26,6 +26,17 @@ double read_number(const char *text)
     const char *end = p;
     while (*end)
         ++end;
+    // Up to 15 digits that no point, exponent or further digit follows are
+    // a whole number a double holds exactly: read without the parser.
+    long long whole = 0;
+    const char *digit = p;
+    while (digit < end && digit - p <= 15 && *digit >= '0' && *digit <= '9')
+        whole = whole * 10 + (*digit++ - '0');
+    const auto continues = [](char c) {
+        return (c >= '0' && c <= '9') || c == '.' || c == 'e' || c == 'E' || c == 'x' || c == 'X';
+    };
+    if (digit > p && digit - p <= 15 && (digit == end || !continues(*digit)))
+        return negative ? -double(whole) : double(whole);
     double value = 0.0;
     const auto is_hex = [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
@@ -227,13 +238,8 @@ void evaluate_build(void *data, cui_generate_context *context)
 void evaluate_on_event(void *data, corv_event *event)
 {
     const Evaluate *evaluate = state_of<Evaluate>(data);
-    if (evaluate->expression.isEmpty()) {
-        corv_event_set(event, evaluate->key.constData(), "");
-    } else {
-        char *result = corv_expression(evaluate->expression.constData(), event);
-        corv_event_set(event, evaluate->key.constData(), result);
-        corv_string_destroy(result);
-    }
+    corv_event_set_expression(event, evaluate->key.constData(),
+                              evaluate->expression.isEmpty() ? nullptr : evaluate->expression.constData());
     post_to_parent(evaluate->node, event);
 }
 
