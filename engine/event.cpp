@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QMetaMethod>
 
+#include <cstring>
+
 #if defined(__SANITIZE_THREAD__)
 #define CORV_THREAD_SANITIZER 1
 #elif defined(__has_feature)
@@ -57,9 +59,12 @@ qsizetype EventData::position_of(QByteArrayView key) const
         const auto it = m_positions.constFind(QByteArray::fromRawData(key.data(), key.size()));
         return it == m_positions.cend() ? -1 : it.value();
     }
+    // Sizes first, then the bytes in place: Qt's view comparison would call
+    // out to its general compare for every key of the same size.
     const qsizetype count = m_entries.size();
     for (qsizetype i = 0; i < count; ++i) {
-        if (QByteArrayView(m_entries[i].key) == key)
+        const QByteArray &k = m_entries[i].key;
+        if (k.size() == key.size() && std::memcmp(k.constData(), key.data(), std::size_t(key.size())) == 0)
             return i;
     }
     return -1;

@@ -48,6 +48,14 @@ char *corv_expression(const char *text, corv_event *event)
     return copy;
 }
 
+void corv_event_set_expression(corv_event *event, const char *key, const char *text)
+{
+    if (!event)
+        return;
+    const QByteArray result = evaluate(text, event);
+    engine::handles::event(event)->set(key ? QByteArrayView(key, qsizetype(std::strlen(key))) : QByteArrayView(""), result);
+}
+
 void corv_expression_str(const char *text, corv_event *event, char *out)
 {
     if (!out)

@@ -519,6 +519,9 @@ CORV_API void corv_plugin_tr_plural_str(corv_plugin *plugin, const char *key, in
 CORV_API char *corv_expression(const char *text, corv_event *event);
 /* The result in out (CORV_TEXT_SIZE bytes), cut at a character boundary. */
 CORV_API void corv_expression_str(const char *text, corv_event *event, char *out);
+/* The result set as the event's key (as corv_event_set), without a copy in
+ * between: what an evaluate node does with each event. */
+CORV_API void corv_event_set_expression(corv_event *event, const char *key, const char *text);
 
 /* ------------------------------------------------------------------------ */
 /* Record layout. The records above are part of the binary interface: on a  */
