@@ -132,9 +132,9 @@ private Q_SLOTS:
         row("case and trim", "{upper('straße')} {lower('ÄB')} [{trim(' \ta b \t')}]",
             "STRASSE äb [a b]");
         row("replace", "{replace('aaa', 'a', 'bb')} {replace('abc', '', 'x')}", "bbbbbb abc");
-        row("contains, starts, ends", "{contains('abc', '')} {startswith(name, 'Ad')}"
-            " {endswith(name, 'x')}",
-            "true true false");
+        row("contains, starts, ends", "{contains('abc', '')} {startswith(name, 'Ad')} {endswith(name, 'x')}"
+            " {contains('abc', 'x')} {startswith(name, 'da')} {endswith(name, 'da')}",
+            "true true false false false true");
         row("pad", "{pad(7, 3, '0')} {pad('ab', -4, '.')} {pad('abcd', 2)} {pad('é', 3, 'üx')}"
             " {pad('a', 3, '')}|{pad('a', 2)}",
             "007 ab.. abcd üüé a| a");

@@ -594,6 +594,9 @@ private Q_SLOTS:
         QCOMPARE(menus.first()->text(), QStringLiteral("&Datei"));
         QCOMPARE(m_window->action(Action::Open)->text(), QStringLiteral("Öffnen…"));
         QVERIFY(m_window->windowTitle().startsWith(QStringLiteral("Unbenanntes Projekt")));
+        const QStringList texts{m_window->rack_panel()->edit_action()->text(), m_window->activity_dock()->windowTitle(),
+                                m_window->hotkeys_dock()->windowTitle()};
+        QCOMPARE(texts, (QStringList{"Bearbeiten", "Aktivität", "Tastenkürzel"}));
         switch_to("en-US");
         QCOMPARE(menus.first()->text(), QStringLiteral("&File"));
     }
