@@ -127,7 +127,10 @@ void on_file_changed_name(void *data, char *buffer)
 {
     const OnFileChanged *changed = state_of<OnFileChanged>(data);
     const QByteArray file = file_name_of(changed->path);
-    if (changed->reading)
+    // No file yet: the type's name, not a sentence with a gap.
+    if (file.isEmpty())
+        write_name(buffer, corv_plugin_tr(plugin(), "OnFileChangedNode.Name"));
+    else if (changed->reading)
         corv_tr_end_str(
             corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "OnFileChangedNode.Name.%1.%2"),
                                     file.constData()),
@@ -171,6 +174,8 @@ struct ReadText : NodeState {
 void read_text_name(void *data, char *buffer)
 {
     const ReadText *read = state_of<ReadText>(data);
+    if (read->path.isEmpty())
+        return write_name(buffer, corv_plugin_tr(plugin(), "ReadTextFileNode.Name"));
     corv_tr_end_str(
         corv_tr_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "ReadTextFileNode.Name.%1.%2"),
                                 file_name_of(read->path).constData()),
@@ -209,6 +214,8 @@ struct WriteText : NodeState {
 
 void write_text_name(void *data, char *buffer)
 {
+    if (state_of<WriteText>(data)->path.isEmpty())
+        return write_name(buffer, corv_plugin_tr(plugin(), "WriteTextFileNode.Name"));
     corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "WriteTextFileNode.Name.%1"),
                                 file_name_of(state_of<WriteText>(data)->path).constData()),
                     buffer);
