@@ -4,6 +4,7 @@
 #include "locale/c_api.h"
 #include "locale/tr_builder.h"
 #include "locale/translator.h"
+#include "tests/test_files.h"
 
 #include <QFile>
 #include <QLocale>
@@ -61,13 +62,11 @@ private Q_SLOTS:
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
         // The test runs under a German system locale (see main()).
         QCOMPARE(QLocale::system().name(), QStringLiteral("de_DE"));
-        QFile file(m_dir.filePath(QStringLiteral("en-US.ini")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("Files.Count.%1 = %1 files\nFiles.Count.Singular = one file\n"
-                   "Requires.%1.%2 = %2 needs %1 parts\nRequires.Singular.%2 = %2 needs one part\n"
-                   "Wait.%1 = wait %1 seconds\nWait.Singular = wait a second\n"
-                   "Plain = plain text\n");
-        file.close();
+        corv::test::write_file(m_dir.filePath(QStringLiteral("en-US.ini")),
+                               "Files.Count.%1 = %1 files\nFiles.Count.Singular = one file\n"
+                               "Requires.%1.%2 = %2 needs %1 parts\nRequires.Singular.%2 = %2 needs one part\n"
+                               "Wait.%1 = wait %1 seconds\nWait.Singular = wait a second\n"
+                               "Plain = plain text\n");
         m_tr = std::make_unique<Translator>("test", m_dir.path());
     }
 

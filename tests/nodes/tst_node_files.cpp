@@ -1,74 +1,19 @@
-// A project of built-in nodes saved and opened again behaves the same; the
-// node icons, the application icon and the style sheet are embedded.
+// A project of built-in nodes saved and opened again behaves the same; each
+// built-in type's panel is as its outline file says; the node icons, the
+// application icon and the style sheet are embedded.
 
-#include "cui/fields.h"
 #include "cui/property_surface.h"
-#include "cui/surface_p.h"
 #include "engine/node_manager.h"
 #include "engine/project_runtime.h"
 #include "nodes/builtin_nodes.h"
 #include "node_rig.h"
-#include "tests/test_files.h"
+#include "tests/panel_outline.h"
 
 #include <QFile>
 #include <QImage>
-#include <QRegularExpression>
 #include <QTest>
 
 using model::Value;
-using namespace corv::cui;
-
-namespace {
-
-// One line an element of a panel: its kind, key (none for keyless ones),
-// label, and its text, range, items or value; a container's elements below
-// it, indented.
-void outline(const Element &element, int depth, QByteArray &out)
-{
-    static const char *const kinds[] = {"root", "group", "columns", "label", "spacer", "separator", "button",
-                                        "checkbox", "radio", "list", "select", "rack", "text", "textarea",
-                                        "file", "slider", "int", "float", "color", "hotkey"};
-    QByteArray line = QByteArray(depth * 2, ' ') + kinds[int(element.kind())];
-    if (!element.id().contains(QStringLiteral(".anonymous.")))
-        line += ' ' + element.id().toUtf8();
-    if (!element.label().isEmpty())
-        line += " \"" + element.label().toUtf8() + '"';
-    if (const auto *label = dynamic_cast<const LabelField *>(&element))
-        line += ": " + label->text().toUtf8();
-    if (const auto *button = dynamic_cast<const ButtonField *>(&element))
-        line += ": " + button->text().toUtf8();
-    if (const auto *group = dynamic_cast<const GroupContainer *>(&element))
-        line += ": " + group->title().toUtf8();
-    if (const auto *radio = dynamic_cast<const RadioGroupField *>(&element))
-        line += " [" + radio->items().join(u'|').toUtf8() + ']';
-    if (const auto *items = dynamic_cast<const ItemsField *>(&element)) {
-        QByteArrayList texts;
-        for (const Item &item : items->items())
-            texts << item.label.toUtf8() + '=' + QByteArray::number(item.value);
-        line += " [" + texts.join('|') + ']';
-    }
-    if (const auto *number = dynamic_cast<const IntField *>(&element))
-        line += " " + QByteArray::number(number->minimum()) + ".." + QByteArray::number(number->maximum());
-    if (const auto *number = dynamic_cast<const FloatField *>(&element))
-        line += " " + QByteArray::number(number->minimum()) + ".." + QByteArray::number(number->maximum());
-    if (const auto *slider = dynamic_cast<const SliderField *>(&element))
-        line += " " + QByteArray::number(slider->minimum()) + ".." + QByteArray::number(slider->maximum()) + " by " +
-                QByteArray::number(slider->step());
-    if (auto *field = const_cast<Element &>(element).as_field(); field && field->is_bound()) {
-        const Value &value = field->value();
-        const QByteArray shown = value.type() == corv::model::ValueType::Int     ? QByteArray::number(value.to_int())
-                                 : value.type() == corv::model::ValueType::Float ? QByteArray::number(value.to_float())
-                                 : value.type() == corv::model::ValueType::Bool  ? QByteArray(value.to_bool() ? "yes" : "no")
-                                                                                 : value.to_string();
-        line += " = " + shown + (field->is_enabled() ? "" : " (disabled)");
-    }
-    out += line + '\n';
-    if (auto *container = const_cast<Element &>(element).as_container())
-        for (const Element *child : container->children())
-            outline(*child, depth + 1, out);
-}
-
-} // namespace
 
 class TstNodeFiles : public QObject
 {
@@ -123,8 +68,7 @@ private Q_SLOTS:
         QTRY_COMPARE(rig.seen("received"), QList<QByteArray>{"1"});
     }
 
-    // Every built-in type's name and panel as a new node shows them, against
-    // tests/nodes/panels.txt (CORV_WRITE_PANELS=1 writes it anew).
+    // Every built-in type's name and panel as a new node shows them.
     void panels_as_declared()
     {
         Rig rig;
@@ -140,22 +84,11 @@ private Q_SLOTS:
         rig.open();
         QByteArray panels;
         for (const QUuid &node : std::as_const(nodes)) {
-            const Surface *surface =
-                static_cast<corv::cui::PropertySurface *>(rig.runtime->find_node_manager(node)->surface())->surface();
             panels += "== " + types.at(nodes.indexOf(node)).toUtf8() + " (" + rig.name(node).toUtf8() + ")\n";
-            for (const Element *element : surface->impl()->root.children())
-                outline(*element, 0, panels);
+            panels += corv::test::outline(
+                *static_cast<corv::cui::PropertySurface *>(rig.runtime->find_node_manager(node)->surface())->surface());
         }
-        // The schedule's next time is the clock's.
-        const QString shown = QString::fromUtf8(panels).replace(
-            QRegularExpression(QStringLiteral("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d")), QStringLiteral("<time>"));
-        const QString file = QStringLiteral(CORV_TEST_SOURCE_DIR) + QStringLiteral("/tests/nodes/panels.txt");
-        if (qEnvironmentVariableIsSet("CORV_WRITE_PANELS"))
-            corv::test::write_file(file, shown.toUtf8());
-        const QStringList lines = shown.split(u'\n');
-        const QStringList expected = QString::fromUtf8(corv::test::read_file(file)).split(u'\n');
-        for (qsizetype i = 0; i < std::max(lines.size(), expected.size()); ++i) // the first line that differs
-            QCOMPARE(lines.value(i), expected.value(i));
+        corv::test::compare_outline(panels, QStringLiteral(CORV_TEST_SOURCE_DIR "/tests/nodes/panels.txt"));
     }
 
     void icons_and_style_sheet()

@@ -24,7 +24,7 @@
 #include "sdk/plugin_list.h"
 #include "sdk_test_support.h"
 #include "tests/test_platform.h"
-#include "tests/test_files.h"
+#include "tests/panel_outline.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -127,17 +127,11 @@ struct Fixture {
         corv_event_destroy(event);
     }
 
-    // The texts of the labels of a node's panel, joined by new lines.
+    // The node's panel in outline (its labels' texts among the rest).
     QString labels(const QUuid &node) const
     {
-        QStringList texts;
         auto *panel = dynamic_cast<cui::PropertySurface *>(runtime->find_node_manager(node)->surface());
-        if (!panel)
-            return {};
-        for (const QString &id : panel->surface()->declared_ids())
-            if (auto *label = panel->surface()->element_as<cui::LabelField>(id))
-                texts << label->text();
-        return texts.join(u'\n');
+        return panel ? QString::fromUtf8(corv::test::outline(*panel->surface())) : QString();
     }
 
     // The returned events that hold a key.
@@ -295,12 +289,10 @@ private Q_SLOTS:
         cui::install_default_node_surfaces(); // node panels built without widgets
         // Qt's X11 opener runs xdg-open from PATH (and remembers which):
         // this one keeps what it was given.
-        QFile opener(m_opener.filePath(QStringLiteral("xdg-open")));
-        QVERIFY(opener.open(QIODevice::WriteOnly));
-        opener.write("#!/bin/sh\nprintf '%s\\n' \"$@\" > '" + opened_file().toUtf8() + ".part'\nmv '" +
-                     opened_file().toUtf8() + ".part' '" + opened_file().toUtf8() + "'\n");
-        opener.close();
-        opener.setPermissions(opener.permissions() | QFile::ExeOwner);
+        const QString opener = m_opener.filePath(QStringLiteral("xdg-open"));
+        corv::test::write_file(opener, "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" + opened_file().toUtf8() + ".part'\nmv '" +
+                                           opened_file().toUtf8() + ".part' '" + opened_file().toUtf8() + "'\n");
+        QFile::setPermissions(opener, QFile::permissions(opener) | QFile::ExeOwner);
         qputenv("PATH", QFile::encodeName(m_opener.path()) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
     }
 

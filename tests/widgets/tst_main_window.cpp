@@ -24,6 +24,7 @@
 #include "widgets/rack_panel_view_model.h"
 #include "widgets/racks_panel.h"
 #include "widgets/racks_panel_view_model.h"
+#include "tests/test_files.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -400,11 +401,8 @@ private Q_SLOTS:
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(".")));
         open_saved("show.corv");
         const QString bad = path("bad.corv");
-        if (!bytes.isEmpty()) {
-            QFile file(bad);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(bytes);
-        }
+        if (!bytes.isEmpty())
+            corv::test::write_file(bad, bytes);
         BoxAnswerer box(QMessageBox::Ok);
         QVERIFY(!m_window->view_model()->open(bad));
         QCOMPARE(box.count, 1);

@@ -19,6 +19,7 @@
 #include "widgets/rack_panel_view_model.h"
 #include "widgets/racks_panel.h"
 #include "widgets/racks_panel_view_model.h"
+#include "tests/test_files.h"
 
 #include <cstdio>
 
@@ -99,18 +100,8 @@ QPoint row_point(QAbstractItemView *view, const QModelIndex &index)
     return view->viewport()->mapToGlobal(QPoint(rect.left() + 30, rect.center().y()));
 }
 
-void write(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+using corv::test::read_file;
+using corv::test::write_file;
 
 } // namespace
 
@@ -160,7 +151,7 @@ private Q_SLOTS:
     void click_trigger_and_save()
     {
         const QString file = path("buttons.corv");
-        write(file, project_document(path("greeting.txt")));
+        write_file(file, project_document(path("greeting.txt")));
         engine::ProjectManager projects(m_registry, &m_config);
         projects.set_runtime_setup(
             [](engine::ProjectRuntime &runtime, engine::CommandManager &commands) {
@@ -229,13 +220,13 @@ private Q_SLOTS:
         };
         QTRY_VERIFY2(shown().contains(QStringLiteral("greeting: hello")),
                      qPrintable(shown().join(QLatin1Char('|'))));
-        QCOMPARE(contents(path("greeting.txt")), QByteArray("hello"));
+        QCOMPARE(read_file(path("greeting.txt")), QByteArray("hello"));
 
         // Ctrl+S from the keyboard: the first save after opening keeps the
         // old file as a backup.
         QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
         QTRY_VERIFY(QFileInfo::exists(path("buttons.001.corv")));
-        QVERIFY(contents(file).contains("greeting: hello"));
+        QVERIFY(read_file(file).contains("greeting: hello"));
         QVERIFY(!projects.is_modified());
     }
 
@@ -249,7 +240,7 @@ private Q_SLOTS:
         QTemporaryDir home;
         const QString file = home.filePath(QStringLiteral("show.corv"));
         const QString out = home.filePath(QStringLiteral("greeting.txt"));
-        write(file, project_document(out));
+        write_file(file, project_document(out));
         QVERIFY(QDir(home.path()).mkpath(QStringLiteral("run")));
         QFile::setPermissions(home.filePath(QStringLiteral("run")),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -295,12 +286,12 @@ private Q_SLOTS:
             click_at(origin + offset);
             QTest::qWait(150);
         }
-        QTRY_COMPARE(contents(out), QByteArray("hello"));
+        QTRY_COMPARE(read_file(out), QByteArray("hello"));
         QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"),
                          QString::fromLatin1(window)}));
         QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+s")}));
         QTRY_VERIFY(QFileInfo::exists(home.filePath(QStringLiteral("show.001.corv"))));
-        QVERIFY(contents(file).contains("Buttons"));
+        QVERIFY(read_file(file).contains("Buttons"));
 
         QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("ctrl+q")}));
         QVERIFY(corvane.waitForFinished(10000));
@@ -311,7 +302,7 @@ private Q_SLOTS:
         QVERIFY(clean);
         QVERIFY2(output.contains("Shutting down with exit code 0"), output.constData());
         const QString settings = home.filePath(QStringLiteral("data/Corvane/settings.ini"));
-        QVERIFY(contents(settings).contains("LastOpenPath"));
+        QVERIFY(read_file(settings).contains("LastOpenPath"));
     }
 };
 
