@@ -94,11 +94,7 @@ private:
     QTimer m_timer;
 };
 
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+using corv::test::read_file;
 
 } // namespace
 
@@ -298,7 +294,7 @@ private Q_SLOTS:
         QFETCH(bool, saved);
         open_saved("show.corv");
         add_rack(QStringLiteral("unsaved"));
-        const QByteArray before = contents(path("show.corv"));
+        const QByteArray before = read_file(path("show.corv"));
         QVERIFY(QFile::copy(path("show.corv"), path("other.corv")));
 
         BoxAnswerer box{QMessageBox::StandardButton(answer)};
@@ -319,8 +315,8 @@ private Q_SLOTS:
         QCOMPARE(box.icon, QMessageBox::Information);
         QCOMPARE(box.buttons, QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
         QCOMPARE(went_on, goes_on);
-        QCOMPARE(contents(path("show.corv")) != before, saved);
-        QCOMPARE(contents(path("show.corv")).contains("unsaved"), saved);
+        QCOMPARE(read_file(path("show.corv")) != before, saved);
+        QCOMPARE(read_file(path("show.corv")).contains("unsaved"), saved);
         if (!goes_on)
             QVERIFY(m_projects->is_modified());
     }
@@ -342,7 +338,7 @@ private Q_SLOTS:
         QTRY_COMPARE(m_projects->linked_file(), path("b.corv"));
         QTRY_VERIFY(!QApplication::activeModalWidget());
         QCOMPARE(box.count, 1);
-        QVERIFY(contents(path("show.corv")).contains("unsaved"));
+        QVERIFY(read_file(path("show.corv")).contains("unsaved"));
         QVERIFY(!m_projects->is_modified());
         QCOMPARE(QDir(m_dir->path()).entryList({QStringLiteral("*.0*.corv")}), QStringList());
     }
@@ -496,7 +492,7 @@ private Q_SLOTS:
         add_rack(QStringLiteral("second"));
         QVERIFY(m_window->windowTitle().startsWith(QStringLiteral("show*")));
         QTest::keySequence(m_window.get(), QKeySequence::Save);
-        QVERIFY(contents(path("show.corv")).contains("second"));
+        QVERIFY(read_file(path("show.corv")).contains("second"));
         QCOMPARE(m_window->windowTitle(), QStringLiteral("show – Corvane 0.9.4"));
     }
 
@@ -561,7 +557,7 @@ private Q_SLOTS:
         add_rack(QStringLiteral("later"));
         QCOMPARE(running(), (QList<bool>{false, false}));
         QVERIFY(m_window->view_model()->save());
-        QVERIFY(!contents(path("show.corv")).contains("enabled=\"false\""));
+        QVERIFY(!read_file(path("show.corv")).contains("enabled=\"false\""));
         QVERIFY(m_window->view_model()->open(path("show.corv")));
         QCOMPARE(running(), (QList<bool>{false, false}));
         m_window->action(Action::PauseAll)->trigger();
