@@ -5,18 +5,12 @@
 #include "engine/event.h"
 #include "engine/handles.h"
 #include "sdk/include/corvane/corvane_sdk.h"
-
-#include <cstring>
+#include "sdk/plugin_text.h"
 
 using namespace corv::engine;
+using corv::sdk::view_of;
 
 namespace {
-
-// A key from a plugin, without a copy; null reads as "".
-QByteArrayView view_of(const char *text)
-{
-    return text ? QByteArrayView(text, qsizetype(std::strlen(text))) : QByteArrayView("");
-}
 
 QByteArray copy_of(const char *text)
 {

@@ -6,6 +6,7 @@
 #include "exprs/expression.h"
 #include "locale/tr_builder.h"
 #include "sdk/include/corvane/corvane_sdk.h"
+#include "sdk/plugin_text.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -31,7 +32,7 @@ QByteArray evaluate(const char *text, corv_event *event)
 {
     if (!text)
         return QByteArray();
-    const QByteArrayView view(text, qsizetype(std::strlen(text)));
+    const QByteArrayView view = sdk::view_of(text);
     if (!event)
         return exprs::evaluate(view, exprs::no_keys());
     return exprs::evaluate(view, EventKeys(engine::handles::event(event)->data()));
@@ -52,8 +53,7 @@ void corv_event_set_expression(corv_event *event, const char *key, const char *t
 {
     if (!event)
         return;
-    const QByteArray result = evaluate(text, event);
-    engine::handles::event(event)->set(key ? QByteArrayView(key, qsizetype(std::strlen(key))) : QByteArrayView(""), result);
+    engine::handles::event(event)->set(sdk::view_of(key), evaluate(text, event));
 }
 
 void corv_expression_str(const char *text, corv_event *event, char *out)
