@@ -214,10 +214,11 @@ struct WriteText : NodeState {
 
 void write_text_name(void *data, char *buffer)
 {
-    if (state_of<WriteText>(data)->path.isEmpty())
+    const QByteArray &path = state_of<WriteText>(data)->path;
+    if (path.isEmpty())
         return write_name(buffer, corv_plugin_tr(plugin(), "WriteTextFileNode.Name"));
     corv_tr_end_str(corv_tr_str(corv_plugin_tr_arg(plugin(), "WriteTextFileNode.Name.%1"),
-                                file_name_of(state_of<WriteText>(data)->path).constData()),
+                                file_name_of(path).constData()),
                     buffer);
 }
 

@@ -477,7 +477,8 @@ static void *network_main(void *arg)
         if (g.stop)
             break;
         if (g.connected || (!g.accepted && g.state != STATE_REFUSED)) {
-            /* Lost: the loop ended without telling (the socket went away). */
+            /* The loop ended: a connection lost without telling (the socket
+             * went away), or one that never came about. */
             const enum state next = g.connected ? STATE_LOST : STATE_UNREACHABLE;
             char reason[CORV_TEXT_SIZE];
             reason_text(rc, error, reason, sizeof reason);

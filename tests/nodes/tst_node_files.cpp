@@ -83,10 +83,10 @@ private Q_SLOTS:
             nodes << rig.add_node(rack, type.toUtf8().constData());
         rig.open();
         QByteArray panels;
-        for (const QUuid &node : std::as_const(nodes)) {
-            panels += "== " + types.at(nodes.indexOf(node)).toUtf8() + " (" + rig.name(node).toUtf8() + ")\n";
+        for (qsizetype i = 0; i < nodes.size(); ++i) {
+            panels += "== " + types.at(i).toUtf8() + " (" + rig.name(nodes.at(i)).toUtf8() + ")\n";
             panels += corv::test::outline(
-                *static_cast<corv::cui::PropertySurface *>(rig.runtime->find_node_manager(node)->surface())->surface());
+                *static_cast<corv::cui::PropertySurface *>(rig.runtime->find_node_manager(nodes.at(i))->surface())->surface());
         }
         corv::test::compare_outline(panels, QStringLiteral(CORV_TEST_SOURCE_DIR "/tests/nodes/panels.txt"));
     }
